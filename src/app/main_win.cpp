@@ -1,0 +1,25 @@
+#include <windows.h>
+
+#include <objbase.h>
+
+#include "app/single_instance.h"
+#include "core/data_dir.h"
+#include "core/log.h"
+
+int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE, PWSTR, int) {
+  const HRESULT com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+  if (FAILED(com)) {
+    // Nothing can work without COM; a non-continuable exception carrying the HRESULT takes
+    // the crash path, which records it, instead of limping on.
+    RaiseException(static_cast<DWORD>(com), EXCEPTION_NONCONTINUABLE, 0, nullptr);
+  }
+  if (!qn::TakeSingleInstance()) {
+    qn::NotifyRunningInstance();
+    return 0;
+  }
+  qn::MigratePreRenameState();
+  qn::OpenLog();
+  qn::Log(qn::kLogInfo, L"no application object in this build; exiting");
+  CoUninitialize();
+  return 0;
+}

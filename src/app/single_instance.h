@@ -1,0 +1,16 @@
+#pragma once
+
+namespace qn {
+
+inline constexpr wchar_t kSingleInstanceMutexName[] = L"Local\\HintwickSingleInstance";
+inline constexpr wchar_t kMessageWindowClass[] = L"HintwickMessageWindow";
+
+// Takes the process-lifetime mutex; false when another instance holds it (or it could
+// not be made, which is treated the same way).
+bool TakeSingleInstance();
+
+// Tells the running instance that the player started us again. Posts nothing while that
+// instance is still starting and has no message window yet.
+void NotifyRunningInstance();
+
+}  // namespace qn

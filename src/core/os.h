@@ -1,0 +1,28 @@
+#pragma once
+// Small queries about the system that several subsystems share.
+#include <cstdint>
+#include <string>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace qn {
+
+struct OsVersion {
+  uint32_t major = 0;
+  uint32_t minor = 0;
+  uint32_t build = 0;
+};
+
+// The first build with the window capture interface that the drawer's backdrop needs.
+constexpr uint32_t kMinimumOsBuild = 18362;
+
+#ifdef _WIN32
+OsVersion GetOsVersion();
+bool IsOsSupported();
+unsigned GetWindowDpi(HWND window);
+std::wstring ErrorText(uint32_t code);
+#endif
+
+}  // namespace qn

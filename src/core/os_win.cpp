@@ -1,0 +1,46 @@
+#include "core/os.h"
+
+#include <cstdio>
+#include <iterator>
+
+#include "core/handles.h"
+#include "core/module_proc.h"
+
+namespace qn {
+
+OsVersion GetOsVersion() {
+  // RtlGetVersion is not shimmed by the compatibility layer, so it reports the true build
+  // whatever the manifest says.
+  using RtlGetVersionFn = LONG(WINAPI*)(OSVERSIONINFOW*);
+  auto rtl_get_version = GetModuleProc<RtlGetVersionFn>(L"ntdll.dll", "RtlGetVersion");
+  if (!rtl_get_version) return {};
+  OSVERSIONINFOW info{};
+  info.dwOSVersionInfoSize = sizeof(info);
+  rtl_get_version(&info);
+  return {info.dwMajorVersion, info.dwMinorVersion, info.dwBuildNumber};
+}
+
+bool IsOsSupported() { return GetOsVersion().build >= kMinimumOsBuild; }
+
+unsigned GetWindowDpi(HWND window) {
+  // Looked up at run time: the call only exists from Windows 10 1607 on.
+  using GetDpiForWindowFn = UINT(WINAPI*)(HWND);
+  auto get_dpi = GetModuleProc<GetDpiForWindowFn>(L"user32.dll", "GetDpiForWindow");
+  const UINT dpi = get_dpi ? get_dpi(window) : 0;
+  return dpi ? dpi : USER_DEFAULT_SCREEN_DPI;
+}
+
+std::wstring ErrorText(uint32_t code) {
+  wchar_t hex[16];
+  _snwprintf_s(hex, std::size(hex), _TRUNCATE, L"0x%08X", code);
+  UniqueLocalMemory buffer;
+  const DWORD length = FormatMessageW(
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+      nullptr, code, 0, reinterpret_cast<LPWSTR>(buffer.put()), 0, nullptr);
+  std::wstring text(length ? static_cast<const wchar_t*>(buffer.get()) : L"", length);
+  while (!text.empty() && (text.back() == L'\r' || text.back() == L'\n')) text.pop_back();
+  if (text.empty()) return hex;
+  return std::wstring(hex) + L" (" + text + L")";
+}
+
+}  // namespace qn

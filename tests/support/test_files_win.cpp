@@ -1,0 +1,76 @@
+#include "support/test_files.h"
+
+#include "core/handles.h"
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+namespace qn::test {
+
+TempDir::TempDir() {
+  static std::atomic<unsigned> counter{0};
+  wchar_t base[MAX_PATH + 1];
+  GetTempPathW(static_cast<DWORD>(std::size(base)), base);
+  path_ = std::wstring(base) + L"hintwick-test-" + std::to_wstring(GetCurrentProcessId()) +
+          L"-" + std::to_wstring(counter++);
+  std::filesystem::remove_all(path_);
+  std::filesystem::create_directories(path_);
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::optional<std::string> ReadFileBytes(const std::wstring& path) {
+  std::ifstream in(std::filesystem::path(path), std::ios::binary);
+  if (!in) return std::nullopt;
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+void WriteFileBytes(const std::wstring& path, const std::string& bytes) {
+  std::ofstream out(std::filesystem::path(path), std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+bool PathExists(const std::wstring& path) {
+  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+std::optional<std::wstring> HintwickExePath() {
+  wchar_t buffer[MAX_PATH * 2];
+  const DWORD length =
+      GetEnvironmentVariableW(L"HINTWICK_EXE", buffer, static_cast<DWORD>(std::size(buffer)));
+  if (length == 0 || length >= std::size(buffer)) return std::nullopt;
+  return std::wstring(buffer, length);
+}
+
+ProcessResult RunProcess(const std::wstring& program, const std::wstring& arguments,
+                         DWORD timeout_ms) {
+  std::wstring command_line = L"\"" + program + L"\" " + arguments;
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION process{};
+  if (!CreateProcessW(program.c_str(), command_line.data(), nullptr, nullptr, FALSE, 0, nullptr,
+                      nullptr, &startup, &process)) {
+    return {};
+  }
+  const UniqueKernelHandle thread(process.hThread);
+  const UniqueKernelHandle handle(process.hProcess);
+  ProcessResult result;
+  result.finished = WaitForSingleObject(handle.get(), timeout_ms) == WAIT_OBJECT_0;
+  if (result.finished) {
+    GetExitCodeProcess(handle.get(), &result.exit_code);
+  } else {
+    TerminateProcess(handle.get(), 1);
+  }
+  return result;
+}
+
+}  // namespace qn::test
