@@ -25,6 +25,7 @@ if(HINTWICK_SANITIZE)
 endif()
 
 if(HINTWICK_COVERAGE)
-  target_compile_options(hintwick_options INTERFACE --coverage -O0)
+  # Atomic counters: several threads (and processes) update the same counts in the tests.
+  target_compile_options(hintwick_options INTERFACE --coverage -fprofile-update=atomic -O0)
   target_link_options(hintwick_options INTERFACE --coverage)
 endif()
