@@ -95,7 +95,7 @@ void AppendConversion(std::wstring& out, const Conversion& c, va_list* args) {
     case L'f': case L'F': case L'e': case L'E': case L'g': case L'G': case L'a': case L'A':
       AppendFormatted(out, c.flags_and_width + c.type, va_arg(*args, double));
       break;
-    case L'n': va_arg(*args, void*); break;  // never written through: a log is not a channel
+    case L'n': static_cast<void>(va_arg(*args, void*)); break;  // never written through
     default: out += c.flags_and_width + c.length + c.type; break;
   }
 }
