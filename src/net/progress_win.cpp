@@ -1,0 +1,167 @@
+#include <windows.h>
+
+#include <exception>
+#include <memory>
+
+#include "core/data_dir.h"
+#include "core/log.h"
+#include "net/session.h"
+#include "net/token_store.h"
+
+namespace qn {
+namespace {
+
+// Short enough that a lookup started by a game switch reports before the player asks.
+constexpr DWORD kLookupTimeoutMs = 4000;
+// Far above any real catalogue; a larger file is not ours and is not read.
+constexpr size_t kMaxCatalogueBytes = 16 * 1024 * 1024;
+
+std::wstring GamesPath() {
+  const std::wstring dir = DataDir();
+  return dir.empty() ? std::wstring() : dir + L"\\games.json";
+}
+
+void TakeProgress(const MemoryRecord& memory, GameLookupResult& result) {
+  result.memory_loaded = memory.loaded;
+  result.stage = memory.stage;
+  result.stage_ordinal = memory.stage_ordinal;
+  result.directness = memory.directness;
+  result.spoilers_ok = memory.spoilers_ok;
+}
+
+}  // namespace
+
+std::vector<GameEntry> Session::GetGames(bool ask_service, DWORD timeout_ms) {
+  if (ask_service) {
+    if (std::optional<std::vector<GameEntry>> live = FetchGames(timeout_ms)) return *live;
+    Log(kLogWarn, L"games lookup unavailable; falling back to the cached table");
+  }
+  return CachedGames(ask_service);
+}
+
+std::optional<std::vector<GameEntry>> Session::FetchGames(DWORD timeout_ms) {
+  const HttpResponse reply = client_.Get("/v1/games", AccessToken(), timeout_ms);
+  if (!reply.ok || reply.status != 200) return std::nullopt;
+  std::vector<GameEntry> games = ParseCatalogue(reply.body);
+  if (games.empty()) return std::nullopt;
+  {
+    std::lock_guard lock(mutex_);
+    games_ = games;
+    games_stale_ = false;
+  }
+  if (const std::wstring path = GamesPath(); !path.empty()) ReplaceStateFile(path, reply.body);
+  return games;
+}
+
+// A table already in memory is at least as new as games.json, which only ever holds what
+// a live fetch also put in memory.
+std::vector<GameEntry> Session::CachedGames(bool service_was_asked) {
+  {
+    std::lock_guard lock(mutex_);
+    if (!games_.empty()) {
+      if (service_was_asked) games_stale_ = true;
+      return games_;
+    }
+  }
+  const std::wstring path = GamesPath();
+  const std::optional<std::string> text =
+      path.empty() ? std::nullopt : ReadStateFile(path, kMaxCatalogueBytes);
+  std::vector<GameEntry> games = ParseCatalogue(text.value_or(std::string()));
+  std::lock_guard lock(mutex_);
+  games_ = games;
+  games_stale_ = true;
+  return games;
+}
+
+bool Session::IsCatalogueStale() const {
+  std::lock_guard lock(mutex_);
+  return games_stale_;
+}
+
+MemoryRecord Session::GetMemory(const std::string& slug, DWORD timeout_ms) {
+  const std::string token = AccessToken();
+  if (token.empty()) return {};
+  const HttpResponse reply = client_.Get(MemoryPath(slug), token, timeout_ms);
+  if (!reply.ok || reply.status != 200) return {};
+  return ParseMemoryRecord(reply.body);
+}
+
+// A patch with no fields succeeds without a request: the settings window sends whatever
+// changed, and nothing changed is not a failure.
+bool Session::PatchMemory(const std::string& slug, const MemoryPatch& patch) {
+  const std::string token = AccessToken();
+  if (token.empty()) return false;
+  if (patch.empty()) return true;
+  const HttpResponse reply = client_.Patch(MemoryPath(slug), MemoryPatchBody(patch), token);
+  if (reply.ok && reply.status == 200) {
+    Log(kLogInfo, L"memory patched for %hs", slug.c_str());
+    return true;
+  }
+  Log(kLogWarn, L"memory patch failed (%d)", reply.status);
+  return false;
+}
+
+bool Session::NewPlaythrough(const std::string& slug) {
+  const std::string token = AccessToken();
+  if (token.empty()) return false;
+  const HttpResponse reply = client_.Post(NewPlaythroughPath(slug), "{}", token);
+  if (reply.ok && reply.status == 200) {
+    Log(kLogInfo, L"progress reset for %hs", slug.c_str());
+    return true;
+  }
+  Log(kLogWarn, L"new playthrough failed (%d)", reply.status);
+  return false;
+}
+
+// Dropped rather than queued while one runs: the lookup is re-asked on every game switch,
+// so a queued one would only report a game the player has already left.
+void Session::LookupGameAsync(const std::string& key, HWND window, UINT message) {
+  bool idle = false;
+  if (!lookup_running_.compare_exchange_strong(idle, true)) return;
+  if (lookup_thread_.joinable()) lookup_thread_.join();
+  try {
+    lookup_thread_ = std::thread(&Session::RunLookup, this, key, window, message);
+  } catch (const std::exception& e) {
+    lookup_running_.store(false);
+    Log(kLogWarn, L"game lookup thread failed: %hs", e.what());
+  }
+}
+
+void Session::RunLookup(const std::string& key, HWND window, UINT message) noexcept {
+  try {
+    auto result = std::make_unique<GameLookupResult>(Lookup(key));
+    if (PostMessageW(window, message, reinterpret_cast<WPARAM>(result.get()), 0)) {
+      static_cast<void>(result.release());  // the receiving window deletes it
+    } else {
+      Log(kLogWarn, L"PostMessageW failed: %lu", GetLastError());
+    }
+  } catch (const std::exception& e) {
+    Log(kLogWarn, L"game lookup failed: %hs", e.what());
+  } catch (...) {
+    Log(kLogWarn, L"game lookup failed: %hs", "unknown exception");
+  }
+  lookup_running_.store(false);
+}
+
+// A stale table means the service just failed to answer the catalogue request; asking it for
+// the record as well would only hold the result back for another time-out.
+GameLookupResult Session::Lookup(const std::string& key) {
+  GameLookupResult result;
+  result.key = key;
+  result.signed_in = IsSignedIn();
+  if (!result.signed_in) return result;
+  for (const GameEntry& game : GetGames(true, kLookupTimeoutMs)) {
+    if (game.slug != key) continue;
+    result.known = true;
+    result.display_name = game.display_name;
+    result.has_index = game.has_index;
+    break;
+  }
+  result.catalogue_stale = IsCatalogueStale();
+  if (result.has_index && !result.catalogue_stale) {
+    TakeProgress(GetMemory(key, kLookupTimeoutMs), result);
+  }
+  return result;
+}
+
+}  // namespace qn

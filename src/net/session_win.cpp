@@ -1,0 +1,271 @@
+#include <windows.h>
+
+#include "core/log.h"
+#include "net/session.h"
+#include "net/token_store.h"
+
+namespace qn {
+namespace {
+
+constexpr char kNotSignedIn[] = "not signed in";
+constexpr char kCannotReach[] = "cannot reach the service";
+constexpr char kUnexpectedReply[] = "the service returned an unexpected response";
+constexpr char kEnterCredentials[] = "enter an email address and a password";
+constexpr char kPasswordTooShort[] = "the password must be at least 10 characters";
+constexpr char kWrongCredentials[] = "wrong email or password";
+constexpr char kSignInFailed[] = "sign-in failed";
+constexpr char kAccountExists[] = "could not create that account - try signing in instead";
+constexpr char kRegisterFailed[] = "could not create the account";
+
+constexpr size_t kMinPasswordBytes = 10;
+
+// The bytes past the end may still hold an older, longer value, so the whole capacity is
+// zeroed. SecureZeroMemory, because a plain fill of memory about to be released is a store
+// the optimiser may drop.
+void Wipe(std::string& secret) {
+  secret.resize(secret.capacity());
+  SecureZeroMemory(secret.data(), secret.size());
+  secret.clear();
+}
+
+}  // namespace
+
+Session::~Session() {
+  if (lookup_thread_.joinable()) lookup_thread_.join();
+}
+
+bool Session::Start() {
+  Settings loaded = LoadSettings();
+  const std::wstring base_url = loaded.base_url;
+  const bool migrate = loaded.password_migration_pending;
+  {
+    std::lock_guard lock(mutex_);
+    settings_ = loaded;
+  }
+  Wipe(loaded.legacy_password);
+  if (!client_.Init(base_url)) return false;
+  if (migrate) RemovePlaintextPassword();
+  return RestoreSession();
+}
+
+void Session::RemovePlaintextPassword() {
+  if (SaveSettings(CurrentSettings())) {
+    Log(kLogInfo, L"plaintext password removed from config.json");
+  } else {
+    Log(kLogError, L"could not rewrite config.json; the password is STILL on disk");
+  }
+}
+
+bool Session::RestoreSession() {
+  std::string stored = TokenStore::Load();
+  {
+    std::lock_guard lock(mutex_);
+    refresh_token_ = std::move(stored);
+  }
+  if (RefreshAccessToken()) return true;
+  bool migrate = false;
+  {
+    std::lock_guard lock(mutex_);
+    migrate = settings_.password_migration_pending;
+  }
+  if (migrate) return MigratePassword();
+  RecordError(kNotSignedIn);
+  Log(kLogInfo, L"no stored session; waiting for sign-in from the tray window");
+  return false;
+}
+
+// Tried once whatever the outcome: a password the service refuses now will not improve by
+// being kept, and it must not outlive this attempt in memory.
+bool Session::MigratePassword() {
+  std::string email;
+  std::string password;
+  {
+    std::lock_guard lock(mutex_);
+    email = settings_.email;
+    password = settings_.legacy_password;
+  }
+  std::string error;
+  const bool signed_in = SignIn(email, password, error);
+  Wipe(password);
+  {
+    std::lock_guard lock(mutex_);
+    settings_.password_migration_pending = false;
+    Wipe(settings_.legacy_password);
+  }
+  if (!signed_in) Log(kLogWarn, L"migration sign-in failed: %hs", error.c_str());
+  return signed_in;
+}
+
+bool Session::RefreshAccessToken() {
+  std::string refresh_token;
+  {
+    std::lock_guard lock(mutex_);
+    refresh_token = refresh_token_;
+  }
+  if (refresh_token.empty()) return false;
+  const HttpResponse reply =
+      client_.Post("/v1/auth/refresh", RefreshTokenBody(refresh_token), std::string());
+  if (!reply.ok) {
+    RecordError(kCannotReach);
+    return false;
+  }
+  if (reply.status != 200) {
+    RejectRefreshToken(reply.status, refresh_token);
+    return false;
+  }
+  const TokenReply tokens = ParseTokenReply(reply.body);
+  if (!tokens.access_token) return false;
+  StoreRefreshedTokens(tokens);
+  Log(kLogInfo, L"access token refreshed");
+  return true;
+}
+
+void Session::StoreRefreshedTokens(const TokenReply& tokens) {
+  {
+    std::lock_guard lock(mutex_);
+    access_token_ = *tokens.access_token;
+    if (tokens.refresh_token) refresh_token_ = *tokens.refresh_token;
+  }
+  if (tokens.refresh_token) TokenStore::Save(*tokens.refresh_token);
+}
+
+// token.bin stays: the next start tries it again, and a spent token is harmless on disk.
+// Only the token that was refused is dropped, not one a sign-in stored in the meantime.
+void Session::RejectRefreshToken(int32_t status, const std::string& refused) {
+  Log(kLogWarn, L"refresh rejected (%d); stored token is spent or revoked", status);
+  std::lock_guard lock(mutex_);
+  if (refresh_token_ == refused) refresh_token_.clear();
+}
+
+std::string Session::AccessToken() {
+  {
+    std::lock_guard lock(mutex_);
+    if (!access_token_.empty()) return access_token_;
+  }
+  RefreshAccessToken();
+  std::lock_guard lock(mutex_);
+  return access_token_;
+}
+
+bool Session::IsSignedIn() const {
+  std::lock_guard lock(mutex_);
+  return !access_token_.empty();
+}
+
+std::string Session::LastError() const {
+  std::lock_guard lock(mutex_);
+  return last_error_;
+}
+
+void Session::RecordError(const std::string& text) {
+  std::lock_guard lock(mutex_);
+  last_error_ = text;
+}
+
+Settings Session::CurrentSettings() const {
+  Settings copy;
+  {
+    std::lock_guard lock(mutex_);
+    copy = settings_;
+  }
+  copy.password_migration_pending = false;
+  Wipe(copy.legacy_password);
+  return copy;
+}
+
+bool Session::SignIn(const std::string& email, const std::string& password, std::string& error) {
+  if (email.empty() || password.empty()) {
+    error = kEnterCredentials;
+    return false;
+  }
+  const HttpResponse reply =
+      client_.Post("/v1/auth/login", CredentialsBody(email, password), std::string());
+  if (reply.ok && reply.status == 200) {
+    return FinishSignIn(reply.body, email, L"signed in as %hs", error);
+  }
+  if (!reply.ok) {
+    error = kCannotReach;
+  } else {
+    error = reply.status == 401 ? kWrongCredentials : kSignInFailed;
+    Log(kLogWarn, L"login returned %d", reply.status);
+  }
+  RecordError(error);
+  return false;
+}
+
+// The same wording for an empty address on purpose: the form shows one hint, not two.
+bool Session::Register(const std::string& email, const std::string& password, std::string& error) {
+  if (email.empty() || password.size() < kMinPasswordBytes) {
+    error = kPasswordTooShort;
+    return false;
+  }
+  const HttpResponse reply =
+      client_.Post("/v1/auth/register", CredentialsBody(email, password), std::string());
+  if (reply.ok && reply.status == 200) {
+    return FinishSignIn(reply.body, email, L"registered and signed in as %hs", error);
+  }
+  if (!reply.ok) {
+    error = kCannotReach;
+  } else if (reply.status == 409) {
+    error = kAccountExists;
+  } else {
+    error = kRegisterFailed;
+    Log(kLogWarn, L"register returned %d", reply.status);
+  }
+  return false;
+}
+
+bool Session::FinishSignIn(const std::string& body, const std::string& email,
+                           const wchar_t* log_format, std::string& error) {
+  if (!ApplyTokenReply(body)) {
+    error = LastError();
+    return false;
+  }
+  {
+    std::lock_guard lock(mutex_);
+    settings_.email = email;
+  }
+  SaveSettings(CurrentSettings());
+  Log(kLogInfo, log_format, email.c_str());
+  return true;
+}
+
+bool Session::ApplyTokenReply(const std::string& body) {
+  const TokenReply tokens = ParseTokenReply(body);
+  if (!tokens.access_token || !tokens.refresh_token) {
+    RecordError(kUnexpectedReply);
+    return false;
+  }
+  {
+    std::lock_guard lock(mutex_);
+    access_token_ = *tokens.access_token;
+    refresh_token_ = *tokens.refresh_token;
+    last_error_.clear();
+  }
+  TokenStore::Save(*tokens.refresh_token);
+  return true;
+}
+
+void Session::SignOut() {
+  const std::string access_token = AccessToken();
+  std::string refresh_token;
+  {
+    std::lock_guard lock(mutex_);
+    refresh_token = refresh_token_;
+  }
+  if (!refresh_token.empty()) {
+    client_.Post("/v1/auth/logout", RefreshTokenBody(refresh_token), access_token);
+  }
+  ClearTokens();
+  RecordError(kNotSignedIn);
+  Log(kLogInfo, L"signed out");
+}
+
+void Session::ClearTokens() {
+  TokenStore::Remove();
+  std::lock_guard lock(mutex_);
+  access_token_.clear();
+  refresh_token_.clear();
+}
+
+}  // namespace qn
