@@ -1,0 +1,61 @@
+// Arbitrary UTF-16 through the emphasis pass of chat answers. Besides memory errors
+// (ASan/UBSan) it checks what must hold for any input: spans inside the display text and
+// apart from each other, and a display text that is the raw text less some markers.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "chat/chat_model.h"
+
+namespace {
+
+#define FUZZ_CHECK(condition)                                                            \
+  do {                                                                                   \
+    if (!(condition)) {                                                                  \
+      std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
+      std::abort();                                                                      \
+    }                                                                                    \
+  } while (0)
+
+std::wstring Utf16(const uint8_t* data, size_t size) {
+  std::wstring text;
+  for (size_t i = 0; i + 1 < size; i += 2)
+    text.push_back(static_cast<wchar_t>(data[i] | data[i + 1] << 8));
+  return text;
+}
+
+void CheckEmphasis(const std::wstring& raw) {
+  std::wstring display;
+  std::vector<qn::StyleSpan> spans;
+  qn::ParseEmphasis(raw, display, spans);
+  size_t end = 0, marker_units = 0;
+  for (const qn::StyleSpan& span : spans) {
+    FUZZ_CHECK(span.length > 0);
+    FUZZ_CHECK(span.start >= end);
+    FUZZ_CHECK(span.start + span.length <= display.size());
+    FUZZ_CHECK(span.kind <= qn::kSpanCode);
+    end = span.start + span.length;
+    marker_units += span.kind == qn::kSpanBold ? 4 : 2;
+  }
+  // Markers come out in pairs of equal length; nothing else is dropped or added.
+  FUZZ_CHECK(display.size() + marker_units <= raw.size());
+  FUZZ_CHECK((raw.size() - display.size()) % 2 == 0);
+  // The display text is the raw text with some units left out, in the same order.
+  size_t at = 0;
+  for (const wchar_t unit : display) {
+    while (at < raw.size() && raw[at] != unit) ++at;
+    FUZZ_CHECK(at < raw.size());
+    ++at;
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  CheckEmphasis(Utf16(data, size));
+  return 0;
+}

@@ -1,0 +1,93 @@
+#pragma once
+// The chat drawn in the drawer: the conversation model plus its DirectWrite text and its
+// Direct2D drawing. Everything is laid out in 96-DPI pixels and drawn through a scale
+// transform, so the same layout serves every DPI and the model's heights stay DPI-free.
+#include <d2d1_1.h>
+#include <dwrite.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "chat/chat_model.h"
+#include "core/handles.h"
+
+namespace qn {
+
+class ChatView : public ChatModel {
+ public:
+  ChatView();
+
+  // Called again whenever the drawer's graphics are recreated; the conversation stays.
+  bool Init(IDWriteFactory* factory);
+  void SetSize(uint32_t width, uint32_t height, float scale);
+  // Draws into (0, 0)-(width, height) under the context's current transform, touching
+  // nothing outside it.
+  void Draw(ID2D1DeviceContext* context, float opacity);
+
+  // Where each message landed in the last Draw, in target pixels before the caller's
+  // transform; empty for messages scrolled out of sight.
+  const std::vector<D2D1_RECT_F>& DrawnMessages() const { return drawn_; }
+
+ private:
+  struct CachedLayout {
+    uint64_t stamp = 0;
+    float column_width = 0;
+    ComPtr<IDWriteTextLayout> layout;
+    DWRITE_TEXT_METRICS metrics = {};
+    D2D1_SIZE_F box = {};                 // what the message takes, bubble included
+    std::vector<D2D1_RECT_F> code_boxes;  // behind code spans, relative to the layout
+  };
+  struct LineLayout {
+    std::wstring text;
+    float max_width = 0;
+    ComPtr<IDWriteTextLayout> layout;
+  };
+  struct Frame;
+
+  bool CreateFormat(ComPtr<IDWriteTextFormat>& format);
+  Frame MakeFrame(ID2D1DeviceContext* context, ID2D1SolidColorBrush* brush) const;
+  float Snap(float dip) const;
+
+  CachedLayout* LayoutFor(size_t index, float column_width);
+  bool BuildLayout(const ChatMessage& message, float column_width, CachedLayout& cache);
+  void StyleLayout(const ChatMessage& message, IDWriteTextLayout* layout) const;
+  std::vector<D2D1_RECT_F> CodeBoxes(const ChatMessage& message, IDWriteTextLayout* layout);
+  IDWriteTextLayout* LineFor(LineLayout& line, std::wstring_view text, float max_width,
+                             bool secondary);
+  void MakeSecondary(IDWriteTextLayout* layout, uint32_t length);
+  float MeasureContent(float column_width);
+  float GapBefore(size_t index) const;
+
+  static void Fill(const Frame& frame, const D2D1_ROUNDED_RECT& shape, const D2D1_COLOR_F& color);
+  static void PaintText(const Frame& frame, IDWriteTextLayout* layout, float x, float y,
+                        const D2D1_COLOR_F& color);
+  void DrawStatus(const Frame& frame);
+  void DrawMessages(const Frame& frame);
+  static D2D1_RECT_F DrawMessage(const Frame& frame, const CachedLayout& cache, uint32_t role,
+                                 float top);
+  void DrawScrollbar(const Frame& frame, float content, float viewport);
+  void DrawInput(const Frame& frame);
+  float CaretOffset();
+  bool Measure(IDWriteTextLayout* layout, DWRITE_TEXT_METRICS& metrics);
+  void ReportFailure(const wchar_t* call, HRESULT hr);
+
+  ComPtr<IDWriteFactory> factory_;
+  std::wstring body_family_;
+  std::wstring code_family_;
+  ComPtr<IDWriteTextFormat> body_format_;
+  ComPtr<IDWriteTextFormat> line_format_;
+  std::vector<CachedLayout> layouts_;
+  LineLayout input_line_;
+  LineLayout status_line_;
+  LineLayout placeholder_line_;
+  LineLayout caret_line_;  // the input up to the caret, to place the caret
+  std::vector<D2D1_RECT_F> drawn_;
+  uint32_t width_ = 0;
+  uint32_t height_ = 0;
+  float scale_ = 1.0f;
+  std::vector<std::wstring_view> reported_;  // failed calls already logged
+};
+
+}  // namespace qn

@@ -1,0 +1,453 @@
+#include "chat/chat_view.h"
+
+#include <dwrite_1.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string_view>
+
+#include "core/log.h"
+#include "core/os.h"
+
+namespace qn {
+namespace {
+
+// Light text on the drawer's dark tint.
+constexpr D2D1_COLOR_F kAnswerText = {0.92f, 0.93f, 0.95f, 1.0f};
+constexpr D2D1_COLOR_F kAccent = {0.63f, 0.78f, 1.0f, 1.0f};
+constexpr D2D1_COLOR_F kNoticeText = {0.65f, 0.66f, 0.70f, 1.0f};
+constexpr D2D1_COLOR_F kPlayerText = {0.95f, 0.96f, 0.98f, 1.0f};
+constexpr D2D1_COLOR_F kWash = {1.0f, 1.0f, 1.0f, 0.1f};
+constexpr D2D1_COLOR_F kMuted = {0.6f, 0.62f, 0.66f, 1.0f};
+
+constexpr wchar_t kPlaceholder[] = L"Ask a question";
+constexpr float kFontSize = 15.0f;
+constexpr float kSmallFontSize = 13.0f;
+
+// Geometry in 96-DPI pixels.
+constexpr float kSideMargin = 18.0f;
+constexpr float kColumnMaxWidth = 820.0f;  // a readable line length on wide drawers
+constexpr float kStatusTop = 10.0f;
+constexpr float kRuleTop = 36.0f;
+constexpr float kInputHeight = 40.0f;
+constexpr float kInputBottomMargin = 14.0f;
+constexpr float kInputGap = 10.0f;
+constexpr float kInputPadding = 14.0f;
+constexpr float kInputRadius = 10.0f;
+constexpr float kListPadding = 10.0f;
+constexpr float kMessageGap = 12.0f;
+constexpr float kTurnGap = 22.0f;     // before a question, so each exchange reads as a group
+constexpr float kLineHeight = 21.0f;  // airy enough to read over a busy game
+constexpr float kBaseline = 16.0f;
+constexpr float kSmallLineHeight = 18.0f;
+constexpr float kSmallBaseline = 14.0f;
+constexpr float kBubblePadX = 12.0f;
+constexpr float kBubblePadY = 8.0f;
+constexpr float kBubbleRadius = 12.0f;
+constexpr float kBubbleShare = 0.78f;  // of the column a question may take
+constexpr float kAnswerIndent = 16.0f;
+constexpr float kAnswerDotRadius = 3.0f;
+constexpr float kCaretWidth = 2.0f;
+constexpr float kScrollbarWidth = 3.0f;
+constexpr float kUnbounded = 1.0e6f;
+
+D2D1_RECT_F Rect(float left, float top, float right, float bottom) {
+  return {left, top, right, bottom};
+}
+
+D2D1_RECT_F Scaled(const D2D1_RECT_F& r, float scale) {
+  return {r.left * scale, r.top * scale, r.right * scale, r.bottom * scale};
+}
+
+// Clipboard text for Ctrl+V, cut at the first null and never read past the block.
+std::wstring ReadClipboardText() {
+  if (!OpenClipboard(nullptr)) {
+    Log(kLogWarn, L"OpenClipboard failed: %lu", GetLastError());
+    return {};
+  }
+  std::wstring text;
+  if (HANDLE data = GetClipboardData(CF_UNICODETEXT)) {
+    if (const auto* units = static_cast<const wchar_t*>(GlobalLock(data))) {
+      text.assign(units, wcsnlen(units, GlobalSize(data) / sizeof(wchar_t)));
+      GlobalUnlock(data);
+    }
+  }
+  CloseClipboard();
+  return text;
+}
+
+std::wstring FamilyName(IDWriteFontFamily* family) {
+  ComPtr<IDWriteLocalizedStrings> names;
+  UINT32 length = 0;
+  if (FAILED(family->GetFamilyNames(names.put())) || FAILED(names->GetStringLength(0, &length))) {
+    return {};
+  }
+  std::wstring name(length + 1, L'\0');
+  if (FAILED(names->GetString(0, name.data(), length + 1))) return {};
+  name.resize(length);
+  return name;
+}
+
+bool IsMonospaced(IDWriteFontFamily* family) {
+  ComPtr<IDWriteFont> font;
+  if (FAILED(family->GetFont(0, font.put()))) return false;
+  const auto font1 = font.As<IDWriteFont1>();
+  return font1 && font1->IsMonospacedFont();
+}
+
+// DirectWrite draws nothing at all for a family that is not installed, so a system without
+// Segoe UI or Consolas (trimmed-down images, Wine) gets the first family it has that fits.
+std::wstring InstalledFamily(IDWriteFactory* factory, const wchar_t* wanted, bool monospaced,
+                             const std::wstring& fallback) {
+  ComPtr<IDWriteFontCollection> fonts;
+  if (FAILED(factory->GetSystemFontCollection(fonts.put(), FALSE))) return fallback;
+  UINT32 index = 0;
+  BOOL exists = FALSE;
+  if (SUCCEEDED(fonts->FindFamilyName(wanted, &index, &exists)) && exists) return wanted;
+  for (UINT32 i = 0; i < fonts->GetFontFamilyCount(); ++i) {
+    ComPtr<IDWriteFontFamily> family;
+    if (FAILED(fonts->GetFontFamily(i, family.put()))) continue;
+    if (monospaced && !IsMonospaced(family.get())) continue;
+    std::wstring name = FamilyName(family.get());
+    Log(kLogInfo, L"font '%ls' is not installed; using '%ls'", wanted, name.c_str());
+    return name;
+  }
+  return fallback;
+}
+
+}  // namespace
+
+struct ChatView::Frame {
+  ID2D1DeviceContext* context = nullptr;
+  ID2D1SolidColorBrush* brush = nullptr;
+  float width = 0;
+  float height = 0;
+  D2D1_RECT_F column = {};  // status line, messages and input share it
+  D2D1_RECT_F list = {};
+  D2D1_RECT_F input = {};
+};
+
+ChatView::ChatView() : ChatModel(&ReadClipboardText) {}
+
+bool ChatView::Init(IDWriteFactory* factory) {
+  layouts_.clear();
+  input_line_ = {};
+  status_line_ = {};
+  placeholder_line_ = {};
+  caret_line_ = {};
+  if (!factory || FAILED(factory->QueryInterface(IID_PPV_ARGS(factory_.put())))) return false;
+  body_family_ = InstalledFamily(factory, L"Segoe UI", false, L"Segoe UI");
+  code_family_ = InstalledFamily(factory, L"Consolas", true, body_family_);
+  if (!CreateFormat(body_format_) || !CreateFormat(line_format_)) return false;
+  line_format_->SetWordWrapping(DWRITE_WORD_WRAPPING_NO_WRAP);
+  body_format_->SetLineSpacing(DWRITE_LINE_SPACING_METHOD_UNIFORM, kLineHeight, kBaseline);
+  AddHintIfEmpty();
+  return true;
+}
+
+// The user's locale steers DirectWrite's fallback for scripts the family lacks.
+bool ChatView::CreateFormat(ComPtr<IDWriteTextFormat>& format) {
+  wchar_t locale[LOCALE_NAME_MAX_LENGTH] = L"en-us";
+  GetUserDefaultLocaleName(locale, LOCALE_NAME_MAX_LENGTH);
+  const HRESULT hr = factory_->CreateTextFormat(
+      body_family_.c_str(), nullptr, DWRITE_FONT_WEIGHT_NORMAL, DWRITE_FONT_STYLE_NORMAL,
+      DWRITE_FONT_STRETCH_NORMAL, kFontSize, locale, format.put());
+  if (FAILED(hr)) Log(kLogError, L"CreateTextFormat failed: %ls", ErrorText(hr).c_str());
+  return SUCCEEDED(hr);
+}
+
+void ChatView::SetSize(uint32_t width, uint32_t height, float scale) {
+  width_ = width;
+  height_ = height;
+  scale_ = scale > 0 ? scale : 1.0f;
+}
+
+void ChatView::Draw(ID2D1DeviceContext* context, float opacity) {
+  if (!context || !body_format_ || width_ == 0 || height_ == 0) return;
+  ComPtr<ID2D1SolidColorBrush> brush;
+  const HRESULT hr = context->CreateSolidColorBrush(kAnswerText, brush.put());
+  if (FAILED(hr)) return ReportFailure(L"CreateSolidColorBrush", hr);
+  brush->SetOpacity(std::clamp(opacity, 0.0f, 1.0f));
+  const Frame frame = MakeFrame(context, brush.get());
+
+  D2D1_MATRIX_3X2_F caller;
+  context->GetTransform(&caller);
+  const D2D1_TEXT_ANTIALIAS_MODE caller_antialias = context->GetTextAntialiasMode();
+  context->SetTransform(D2D1::Matrix3x2F::Scale(scale_, scale_) * caller);
+  // The target carries alpha for composition, where ClearType cannot blend.
+  context->SetTextAntialiasMode(D2D1_TEXT_ANTIALIAS_MODE_GRAYSCALE);
+  context->PushAxisAlignedClip(Rect(0, 0, frame.width, frame.height), D2D1_ANTIALIAS_MODE_ALIASED);
+  DrawStatus(frame);
+  DrawMessages(frame);
+  DrawInput(frame);
+  context->PopAxisAlignedClip();
+  context->SetTextAntialiasMode(caller_antialias);
+  context->SetTransform(caller);
+}
+
+ChatView::Frame ChatView::MakeFrame(ID2D1DeviceContext* context,
+                                    ID2D1SolidColorBrush* brush) const {
+  Frame f;
+  f.context = context;
+  f.brush = brush;
+  f.width = static_cast<float>(width_) / scale_;
+  f.height = static_cast<float>(height_) / scale_;
+  const float column_width = std::clamp(f.width - 2 * kSideMargin, 1.0f, kColumnMaxWidth);
+  const float left = (f.width - column_width) / 2;
+  f.column = Rect(left, 0, left + column_width, f.height);
+  const float input_bottom = f.height - kInputBottomMargin;
+  f.input = Rect(left, input_bottom - kInputHeight, f.column.right, input_bottom);
+  f.list =
+      Rect(left, kRuleTop + 1, f.column.right, std::max(f.input.top - kInputGap, kRuleTop + 1));
+  return f;
+}
+
+void ChatView::Fill(const Frame& frame, const D2D1_ROUNDED_RECT& shape, const D2D1_COLOR_F& color) {
+  frame.brush->SetColor(color);
+  frame.context->FillRoundedRectangle(shape, frame.brush);
+}
+
+// Pixel-aligned in the target, so thin lines stay sharp at any scale.
+float ChatView::Snap(float dip) const { return std::round(dip * scale_) / scale_; }
+
+void ChatView::PaintText(const Frame& frame, IDWriteTextLayout* layout, float x, float y,
+                         const D2D1_COLOR_F& color) {
+  frame.brush->SetColor(color);
+  frame.context->DrawTextLayout(D2D1::Point2F(x, y), layout, frame.brush,
+                                D2D1_DRAW_TEXT_OPTIONS_ENABLE_COLOR_FONT);
+}
+
+void ChatView::DrawStatus(const Frame& frame) {
+  const float rule = Snap(kRuleTop);
+  Fill(frame, {Rect(frame.column.left, rule, frame.column.right, rule + 1 / scale_), 0, 0}, kWash);
+  if (StatusLine().empty()) return;
+  const float width = frame.column.right - frame.column.left;
+  if (IDWriteTextLayout* line = LineFor(status_line_, StatusLine(), width, true)) {
+    PaintText(frame, line, frame.column.left, kStatusTop, kMuted);
+  }
+}
+
+IDWriteTextLayout* ChatView::LineFor(LineLayout& line, std::wstring_view text, float max_width,
+                                     bool secondary) {
+  if (line.layout && line.text == text && line.max_width == max_width) return line.layout.get();
+  line.text = text;
+  line.max_width = max_width;
+  const HRESULT hr =
+      factory_->CreateTextLayout(text.data(), static_cast<UINT32>(text.size()), line_format_.get(),
+                                 max_width, kUnbounded, line.layout.put());
+  if (FAILED(hr)) {
+    ReportFailure(L"CreateTextLayout", hr);
+    return nullptr;
+  }
+  if (secondary) MakeSecondary(line.layout.get(), static_cast<uint32_t>(text.size()));
+  return line.layout.get();
+}
+
+// The status line is secondary: smaller, and cut with an ellipsis rather than wrapped.
+void ChatView::MakeSecondary(IDWriteTextLayout* layout, uint32_t length) {
+  layout->SetFontSize(kSmallFontSize, {0, length});
+  ComPtr<IDWriteInlineObject> ellipsis;
+  const HRESULT hr = factory_->CreateEllipsisTrimmingSign(layout, ellipsis.put());
+  if (FAILED(hr)) return ReportFailure(L"CreateEllipsisTrimmingSign", hr);
+  const DWRITE_TRIMMING trimming = {DWRITE_TRIMMING_GRANULARITY_CHARACTER, 0, 0};
+  layout->SetTrimming(&trimming, ellipsis.get());
+}
+
+ChatView::CachedLayout* ChatView::LayoutFor(size_t index, float column_width) {
+  const ChatMessage& message = Messages()[index];
+  CachedLayout& cache = layouts_[index];
+  if (cache.layout && cache.stamp == message.stamp && cache.column_width == column_width) {
+    return &cache;
+  }
+  return BuildLayout(message, column_width, cache) ? &cache : nullptr;
+}
+
+bool ChatView::BuildLayout(const ChatMessage& message, float column_width, CachedLayout& cache) {
+  float text_width = column_width;
+  if (message.role == kRoleQuestion) text_width = column_width * kBubbleShare - 2 * kBubblePadX;
+  if (message.role == kRoleAnswer) text_width = column_width - kAnswerIndent;
+  const HRESULT hr = factory_->CreateTextLayout(
+      message.display.c_str(), static_cast<UINT32>(message.display.size()), body_format_.get(),
+      std::max(text_width, 1.0f), kUnbounded, cache.layout.put());
+  if (FAILED(hr)) {
+    ReportFailure(L"CreateTextLayout", hr);
+    return false;
+  }
+  StyleLayout(message, cache.layout.get());
+  if (!Measure(cache.layout.get(), cache.metrics)) {
+    cache.layout.reset();
+    return false;
+  }
+  cache.code_boxes = CodeBoxes(message, cache.layout.get());
+  cache.stamp = message.stamp;
+  cache.column_width = column_width;
+  cache.box = {column_width, cache.metrics.height};
+  if (message.role == kRoleQuestion) {
+    cache.box = {cache.metrics.width + 2 * kBubblePadX, cache.metrics.height + 2 * kBubblePadY};
+  }
+  return true;
+}
+
+void ChatView::StyleLayout(const ChatMessage& message, IDWriteTextLayout* layout) const {
+  if (message.role == kRoleNotice) {
+    layout->SetFontSize(kSmallFontSize, {0, static_cast<UINT32>(message.display.size())});
+    layout->SetTextAlignment(DWRITE_TEXT_ALIGNMENT_CENTER);
+    layout->SetLineSpacing(DWRITE_LINE_SPACING_METHOD_UNIFORM, kSmallLineHeight, kSmallBaseline);
+  }
+  for (const StyleSpan& span : message.spans) {
+    const DWRITE_TEXT_RANGE range = {span.start, span.length};
+    if (span.kind == kSpanBold) layout->SetFontWeight(DWRITE_FONT_WEIGHT_SEMI_BOLD, range);
+    if (span.kind == kSpanItalic) layout->SetFontStyle(DWRITE_FONT_STYLE_ITALIC, range);
+    if (span.kind == kSpanCode) layout->SetFontFamilyName(code_family_.c_str(), range);
+  }
+}
+
+// Code reads as a chip: a faint rounded box behind each line piece of the span.
+std::vector<D2D1_RECT_F> ChatView::CodeBoxes(const ChatMessage& message,
+                                             IDWriteTextLayout* layout) {
+  std::vector<D2D1_RECT_F> boxes;
+  std::vector<DWRITE_HIT_TEST_METRICS> hits;
+  for (const StyleSpan& span : message.spans) {
+    if (span.kind != kSpanCode) continue;
+    UINT32 count = 0;
+    layout->HitTestTextRange(span.start, span.length, 0, 0, nullptr, 0, &count);
+    hits.resize(count);
+    const HRESULT hr =
+        layout->HitTestTextRange(span.start, span.length, 0, 0, hits.data(), count, &count);
+    if (FAILED(hr)) {
+      ReportFailure(L"HitTestTextRange", hr);
+      break;
+    }
+    for (const DWRITE_HIT_TEST_METRICS& hit : hits) {
+      boxes.push_back(
+          Rect(hit.left - 3, hit.top + 1, hit.left + hit.width + 3, hit.top + hit.height - 1));
+    }
+  }
+  return boxes;
+}
+
+float ChatView::MeasureContent(float column_width) {
+  layouts_.resize(Messages().size());
+  float height = 2 * kListPadding;
+  for (size_t i = 0; i < layouts_.size(); ++i) {
+    const CachedLayout* cache = LayoutFor(i, column_width);
+    height += GapBefore(i) + (cache ? cache->box.height : 0);
+  }
+  return height;
+}
+
+float ChatView::GapBefore(size_t index) const {
+  if (index == 0) return 0;
+  return Messages()[index].role == kRoleQuestion ? kTurnGap : kMessageGap;
+}
+
+void ChatView::DrawMessages(const Frame& frame) {
+  const float content = MeasureContent(frame.column.right - frame.column.left);
+  const float viewport = frame.list.bottom - frame.list.top;
+  SetExtent(content, viewport);
+  drawn_.assign(layouts_.size(), D2D1_RECT_F{});
+  frame.context->PushAxisAlignedClip(frame.list, D2D1_ANTIALIAS_MODE_ALIASED);
+  float top = frame.list.bottom - content + ScrollOffset() + kListPadding;
+  for (size_t i = 0; i < layouts_.size(); ++i) {
+    const CachedLayout& cache = layouts_[i];
+    top += GapBefore(i);
+    if (!cache.layout) continue;
+    if (top < frame.list.bottom && top + cache.box.height > frame.list.top) {
+      drawn_[i] = Scaled(DrawMessage(frame, cache, Messages()[i].role, top), scale_);
+    }
+    top += cache.box.height;
+  }
+  frame.context->PopAxisAlignedClip();
+  DrawScrollbar(frame, content, viewport);
+}
+
+// Questions sit in bubbles on the right, answers run as plain text after an accent dot,
+// and notices are small, dim and centred, so each kind reads at a glance.
+D2D1_RECT_F ChatView::DrawMessage(const Frame& frame, const CachedLayout& cache, uint32_t role,
+                                  float top) {
+  const D2D1_RECT_F& column = frame.column;
+  if (role == kRoleQuestion) {
+    const D2D1_RECT_F box =
+        Rect(column.right - cache.box.width, top, column.right, top + cache.box.height);
+    Fill(frame, {box, kBubbleRadius, kBubbleRadius}, kWash);
+    PaintText(frame, cache.layout.get(), box.left + kBubblePadX, top + kBubblePadY, kPlayerText);
+    return box;
+  }
+  if (role != kRoleAnswer) {
+    PaintText(frame, cache.layout.get(), column.left, top, kNoticeText);
+    return Rect(column.left, top, column.right, top + cache.box.height);
+  }
+  const float text_left = column.left + kAnswerIndent;
+  const float first_line = cache.metrics.height / std::max(cache.metrics.lineCount, 1u);
+  const D2D1_ELLIPSE dot = {{column.left + kAnswerDotRadius + 1, top + first_line / 2},
+                            kAnswerDotRadius,
+                            kAnswerDotRadius};
+  frame.brush->SetColor(kAccent);
+  frame.context->FillEllipse(dot, frame.brush);
+  for (const D2D1_RECT_F& code : cache.code_boxes) {
+    const D2D1_RECT_F box =
+        Rect(text_left + code.left, top + code.top, text_left + code.right, top + code.bottom);
+    Fill(frame, {box, 4, 4}, kWash);
+  }
+  PaintText(frame, cache.layout.get(), text_left, top, kAnswerText);
+  return Rect(column.left, top, column.right, top + cache.box.height);
+}
+
+void ChatView::DrawScrollbar(const Frame& frame, float content, float viewport) {
+  if (content <= viewport || viewport <= 0) return;
+  const float thumb = std::max(viewport * viewport / content, 24.0f);
+  const float travel = viewport - thumb;
+  const float from_top = (content - viewport - ScrollOffset()) / (content - viewport);
+  const float top = frame.list.top + travel * from_top;
+  const float left = std::min(frame.column.right + 7, frame.width - kScrollbarWidth - 2);
+  const float radius = kScrollbarWidth / 2;
+  Fill(frame, {Rect(left, top, left + kScrollbarWidth, top + thumb), radius, radius}, kWash);
+}
+
+void ChatView::DrawInput(const Frame& frame) {
+  Fill(frame, {frame.input, kInputRadius, kInputRadius}, kWash);
+  const float text_left = frame.input.left + kInputPadding;
+  const float text_width = std::max(frame.input.right - kInputPadding - text_left, 1.0f);
+  const bool empty = Input().empty();
+  IDWriteTextLayout* line = empty ? LineFor(placeholder_line_, kPlaceholder, kUnbounded, false)
+                                  : LineFor(input_line_, Input(), kUnbounded, false);
+  if (!line) return;
+  DWRITE_TEXT_METRICS metrics;
+  if (!Measure(line, metrics)) return;
+  const float top = frame.input.top + (kInputHeight - metrics.height) / 2;
+  const float caret_x = CaretOffset();
+  // A line longer than the box slides left so that the caret stays in sight.
+  const float shift = std::max(caret_x - text_width, 0.0f);
+  frame.context->PushAxisAlignedClip(Rect(text_left - 1, frame.input.top,
+                                          text_left + text_width + kCaretWidth, frame.input.bottom),
+                                     D2D1_ANTIALIAS_MODE_ALIASED);
+  PaintText(frame, line, text_left - shift, top, empty ? kMuted : kPlayerText);
+  // Centred on the gap between characters, so it never covers a stem.
+  const float caret = Snap(text_left + caret_x - shift - kCaretWidth / 2);
+  Fill(frame, {Rect(caret, top, caret + Snap(kCaretWidth), top + metrics.height), 0, 0}, kAccent);
+  frame.context->PopAxisAlignedClip();
+}
+
+// The width of the text before the caret: the same on every DirectWrite, hit testing or not.
+float ChatView::CaretOffset() {
+  if (Caret() == 0) return 0;
+  const std::wstring_view before = std::wstring_view(Input()).substr(0, Caret());
+  IDWriteTextLayout* line = LineFor(caret_line_, before, kUnbounded, false);
+  DWRITE_TEXT_METRICS metrics;
+  return line && Measure(line, metrics) ? metrics.widthIncludingTrailingWhitespace : 0;
+}
+
+bool ChatView::Measure(IDWriteTextLayout* layout, DWRITE_TEXT_METRICS& metrics) {
+  const HRESULT hr = layout->GetMetrics(&metrics);
+  if (FAILED(hr)) ReportFailure(L"GetMetrics", hr);
+  return SUCCEEDED(hr);
+}
+
+void ChatView::ReportFailure(const wchar_t* call, HRESULT hr) {
+  const std::wstring_view name = call;
+  if (std::find(reported_.begin(), reported_.end(), name) != reported_.end()) return;
+  reported_.push_back(name);
+  Log(kLogWarn, L"%ls failed: %ls", call, ErrorText(hr).c_str());
+}
+
+}  // namespace qn

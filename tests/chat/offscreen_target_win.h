@@ -1,0 +1,149 @@
+#pragma once
+// A Direct2D target on a Direct3D 11 texture, made the way the drawer makes its own (one
+// Direct2D unit per pixel), for drawing tests and timing runs that have no window.
+#include <d2d1_1.h>
+#include <d3d11.h>
+#include <dwrite.h>
+#include <wincodec.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "core/handles.h"
+
+namespace qn::test {
+
+class OffscreenTarget {
+ public:
+  // The hardware driver (llvmpipe under Wine) first, WARP where there is none.
+  bool Create(uint32_t width, uint32_t height) {
+    width_ = width;
+    height_ = height;
+    return CreateDevice() && CreateTexture() && CreateContext() &&
+           SUCCEEDED(DWriteCreateFactory(DWRITE_FACTORY_TYPE_SHARED, __uuidof(IDWriteFactory),
+                                         reinterpret_cast<IUnknown**>(dwrite_.put())));
+  }
+
+  ID2D1DeviceContext* context() const { return context_.get(); }
+  IDWriteFactory* dwrite() const { return dwrite_.get(); }
+  uint32_t width() const { return width_; }
+  uint32_t height() const { return height_; }
+
+  // Returns once the device has carried out everything submitted so far.
+  void Finish() {
+    const D3D11_QUERY_DESC desc = {D3D11_QUERY_EVENT, 0};
+    ComPtr<ID3D11Query> query;
+    if (FAILED(device_->CreateQuery(&desc, query.put()))) return;
+    immediate_->End(query.get());
+    BOOL done = FALSE;
+    while (immediate_->GetData(query.get(), &done, sizeof(done), 0) == S_FALSE) Sleep(0);
+  }
+
+  // Waits for the drawing to land and copies it out: premultiplied BGRA, row after row.
+  std::vector<uint32_t> ReadPixels() {
+    std::vector<uint32_t> pixels;
+    D3D11_TEXTURE2D_DESC desc;
+    texture_->GetDesc(&desc);
+    desc.Usage = D3D11_USAGE_STAGING;
+    desc.BindFlags = 0;
+    desc.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
+    ComPtr<ID3D11Texture2D> staging;
+    if (FAILED(device_->CreateTexture2D(&desc, nullptr, staging.put()))) return pixels;
+    immediate_->CopyResource(staging.get(), texture_.get());
+    D3D11_MAPPED_SUBRESOURCE mapped;
+    if (FAILED(immediate_->Map(staging.get(), 0, D3D11_MAP_READ, 0, &mapped))) return pixels;
+    pixels.resize(size_t{width_} * height_);
+    for (uint32_t y = 0; y < height_; ++y) {
+      std::memcpy(&pixels[size_t{y} * width_],
+                  static_cast<const uint8_t*>(mapped.pData) + size_t{y} * mapped.RowPitch,
+                  size_t{width_} * 4);
+    }
+    immediate_->Unmap(staging.get(), 0);
+    return pixels;
+  }
+
+ private:
+  bool CreateDevice() {
+    for (const D3D_DRIVER_TYPE type : {D3D_DRIVER_TYPE_HARDWARE, D3D_DRIVER_TYPE_WARP}) {
+      if (SUCCEEDED(D3D11CreateDevice(nullptr, type, nullptr, D3D11_CREATE_DEVICE_BGRA_SUPPORT,
+                                      nullptr, 0, D3D11_SDK_VERSION, device_.put(), nullptr,
+                                      immediate_.put()))) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  bool CreateTexture() {
+    D3D11_TEXTURE2D_DESC desc = {};
+    desc.Width = width_;
+    desc.Height = height_;
+    desc.MipLevels = 1;
+    desc.ArraySize = 1;
+    desc.Format = DXGI_FORMAT_B8G8R8A8_UNORM;
+    desc.SampleDesc.Count = 1;
+    desc.Usage = D3D11_USAGE_DEFAULT;
+    desc.BindFlags = D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE;
+    return SUCCEEDED(device_->CreateTexture2D(&desc, nullptr, texture_.put()));
+  }
+
+  bool CreateContext() {
+    const D2D1_FACTORY_OPTIONS options = {D2D1_DEBUG_LEVEL_NONE};
+    const auto dxgi_device = device_.As<IDXGIDevice>();
+    const auto surface = texture_.As<IDXGISurface>();
+    const D2D1_BITMAP_PROPERTIES1 properties = D2D1::BitmapProperties1(
+        D2D1_BITMAP_OPTIONS_TARGET | D2D1_BITMAP_OPTIONS_CANNOT_DRAW,
+        D2D1::PixelFormat(DXGI_FORMAT_B8G8R8A8_UNORM, D2D1_ALPHA_MODE_PREMULTIPLIED), 96, 96);
+    if (!dxgi_device || !surface ||
+        FAILED(D2D1CreateFactory(D2D1_FACTORY_TYPE_SINGLE_THREADED, __uuidof(ID2D1Factory1),
+                                 &options, reinterpret_cast<void**>(factory_.put()))) ||
+        FAILED(factory_->CreateDevice(dxgi_device.get(), d2d_device_.put())) ||
+        FAILED(
+            d2d_device_->CreateDeviceContext(D2D1_DEVICE_CONTEXT_OPTIONS_NONE, context_.put())) ||
+        FAILED(context_->CreateBitmapFromDxgiSurface(surface.get(), &properties, bitmap_.put()))) {
+      return false;
+    }
+    context_->SetTarget(bitmap_.get());
+    return true;
+  }
+
+  uint32_t width_ = 0;
+  uint32_t height_ = 0;
+  ComPtr<ID3D11Device> device_;
+  ComPtr<ID3D11DeviceContext> immediate_;
+  ComPtr<ID3D11Texture2D> texture_;
+  ComPtr<ID2D1Factory1> factory_;
+  ComPtr<ID2D1Device> d2d_device_;
+  ComPtr<ID2D1DeviceContext> context_;
+  ComPtr<ID2D1Bitmap1> bitmap_;
+  ComPtr<IDWriteFactory> dwrite_;
+};
+
+// Premultiplied pixels are written as they are: fine for the opaque pictures tests make.
+// Needs COM on the calling thread.
+inline bool WritePng(const std::wstring& path, uint32_t width, uint32_t height,
+                     const std::vector<uint32_t>& pixels) {
+  ComPtr<IWICImagingFactory> wic;
+  ComPtr<IWICStream> stream;
+  ComPtr<IWICBitmapEncoder> encoder;
+  ComPtr<IWICBitmapFrameEncode> frame;
+  WICPixelFormatGUID format = GUID_WICPixelFormat32bppBGRA;
+  const UINT stride = width * 4;
+  return SUCCEEDED(CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER,
+                                    IID_PPV_ARGS(wic.put()))) &&
+         SUCCEEDED(wic->CreateStream(stream.put())) &&
+         SUCCEEDED(stream->InitializeFromFilename(path.c_str(), GENERIC_WRITE)) &&
+         SUCCEEDED(wic->CreateEncoder(GUID_ContainerFormatPng, nullptr, encoder.put())) &&
+         SUCCEEDED(encoder->Initialize(stream.get(), WICBitmapEncoderNoCache)) &&
+         SUCCEEDED(encoder->CreateNewFrame(frame.put(), nullptr)) &&
+         SUCCEEDED(frame->Initialize(nullptr)) && SUCCEEDED(frame->SetSize(width, height)) &&
+         SUCCEEDED(frame->SetPixelFormat(&format)) &&
+         SUCCEEDED(
+             frame->WritePixels(height, stride, stride * height,
+                                reinterpret_cast<BYTE*>(const_cast<uint32_t*>(pixels.data())))) &&
+         SUCCEEDED(frame->Commit()) && SUCCEEDED(encoder->Commit());
+}
+
+}  // namespace qn::test
