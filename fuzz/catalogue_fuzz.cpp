@@ -13,28 +13,11 @@
 #include <string_view>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "core/json.h"
 #include "net/catalogue.h"
 
 namespace {
-
-#define FUZZ_CHECK(condition)                                                            \
-  do {                                                                                   \
-    if (!(condition)) {                                                                  \
-      std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                      \
-    }                                                                                    \
-  } while (0)
-
-// A block of exactly the view's size, so that any read past the view trips the sanitizer.
-struct ExactCopy {
-  explicit ExactCopy(std::string_view text) : bytes(new char[text.size()]), size(text.size()) {
-    if (size > 0) std::memcpy(bytes.get(), text.data(), size);
-  }
-  std::string_view view() const { return {bytes.get(), size}; }
-  std::unique_ptr<char[]> bytes;
-  size_t size;
-};
 
 std::vector<qn::GameEntry> Parse(std::string_view text) {
   return qn::ParseCatalogue(ExactCopy(text).view());

@@ -9,17 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "chat/chat_model.h"
 
 namespace {
-
-#define FUZZ_CHECK(condition)                                                            \
-  do {                                                                                   \
-    if (!(condition)) {                                                                  \
-      std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                      \
-    }                                                                                    \
-  } while (0)
 
 std::wstring Utf16(const uint8_t* data, size_t size) {
   std::wstring text;

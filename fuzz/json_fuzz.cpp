@@ -14,20 +14,13 @@
 #include <utility>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "core/json.h"
 #include "core/utf.h"
 
 namespace {
 
 using qn::kJsonNotFound;
-
-#define FUZZ_CHECK(condition)                                                            \
-  do {                                                                                   \
-    if (!(condition)) {                                                                  \
-      std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                      \
-    }                                                                                    \
-  } while (0)
 
 bool IsJsonSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
@@ -190,10 +183,8 @@ void CheckUtf(std::string_view bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  // A block of exactly `size` bytes, so that any read past the view trips the sanitizer.
-  std::unique_ptr<char[]> copy(new char[size]);
-  if (size > 0) std::memcpy(copy.get(), data, size);
-  const std::string_view text(copy.get(), size);
+  const ExactCopy copy(std::string_view(reinterpret_cast<const char*>(data), size));
+  const std::string_view text = copy.view();
 
   for (const std::string& key : KeysFor(text)) CheckGetters(text, key);
   for (const size_t index : {size_t{0}, size / 3, size / 2, size, size + 1, kJsonNotFound}) {

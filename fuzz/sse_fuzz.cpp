@@ -16,19 +16,12 @@
 #include <string_view>
 #include <vector>
 
+#include "fuzz_support.h"
 #include "net/sse_lines.h"
 
 namespace {
 
 using Payloads = std::vector<std::string>;
-
-#define FUZZ_CHECK(condition)                                                            \
-  do {                                                                                   \
-    if (!(condition)) {                                                                  \
-      std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                      \
-    }                                                                                    \
-  } while (0)
 
 // The rules stated plainly over the whole stream at once.
 Payloads Oracle(std::string_view stream, size_t cap) {
@@ -56,10 +49,7 @@ Payloads Feed(std::string_view stream, size_t cap, const std::vector<size_t>& le
   for (size_t turn = 0; at < stream.size(); ++turn) {
     const size_t length = lengths.empty() ? stream.size() : lengths[turn % lengths.size()];
     const size_t take = std::min(length, stream.size() - at);
-    // A block of exactly the chunk's size, so that a read past it trips the sanitizer.
-    std::unique_ptr<char[]> chunk(new char[take + 1]);
-    if (take > 0) std::memcpy(chunk.get(), stream.data() + at, take);
-    reader.Feed(std::string_view(chunk.get(), take));
+    reader.Feed(ExactCopy(stream.substr(at, take)).view());
     FUZZ_CHECK(reader.pending_size() <= cap);
     at += take;
   }
