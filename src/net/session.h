@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -64,6 +65,17 @@ class Session {
   // a lookup is running.
   void LookupGameAsync(const std::string& key, HWND window, UINT message);
 
+  // Returns at once. Each event of the answer arrives as `message_id` to `window` with a heap
+  // std::string (the receiver deletes it) in WPARAM; WPARAM 0 comes once, last, on every
+  // outcome. A question asked while a turn runs is dropped.
+  void StreamChatAsync(const std::string& game, const std::string& message, HWND window,
+                       unsigned message_id);
+  // The running turn stops at its next read and still posts its end mark.
+  void CancelStream();
+  // Cancels the turn and waits for both workers. The destructor runs it too, since the
+  // workers use the client; a later turn or lookup may start afresh.
+  void Shutdown();
+
  private:
   void RecordError(const std::string& text);
   void RemovePlaintextPassword();
@@ -77,6 +89,11 @@ class Session {
   void RunLookup(const std::string& key, HWND window, UINT message) noexcept;
   GameLookupResult Lookup(const std::string& key);
 
+  struct ChatStreamJob;
+  static void ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept;
+  void RunChatTurn(const ChatStreamJob& job);
+  std::string CopyAccessToken() const;
+
   HttpClient client_;
 
   mutable std::mutex mutex_;  // never held across an exchange or a file write
@@ -89,6 +106,10 @@ class Session {
 
   std::atomic<bool> lookup_running_{false};
   std::thread lookup_thread_;  // touched only by the thread that calls LookupGameAsync
+
+  std::atomic<bool> streaming_{false};
+  std::atomic<bool> cancel_requested_{false};
+  std::thread chat_thread_;  // touched only by the thread that calls StreamChatAsync
 };
 
 }  // namespace qn

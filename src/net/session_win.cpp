@@ -30,7 +30,11 @@ void Wipe(std::string& secret) {
 
 }  // namespace
 
-Session::~Session() {
+Session::~Session() { Shutdown(); }
+
+void Session::Shutdown() {
+  CancelStream();
+  if (chat_thread_.joinable()) chat_thread_.join();
   if (lookup_thread_.joinable()) lookup_thread_.join();
 }
 

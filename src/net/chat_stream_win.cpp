@@ -1,0 +1,108 @@
+#include <windows.h>
+
+#include <exception>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "core/json.h"
+#include "core/log.h"
+#include "net/event_stream.h"
+#include "net/session.h"
+
+namespace qn {
+
+struct Session::ChatStreamJob {
+  Session& session;
+  std::string body;
+  HWND window = nullptr;
+  unsigned message_id = 0;
+};
+
+namespace {
+
+constexpr char kChatPath[] = "/v1/chat";
+// Failures travel as ordinary events, so the UI thread has one path for every outcome.
+constexpr char kNotSignedInEvent[] = R"({"type":"error","message":"not signed in"})";
+constexpr char kUnreachableEvent[] = R"({"type":"error","message":"could not reach the service"})";
+
+// A string whose post fails is freed here; nothing else is done about it, since the window
+// is gone or its queue is full and a retry would fare no better.
+void PostEvent(HWND window, unsigned message_id, const std::string& payload) {
+  auto text = std::make_unique<std::string>(payload);
+  if (PostMessageW(window, message_id, reinterpret_cast<WPARAM>(text.get()), 0)) {
+    static_cast<void>(text.release());  // the receiving window deletes it
+  }
+}
+
+// Without a thread the turn can neither run nor end, and the view would wait for ever; the
+// crash path records why instead.
+[[noreturn]] void FailThreadStart(const char* what) {
+  Log(kLogError, L"chat thread creation failed: %hs", what);
+  RaiseException(static_cast<DWORD>(E_OUTOFMEMORY), EXCEPTION_NONCONTINUABLE, 0, nullptr);
+  std::terminate();
+}
+
+}  // namespace
+
+void Session::StreamChatAsync(const std::string& game, const std::string& message, HWND window,
+                              unsigned message_id) {
+  if (streaming_.exchange(true)) {
+    Log(kLogWarn, L"a stream is already running; ignoring");
+    return;
+  }
+  if (chat_thread_.joinable()) chat_thread_.join();
+  cancel_requested_.store(false);
+  try {
+    auto job = std::make_unique<ChatStreamJob>(ChatStreamJob{
+        *this, JsonWriteFlatObject({{"game", game}, {"message", message}}), window, message_id});
+    chat_thread_ = std::thread(&Session::ChatStreamWorker, std::move(job));
+  } catch (const std::exception& e) {
+    FailThreadStart(e.what());
+  }
+}
+
+void Session::CancelStream() { cancel_requested_.store(true); }
+
+void Session::ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept {
+  Session& session = job->session;
+  try {
+    session.RunChatTurn(*job);
+  } catch (const std::exception& e) {
+    Log(kLogWarn, L"chat turn failed: %hs", e.what());
+  } catch (...) {
+    Log(kLogWarn, L"chat turn failed: %hs", "unknown exception");
+  }
+  PostMessageW(job->window, job->message_id, 0, 0);
+  session.streaming_.store(false);
+}
+
+// One retry after a refresh: an access token that expired mid-session fails the first
+// attempt, and a fresh one is all the second needs. A cancelled turn does not retry, so that
+// shutdown is not held up by another round of time-outs.
+void Session::RunChatTurn(const ChatStreamJob& job) {
+  std::string token = CopyAccessToken();
+  if (token.empty()) {
+    PostEvent(job.window, job.message_id, kNotSignedInEvent);
+    return;
+  }
+  EventStream stream(client_);
+  const auto on_event = [&job](const std::string& payload) {
+    PostEvent(job.window, job.message_id, payload);
+  };
+  const auto cancelled = [this] { return cancel_requested_.load(); };
+  if (stream.Post(kChatPath, job.body, token, on_event, cancelled)) return;
+  if (!cancelled() && RefreshAccessToken()) {
+    token = CopyAccessToken();
+    if (stream.Post(kChatPath, job.body, token, on_event, cancelled)) return;
+  }
+  PostEvent(job.window, job.message_id, kUnreachableEvent);
+}
+
+std::string Session::CopyAccessToken() const {
+  std::lock_guard lock(mutex_);
+  return access_token_;
+}
+
+}  // namespace qn
