@@ -1,0 +1,87 @@
+#pragma once
+// The backdrop renderer's decisions, kept free of Direct3D so that they can be checked
+// natively: which part of the frame is blurred, the sizes of the blur chain, what each
+// pass reads, writes and finds in its constant buffer, and when cached objects go stale.
+#include <array>
+#include <cstdint>
+#include <optional>
+
+namespace qn {
+
+constexpr uint32_t kBlurLevelCount = 3;
+// DXGI_FORMAT_R16G16B16A16_FLOAT: the format of scRGB frames and of the chain.
+constexpr uint32_t kFormatRgba16Float = 10;
+
+// Given to each frame by the caller.
+struct BlurParams {
+  float tint[4] = {0, 0, 0, 0};  // red, green, blue, tint weight
+  float opacity = 1.0f;
+  uint8_t hdr = 0;  // the display under the game runs in HDR
+};
+
+// The pixel shaders' constant buffer, byte for byte.
+struct BlurCB {
+  float texel_size[2] = {0, 0};
+  float uv_scale[2] = {1, 1};
+  float uv_offset[2] = {0, 0};
+  float hdr = 0;
+  float opacity = 1;
+  float tint_color[4] = {0, 0, 0, 0};
+};
+static_assert(sizeof(BlurCB) == 48);
+
+struct PixelSize {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  bool operator==(const PixelSize&) const = default;
+};
+
+struct PixelRect {
+  int32_t left = 0;
+  int32_t top = 0;
+  int32_t right = 0;
+  int32_t bottom = 0;
+  bool operator==(const PixelRect&) const = default;
+};
+
+// The crop limited to the frame; nothing when no pixel of it is left.
+std::optional<PixelRect> ClampCrop(const PixelRect& crop, PixelSize frame);
+
+// Level 0 is the crop itself; each further level halves, rounding up, never below 1x1.
+std::array<PixelSize, kBlurLevelCount> ChainSizes(PixelSize crop);
+
+// Tone mapping is for scRGB frames only: an 8-bit frame already sits in SDR range.
+bool UseToneMap(const BlurParams& params, uint32_t frame_format);
+
+enum class BlurShader : uint8_t { kDown, kUp, kComposite };
+
+// Where a pass reads or writes: a level of the chain, the frame, or the caller's target.
+constexpr int kFrameSlot = -1;
+constexpr int kTargetSlot = -2;
+
+struct BlurPass {
+  BlurShader shader = BlurShader::kDown;
+  int source = kFrameSlot;
+  int target = 0;
+  PixelSize viewport;
+  BlurCB constants;
+};
+
+// Down into every level, up again to level 0, and the composite into the target.
+constexpr uint32_t kBlurPassCount = 2 * kBlurLevelCount;
+std::array<BlurPass, kBlurPassCount> PlanPasses(PixelSize frame, const PixelRect& crop,
+                                                PixelSize target, const BlurParams& params,
+                                                bool tone_map);
+
+// What a cached object was made for.
+struct TextureShape {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint32_t format = 0;
+  bool operator==(const TextureShape&) const = default;
+};
+
+bool ChainIsStale(bool built, PixelSize built_for, PixelSize crop);
+bool SourceCopyIsStale(bool built, const TextureShape& built_for, const TextureShape& frame);
+
+}  // namespace qn

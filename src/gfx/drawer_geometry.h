@@ -1,0 +1,52 @@
+#pragma once
+// Where the drawer sits over the game, how far it has slid, and when its swap chain has to
+// change: the decisions of the drawer window that need no window to make.
+#include <cstdint>
+
+namespace qn {
+
+// Screen pixels; right and bottom are exclusive, as in the window manager's rectangles.
+struct ScreenRect {
+  int32_t left = 0;
+  int32_t top = 0;
+  int32_t right = 0;
+  int32_t bottom = 0;
+
+  int32_t Width() const { return right - left; }
+  int32_t Height() const { return bottom - top; }
+  friend bool operator==(const ScreenRect&, const ScreenRect&) = default;
+};
+
+// Both in pixels at 96 DPI, scaled by the game window's DPI.
+constexpr int32_t kDrawerMinHeight = 220;
+constexpr int32_t kDrawerMaxWidth = 1600;
+
+// An edge this many pixels short of the monitor's still counts as reaching it.
+constexpr int32_t kCoverSlack = 2;
+
+// The drawer resting on the game's bottom edge, centred; fraction is drawer_pct / 100.
+// A game rectangle without area gives a drawer without area.
+ScreenRect DrawerRect(const ScreenRect& game, uint32_t dpi, double fraction);
+
+bool CoversMonitor(const ScreenRect& window, const ScreenRect& monitor);
+
+constexpr int64_t kSlideOpenMs = 160;
+constexpr int64_t kSlideCloseMs = 110;
+
+// The slide value t (also the drawer's opacity) from the milliseconds since the slide began.
+float SlideOpening(int64_t elapsed_ms);
+float SlideClosing(int64_t elapsed_ms);
+
+// How far below its place the drawer's content lies at slide value t.
+float SlideOffset(uint32_t height, float t);
+
+enum class SurfaceChange {
+  kRefuse,  // a zero size: no swap chain can have it
+  kKeep,
+  kResize,  // resize the existing buffers
+  kCreate,  // no swap chain yet
+};
+SurfaceChange PlanSurface(bool has_swap_chain, uint32_t width, uint32_t height, uint32_t new_width,
+                          uint32_t new_height);
+
+}  // namespace qn

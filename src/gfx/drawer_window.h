@@ -1,0 +1,110 @@
+#pragma once
+// The panel that slides up over the bottom of the game. It is a top-most popup that never
+// takes the focus from the game (a game without focus often stops presenting, and the
+// backdrop is made of its frames); its only content is a composition visual holding a
+// premultiplied flip-model swap chain, so nothing of the window itself is ever painted.
+#include <windows.h>
+
+#include <d2d1_1.h>
+#include <d3d11.h>
+#include <dcomp.h>
+#include <dwrite.h>
+#include <dxgi1_2.h>
+
+#include <cstdint>
+#include <functional>
+
+#include "core/handles.h"
+#include "gfx/blur_plan.h"
+#include "gfx/drawer_geometry.h"
+
+namespace qn {
+
+class Renderer;
+
+// Computed each tick from the game window; the drawer rectangle follows DrawerRect.
+struct DrawerPlacement {
+  RECT game = {};
+  RECT drawer = {};
+  uint32_t dpi = 96;
+  uint32_t covers_monitor = 0;
+};
+
+inline ScreenRect ToScreenRect(const RECT& r) {
+  return {static_cast<int32_t>(r.left), static_cast<int32_t>(r.top), static_cast<int32_t>(r.right),
+          static_cast<int32_t>(r.bottom)};
+}
+inline RECT ToRect(const ScreenRect& r) { return {r.left, r.top, r.right, r.bottom}; }
+
+// Shows the window at the rectangle above everything, without activating it.
+bool ShowDrawerAt(HWND window, const RECT& rect);
+
+class DrawerWindow {
+ public:
+  // Draws the chat over the backdrop; one Direct2D unit is one pixel.
+  using DrawCallback = std::function<void(ID2D1DeviceContext* context, float opacity)>;
+  // Receives the keyboard and wheel messages that reach the drawer itself.
+  using InputHandler = std::function<void(UINT message, WPARAM wparam, LPARAM lparam)>;
+
+  DrawerWindow() = default;
+  ~DrawerWindow();
+  // The window procedure finds the object through the window, so it must stay put.
+  DrawerWindow(const DrawerWindow&) = delete;
+  DrawerWindow& operator=(const DrawerWindow&) = delete;
+
+  bool Create(HINSTANCE instance, Renderer* renderer);
+  bool EnsureSize(uint32_t width, uint32_t height);
+  bool Place(const DrawerPlacement& placement);
+  void Hide();
+  bool Frame(ID3D11Texture2D* frame, const RECT& crop, float t, const BlurParams& params,
+             const DrawCallback& draw);
+  void ReleaseSurfaces();
+  void Destroy();
+
+  void SetInputHandler(InputHandler handler) { input_ = std::move(handler); }
+
+  HWND Window() const { return window_.get(); }
+  bool Visible() const { return visible_; }
+  uint32_t Width() const { return width_; }
+  uint32_t Height() const { return height_; }
+  IDWriteFactory* WriteFactory() const { return dwrite_factory_.get(); }
+
+ private:
+  static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
+
+  bool CreateWindowHandle(HINSTANCE instance);
+  bool CreateComposition(IDXGIDevice* device);
+  bool CreateDirect2D(IDXGIDevice* device);
+  bool CreateWriteFactory();
+  void DropBufferReferences();
+  void ResizeOrDrop(uint32_t width, uint32_t height);
+  bool CreateSwapChain(uint32_t width, uint32_t height);
+  bool CreateBackBufferView();
+  bool CreateDirect2DTarget();
+  void ClearToTint(const BlurParams& params);
+  void DrawOverlay(const DrawCallback& draw, float opacity);
+  bool Present();
+
+  UniqueHwnd window_;
+  Renderer* renderer_ = nullptr;
+  bool visible_ = false;
+  ComPtr<IDXGISwapChain1> swap_chain_;
+  ComPtr<ID3D11RenderTargetView> back_buffer_view_;
+  ComPtr<IDCompositionDevice> composition_device_;
+  ComPtr<IDCompositionTarget> composition_target_;
+  ComPtr<IDCompositionVisual> visual_;
+  ComPtr<ID2D1Factory1> d2d_factory_;
+  ComPtr<ID2D1Device> d2d_device_;
+  ComPtr<ID2D1DeviceContext> d2d_context_;
+  ComPtr<ID2D1Bitmap1> d2d_target_;
+  ComPtr<IDWriteFactory> dwrite_factory_;
+  uint32_t width_ = 0;
+  uint32_t height_ = 0;
+
+  InputHandler input_;
+  // Per-frame failures repeat every tick; each is logged once until the call succeeds again.
+  bool end_draw_warned_ = false;
+  bool present_warned_ = false;
+};
+
+}  // namespace qn

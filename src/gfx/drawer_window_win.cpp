@@ -1,0 +1,284 @@
+#include "gfx/drawer_window.h"
+
+#include <utility>
+
+#include "core/log.h"
+#include "core/os.h"
+#include "gfx/renderer.h"
+
+namespace qn {
+namespace {
+
+constexpr wchar_t kClassName[] = L"HintwickDrawer";
+constexpr DWORD kExStyle =
+    WS_EX_NOACTIVATE | WS_EX_NOREDIRECTIONBITMAP | WS_EX_TOOLWINDOW | WS_EX_TOPMOST;
+static_assert(kExStyle == 0x08200088);
+
+bool Succeeded(HRESULT hr, const wchar_t* call, uint32_t level) {
+  if (FAILED(hr)) Log(level, L"%ls failed: %ls", call, ErrorText(hr).c_str());
+  return SUCCEEDED(hr);
+}
+
+ComPtr<IDXGIDevice> DxgiDevice(Renderer* renderer) {
+  ComPtr<IDXGIDevice> device;
+  const HRESULT hr = renderer->Device()->QueryInterface(IID_PPV_ARGS(device.put()));
+  Succeeded(hr, L"QueryInterface(IDXGIDevice)", kLogError);
+  return device;
+}
+
+}  // namespace
+
+bool ShowDrawerAt(HWND window, const RECT& rect) {
+  const bool shown = SetWindowPos(window, HWND_TOPMOST, rect.left, rect.top, rect.right - rect.left,
+                                  rect.bottom - rect.top, SWP_NOACTIVATE | SWP_SHOWWINDOW) != FALSE;
+  if (!shown) Log(kLogWarn, L"SetWindowPos failed: %lu", GetLastError());
+  return shown;
+}
+
+DrawerWindow::~DrawerWindow() { Destroy(); }
+
+bool DrawerWindow::Create(HINSTANCE instance, Renderer* renderer) {
+  if (dwrite_factory_) return true;
+  // A window left by a failed attempt is started over rather than taken as ready.
+  Destroy();
+  if (!renderer || !renderer->Init()) return false;
+  renderer_ = renderer;
+  if (!CreateWindowHandle(instance)) return false;
+  const ComPtr<IDXGIDevice> device = DxgiDevice(renderer);
+  if (!device || !CreateComposition(device.get()) || !CreateDirect2D(device.get())) return false;
+  if (!CreateWriteFactory()) return false;
+  Log(kLogInfo, L"drawer window created (D3D + D2D + DirectWrite)");
+  return true;
+}
+
+bool DrawerWindow::CreateWindowHandle(HINSTANCE instance) {
+  WNDCLASSEXW window_class = {};
+  window_class.cbSize = sizeof(window_class);
+  window_class.lpfnWndProc = &DrawerWindow::WindowProc;
+  window_class.hInstance = instance;
+  window_class.hCursor = LoadCursorW(nullptr, IDC_ARROW);
+  window_class.lpszClassName = kClassName;
+  // Registered once per process; a second registration fails harmlessly.
+  RegisterClassExW(&window_class);
+  window_.reset(CreateWindowExW(kExStyle, kClassName, L"Hintwick", WS_POPUP, 0, 0, 16, 16, nullptr,
+                                nullptr, instance, this));
+  if (!window_) Log(kLogError, L"drawer window creation failed: %lu", GetLastError());
+  return static_cast<bool>(window_);
+}
+
+bool DrawerWindow::CreateComposition(IDXGIDevice* device) {
+  HRESULT hr = DCompositionCreateDevice(device, IID_PPV_ARGS(composition_device_.put()));
+  if (!Succeeded(hr, L"DCompositionCreateDevice", kLogError)) return false;
+  hr = composition_device_->CreateTargetForHwnd(window_.get(), TRUE, composition_target_.put());
+  if (!Succeeded(hr, L"CreateTargetForHwnd", kLogError)) return false;
+  return SUCCEEDED(composition_device_->CreateVisual(visual_.put()));
+}
+
+bool DrawerWindow::CreateDirect2D(IDXGIDevice* device) {
+  // Everything is drawn on the interface thread, so the factory needs no locking.
+  D2D1_FACTORY_OPTIONS options = {D2D1_DEBUG_LEVEL_NONE};
+  HRESULT hr = D2D1CreateFactory(D2D1_FACTORY_TYPE_SINGLE_THREADED, __uuidof(ID2D1Factory1),
+                                 &options, reinterpret_cast<void**>(d2d_factory_.put()));
+  if (!Succeeded(hr, L"D2D1CreateFactory", kLogError)) return false;
+  hr = d2d_factory_->CreateDevice(device, d2d_device_.put());
+  if (!Succeeded(hr, L"ID2D1Factory1::CreateDevice", kLogError)) return false;
+  return SUCCEEDED(
+      d2d_device_->CreateDeviceContext(D2D1_DEVICE_CONTEXT_OPTIONS_NONE, d2d_context_.put()));
+}
+
+bool DrawerWindow::CreateWriteFactory() {
+  const HRESULT hr = DWriteCreateFactory(DWRITE_FACTORY_TYPE_SHARED, __uuidof(IDWriteFactory),
+                                         reinterpret_cast<IUnknown**>(dwrite_factory_.put()));
+  return Succeeded(hr, L"DWriteCreateFactory", kLogError);
+}
+
+bool DrawerWindow::EnsureSize(uint32_t width, uint32_t height) {
+  const SurfaceChange change =
+      PlanSurface(static_cast<bool>(swap_chain_), width_, height_, width, height);
+  if (change == SurfaceChange::kRefuse) return false;
+  if (change == SurfaceChange::kKeep) return true;
+  // Without the composition objects a swap chain would have nowhere to show.
+  if (!visual_ || !composition_target_) return false;
+  DropBufferReferences();
+  if (change == SurfaceChange::kResize) ResizeOrDrop(width, height);
+  if (!swap_chain_ && !CreateSwapChain(width, height)) return false;
+  if (!CreateBackBufferView()) return false;
+  if (d2d_context_ && !CreateDirect2DTarget()) return false;
+  width_ = width;
+  height_ = height;
+  return true;
+}
+
+void DrawerWindow::DropBufferReferences() {
+  // ResizeBuffers fails while anything still holds a buffer: our view, the Direct2D target,
+  // or the view bound to the immediate context by the last frame.
+  back_buffer_view_.reset();
+  if (d2d_context_) d2d_context_->SetTarget(nullptr);
+  d2d_target_.reset();
+  renderer_->Context()->OMSetRenderTargets(0, nullptr, nullptr);
+}
+
+void DrawerWindow::ResizeOrDrop(uint32_t width, uint32_t height) {
+  const HRESULT hr = swap_chain_->ResizeBuffers(0, width, height, DXGI_FORMAT_UNKNOWN, 0);
+  if (SUCCEEDED(hr)) return;
+  Log(kLogWarn, L"ResizeBuffers failed (%ls); recreating", ErrorText(hr).c_str());
+  swap_chain_.reset();
+}
+
+bool DrawerWindow::CreateSwapChain(uint32_t width, uint32_t height) {
+  ID3D11Device* device = renderer_->Device();
+  const ComPtr<IDXGIDevice> dxgi_device = DxgiDevice(renderer_);
+  if (!dxgi_device) return false;
+  ComPtr<IDXGIAdapter> adapter;
+  ComPtr<IDXGIFactory2> factory;
+  if (!Succeeded(dxgi_device->GetAdapter(adapter.put()), L"GetAdapter", kLogError)) return false;
+  HRESULT hr = adapter->GetParent(IID_PPV_ARGS(factory.put()));
+  if (!Succeeded(hr, L"IDXGIAdapter::GetParent", kLogError)) return false;
+  DXGI_SWAP_CHAIN_DESC1 desc = {};
+  desc.Width = width;
+  desc.Height = height;
+  desc.Format = DXGI_FORMAT_B8G8R8A8_UNORM;
+  desc.SampleDesc.Count = 1;
+  desc.BufferUsage = DXGI_USAGE_RENDER_TARGET_OUTPUT;
+  desc.BufferCount = 2;
+  desc.Scaling = DXGI_SCALING_STRETCH;
+  desc.SwapEffect = DXGI_SWAP_EFFECT_FLIP_SEQUENTIAL;
+  desc.AlphaMode = DXGI_ALPHA_MODE_PREMULTIPLIED;
+  hr = factory->CreateSwapChainForComposition(device, &desc, nullptr, swap_chain_.put());
+  if (!Succeeded(hr, L"CreateSwapChainForComposition", kLogError)) return false;
+  visual_->SetContent(swap_chain_.get());
+  composition_target_->SetRoot(visual_.get());
+  return true;
+}
+
+bool DrawerWindow::CreateBackBufferView() {
+  ComPtr<ID3D11Texture2D> buffer;
+  HRESULT hr = swap_chain_->GetBuffer(0, IID_PPV_ARGS(buffer.put()));
+  if (!Succeeded(hr, L"IDXGISwapChain1::GetBuffer", kLogError)) return false;
+  hr = renderer_->Device()->CreateRenderTargetView(buffer.get(), nullptr, back_buffer_view_.put());
+  return Succeeded(hr, L"CreateRenderTargetView", kLogError);
+}
+
+bool DrawerWindow::CreateDirect2DTarget() {
+  ComPtr<IDXGISurface> surface;
+  HRESULT hr = swap_chain_->GetBuffer(0, IID_PPV_ARGS(surface.put()));
+  if (!Succeeded(hr, L"IDXGISwapChain1::GetBuffer", kLogError)) return false;
+  // 96 DPI keeps one Direct2D unit at one pixel; the chat view scales by the game's DPI.
+  const D2D1_BITMAP_PROPERTIES1 properties = {
+      {DXGI_FORMAT_B8G8R8A8_UNORM, D2D1_ALPHA_MODE_PREMULTIPLIED},
+      96.0f,
+      96.0f,
+      D2D1_BITMAP_OPTIONS_TARGET | D2D1_BITMAP_OPTIONS_CANNOT_DRAW,
+      nullptr};
+  hr = d2d_context_->CreateBitmapFromDxgiSurface(surface.get(), &properties, d2d_target_.put());
+  if (!Succeeded(hr, L"CreateBitmapFromDxgiSurface", kLogError)) return false;
+  d2d_context_->SetTarget(d2d_target_.get());
+  return true;
+}
+
+bool DrawerWindow::Place(const DrawerPlacement& placement) {
+  const ScreenRect rect = ToScreenRect(placement.drawer);
+  if (rect.Width() < 1 || rect.Height() < 1) return false;
+  if (!EnsureSize(static_cast<uint32_t>(rect.Width()), static_cast<uint32_t>(rect.Height()))) {
+    return false;
+  }
+  if (!ShowDrawerAt(window_.get(), placement.drawer)) return false;
+  visible_ = true;
+  return true;
+}
+
+void DrawerWindow::Hide() {
+  if (window_) ShowWindow(window_.get(), SW_HIDE);
+  visible_ = false;
+}
+
+bool DrawerWindow::Frame(ID3D11Texture2D* frame, const RECT& crop, float t,
+                         const BlurParams& params, const DrawCallback& draw) {
+  if (!swap_chain_ || !back_buffer_view_ || !renderer_) return false;
+  ClearToTint(params);
+  if (frame) renderer_->Render(frame, crop, back_buffer_view_.get(), width_, height_, params);
+  if (draw && d2d_context_ && d2d_target_) DrawOverlay(draw, params.opacity);
+  visual_->SetOffsetY(SlideOffset(height_, t));
+  composition_device_->Commit();
+  return Present();
+}
+
+void DrawerWindow::ClearToTint(const BlurParams& params) {
+  // What shows while no frame has been captured yet: the tint alone, premultiplied.
+  const float opacity = params.opacity;
+  const float color[4] = {params.tint[0] * opacity, params.tint[1] * opacity,
+                          params.tint[2] * opacity, opacity};
+  renderer_->Context()->ClearRenderTargetView(back_buffer_view_.get(), color);
+}
+
+void DrawerWindow::DrawOverlay(const DrawCallback& draw, float opacity) {
+  d2d_context_->BeginDraw();
+  draw(d2d_context_.get(), opacity);
+  const HRESULT hr = d2d_context_->EndDraw();
+  if (FAILED(hr) && !end_draw_warned_) {
+    Log(kLogWarn, L"D2D EndDraw failed: %ls", ErrorText(hr).c_str());
+  }
+  end_draw_warned_ = FAILED(hr);
+}
+
+bool DrawerWindow::Present() {
+  // One vertical blank of sync is the drawer's only pacing.
+  const HRESULT hr = swap_chain_->Present(1, 0);
+  if (FAILED(hr) && !present_warned_) Log(kLogWarn, L"Present failed: %ls", ErrorText(hr).c_str());
+  present_warned_ = FAILED(hr);
+  return SUCCEEDED(hr);
+}
+
+void DrawerWindow::ReleaseSurfaces() {
+  if (d2d_context_) d2d_context_->SetTarget(nullptr);
+  d2d_target_.reset();
+  back_buffer_view_.reset();
+  swap_chain_.reset();
+  if (visual_) visual_->SetContent(nullptr);
+  if (composition_device_) composition_device_->Commit();
+  width_ = 0;
+  height_ = 0;
+  if (renderer_) renderer_->Trim();
+}
+
+void DrawerWindow::Destroy() {
+  ReleaseSurfaces();
+  dwrite_factory_.reset();
+  d2d_context_.reset();
+  d2d_device_.reset();
+  d2d_factory_.reset();
+  visual_.reset();
+  composition_target_.reset();
+  composition_device_.reset();
+  window_.reset();
+  renderer_ = nullptr;
+  visible_ = false;
+}
+
+LRESULT CALLBACK DrawerWindow::WindowProc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+  if (message == WM_NCCREATE) {
+    const auto* create = reinterpret_cast<const CREATESTRUCTW*>(lparam);
+    SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(create->lpCreateParams));
+  }
+  switch (message) {
+    case WM_KEYDOWN:
+    case WM_CHAR:
+    case WM_SYSKEYDOWN:
+    case WM_MOUSEWHEEL: {
+      const auto* self =
+          reinterpret_cast<const DrawerWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+      if (self && self->input_) self->input_(message, wparam, lparam);
+      return 0;
+    }
+    case WM_ERASEBKGND:
+      return 1;  // the window has no surface of its own to paint
+    case WM_NCHITTEST:
+      return HTCLIENT;
+    case WM_DESTROY:
+      return 0;  // the drawer comes and goes; the program carries on
+    default:
+      return DefWindowProcW(window, message, wparam, lparam);
+  }
+}
+
+}  // namespace qn

@@ -1,0 +1,71 @@
+// Drawer backdrop: a Kawase down/up chain over the part of the game under the drawer,
+// then tint, opacity and, on HDR displays, a tone map.
+
+cbuffer BlurCB : register(b0) {
+  float2 texelSize;  // one texel of the source texture, in uv units
+  float2 uvScale;    // the first downsample reads only the crop...
+  float2 uvOffset;   // ...so cropping costs no extra pass
+  float hdr;         // 1.0 when the frame is scRGB on an HDR display
+  float opacity;     // the drawer's slide animation
+  float4 tintColor;  // rgb, and the weight of the tint in a
+};
+
+Texture2D srcTex : register(t0);
+SamplerState srcSmp : register(s0);
+
+struct VSOut {
+  float4 pos : SV_Position;
+  float2 uv : TEXCOORD0;
+};
+
+// One triangle that covers the viewport, without any vertex buffer.
+VSOut VSMain(uint id : SV_VertexID) {
+  VSOut o;
+  float2 xy = float2((id << 1) & 2, id & 2);
+  o.pos = float4(xy.x * 2 - 1, 1 - xy.y * 2, 0, 1);
+  o.uv = xy;
+  return o;
+}
+
+// A macro rather than a function: some shader compilers still refuse user functions.
+#define S(uv) srcTex.Sample(srcSmp, (uv))
+
+// Kawase downsample: the centre weighted four times against the four diagonal corners.
+float4 PSDown(VSOut i) : SV_Target {
+  float2 uv = i.uv * uvScale + uvOffset;
+  float2 t = texelSize;
+  float4 sum = 4 * S(uv);
+  sum += S(uv + t * float2(-1, -1));
+  sum += S(uv + t * float2(1, -1));
+  sum += S(uv + t * float2(-1, 1));
+  sum += S(uv + t * float2(1, 1));
+  return sum / 8;
+}
+
+// Kawase upsample: a tent of four edge and four diagonal taps.
+float4 PSUp(VSOut i) : SV_Target {
+  float2 uv = i.uv;
+  float2 t = texelSize;
+  float4 sum = S(uv + t * float2(-2, 0));
+  sum += 2 * S(uv + t * float2(-1, 1));
+  sum += S(uv + t * float2(0, 2));
+  sum += 2 * S(uv + t * float2(1, 1));
+  sum += S(uv + t * float2(2, 0));
+  sum += 2 * S(uv + t * float2(1, -1));
+  sum += S(uv + t * float2(0, -2));
+  sum += 2 * S(uv + t * float2(-1, -1));
+  return sum / 12;
+}
+
+// Captured frames are FP16 scRGB, where SDR white sits at 1.0, so anything above 1.0 is
+// genuine HDR content that must be brought into range or the backdrop blows out.
+// The output is premultiplied, as DirectComposition expects.
+float4 PSComposite(VSOut i) : SV_Target {
+  float3 c = S(i.uv).rgb;
+  if (hdr > 0.5) {
+    c = c / (1 + c);
+    c = pow(saturate(c), 1 / 2.2);
+  }
+  c = lerp(c, tintColor.rgb, tintColor.a);
+  return float4(c * opacity, opacity);
+}

@@ -1,0 +1,294 @@
+#include <d3dcompiler.h>
+#include <dxgi1_6.h>
+
+#include <cfloat>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "core/log.h"
+#include "core/os.h"
+#include "gfx/hintwick_hlsl.h"
+#include "gfx/renderer.h"
+
+namespace qn {
+namespace {
+
+constexpr UINT kCompileFlags = D3DCOMPILE_OPTIMIZATION_LEVEL3;
+
+ComPtr<ID3DBlob> Compile(const char* entry, const char* profile) {
+  ComPtr<ID3DBlob> code;
+  ComPtr<ID3DBlob> errors;
+  const std::string_view source = kHintwickHlsl;
+  const HRESULT hr = D3DCompile(source.data(), source.size(), "hintwick.hlsl", nullptr, nullptr,
+                                entry, profile, kCompileFlags, 0, code.put(), errors.put());
+  if (SUCCEEDED(hr)) return code;
+  if (errors) {
+    std::string text(static_cast<const char*>(errors->GetBufferPointer()), errors->GetBufferSize());
+    // One log line per failure: the compiler ends its text with a newline and a NUL.
+    while (!text.empty() && (text.back() == '\0' || text.back() == '\n')) text.pop_back();
+    Log(kLogError, L"shader %hs failed: %hs", entry, text.c_str());
+  } else {
+    Log(kLogError, L"shader %hs failed: %ls", entry, ErrorText(hr).c_str());
+  }
+  code.reset();
+  return code;
+}
+
+bool CreatePixelShader(ID3D11Device* device, const char* entry, ID3D11PixelShader** shader) {
+  const ComPtr<ID3DBlob> code = Compile(entry, "ps_5_0");
+  return code && SUCCEEDED(device->CreatePixelShader(code->GetBufferPointer(),
+                                                     code->GetBufferSize(), nullptr, shader));
+}
+
+D3D11_TEXTURE2D_DESC LevelDesc(uint32_t width, uint32_t height) {
+  D3D11_TEXTURE2D_DESC desc = {};
+  desc.Width = width;
+  desc.Height = height;
+  desc.MipLevels = 1;
+  desc.ArraySize = 1;
+  desc.Format = DXGI_FORMAT_R16G16B16A16_FLOAT;
+  desc.SampleDesc.Count = 1;
+  desc.Usage = D3D11_USAGE_DEFAULT;
+  desc.BindFlags = D3D11_BIND_SHADER_RESOURCE | D3D11_BIND_RENDER_TARGET;
+  return desc;
+}
+
+}  // namespace
+
+bool Renderer::Init() {
+  if (device_) return true;
+  if (!CreateDevice()) return false;
+  if (!CreateShaders()) {
+    Release();
+    return false;
+  }
+  if (!CreateStates()) return false;
+  Log(kLogInfo, L"renderer ready");
+  return true;
+}
+
+bool Renderer::CreateDevice() {
+  const D3D_FEATURE_LEVEL levels[] = {D3D_FEATURE_LEVEL_11_1, D3D_FEATURE_LEVEL_11_0,
+                                      D3D_FEATURE_LEVEL_10_1};
+  const HRESULT hr = D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr,
+                                       D3D11_CREATE_DEVICE_BGRA_SUPPORT, levels, 3,
+                                       D3D11_SDK_VERSION, device_.put(), nullptr, context_.put());
+  if (SUCCEEDED(hr)) return true;
+  Log(kLogError, L"D3D11CreateDevice (hardware) failed: %ls", ErrorText(hr).c_str());
+  device_.reset();
+  context_.reset();
+  return false;
+}
+
+bool Renderer::CreateShaders() {
+  const ComPtr<ID3DBlob> vs = Compile("VSMain", "vs_5_0");
+  return vs &&
+         SUCCEEDED(device_->CreateVertexShader(vs->GetBufferPointer(), vs->GetBufferSize(), nullptr,
+                                               vertex_shader_.put())) &&
+         CreatePixelShader(device_.get(), "PSDown", down_shader_.put()) &&
+         CreatePixelShader(device_.get(), "PSUp", up_shader_.put()) &&
+         CreatePixelShader(device_.get(), "PSComposite", composite_shader_.put());
+}
+
+bool Renderer::CreateStates() {
+  D3D11_SAMPLER_DESC sampler = {};
+  sampler.Filter = D3D11_FILTER_MIN_MAG_MIP_LINEAR;
+  sampler.AddressU = sampler.AddressV = sampler.AddressW = D3D11_TEXTURE_ADDRESS_CLAMP;
+  sampler.MaxLOD = FLT_MAX;
+  D3D11_BLEND_DESC blend = {};
+  blend.RenderTarget[0].RenderTargetWriteMask = D3D11_COLOR_WRITE_ENABLE_ALL;
+  D3D11_RASTERIZER_DESC raster = {};
+  raster.FillMode = D3D11_FILL_SOLID;
+  raster.CullMode = D3D11_CULL_NONE;
+  raster.DepthClipEnable = TRUE;
+  D3D11_BUFFER_DESC buffer = {};
+  buffer.ByteWidth = sizeof(BlurCB);
+  buffer.Usage = D3D11_USAGE_DYNAMIC;
+  buffer.BindFlags = D3D11_BIND_CONSTANT_BUFFER;
+  buffer.CPUAccessFlags = D3D11_CPU_ACCESS_WRITE;
+  return SUCCEEDED(device_->CreateSamplerState(&sampler, sampler_.put())) &&
+         SUCCEEDED(device_->CreateBlendState(&blend, blend_state_.put())) &&
+         SUCCEEDED(device_->CreateRasterizerState(&raster, rasterizer_state_.put())) &&
+         SUCCEEDED(device_->CreateBuffer(&buffer, nullptr, constants_.put()));
+}
+
+bool Renderer::DisplayIsHdr(HWND window) {
+  const HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST);
+  ComPtr<IDXGIFactory1> factory;
+  if (!monitor || FAILED(CreateDXGIFactory1(IID_PPV_ARGS(factory.put())))) return false;
+  ComPtr<IDXGIOutput> found;
+  ComPtr<IDXGIAdapter1> adapter;
+  // Any enumeration failure ends the walk like the end of the list does.
+  for (UINT a = 0; !found && SUCCEEDED(factory->EnumAdapters1(a, adapter.put())); ++a) {
+    ComPtr<IDXGIOutput> output;
+    for (UINT o = 0; !found && SUCCEEDED(adapter->EnumOutputs(o, output.put())); ++o) {
+      DXGI_OUTPUT_DESC desc;
+      if (SUCCEEDED(output->GetDesc(&desc)) && desc.Monitor == monitor) found = output;
+    }
+  }
+  const auto output6 = found.As<IDXGIOutput6>();
+  DXGI_OUTPUT_DESC1 desc;
+  if (!output6 || FAILED(output6->GetDesc1(&desc))) return false;
+  const bool hdr = desc.ColorSpace == DXGI_COLOR_SPACE_RGB_FULL_G2084_NONE_P2020;
+  Log(kLogInfo, L"display %ls: %ls (colorspace=%d, %.0f nits, %u bpc)", desc.DeviceName,
+      hdr ? L"HDR" : L"SDR", static_cast<int>(desc.ColorSpace),
+      static_cast<double>(desc.MaxLuminance), desc.BitsPerColor);
+  return hdr;
+}
+
+bool Renderer::EnsureChain(unsigned width, unsigned height) {
+  const PixelSize crop = {width, height};
+  if (!ChainIsStale(!levels_.empty(), {chain_width_, chain_height_}, crop)) return true;
+  levels_.clear();
+  chain_width_ = width;
+  chain_height_ = height;
+  ++chain_builds_;
+  const auto sizes = ChainSizes(crop);
+  for (uint32_t i = 0; i < kBlurLevelCount; ++i) {
+    BlurLevel level;
+    level.width = sizes[i].width;
+    level.height = sizes[i].height;
+    const D3D11_TEXTURE2D_DESC desc = LevelDesc(level.width, level.height);
+    if (FAILED(device_->CreateTexture2D(&desc, nullptr, level.texture.put()))) {
+      Log(kLogError, L"blur chain level %d (%ux%u) failed", static_cast<int>(i), level.width,
+          level.height);
+      levels_.clear();
+      return false;
+    }
+    // A failed view keeps the levels built so far; Render refuses such a partial chain.
+    if (FAILED(device_->CreateRenderTargetView(level.texture.get(), nullptr, level.target.put())) ||
+        FAILED(device_->CreateShaderResourceView(level.texture.get(), nullptr, level.view.put()))) {
+      return false;
+    }
+    levels_.push_back(std::move(level));
+  }
+  return true;
+}
+
+bool Renderer::EnsureSourceCopy(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DESC& desc) {
+  const TextureShape shape = {desc.Width, desc.Height, static_cast<uint32_t>(desc.Format)};
+  if (SourceCopyIsStale(static_cast<bool>(source_copy_view_),
+                        {copy_width_, copy_height_, copy_format_}, shape)) {
+    D3D11_TEXTURE2D_DESC copy = desc;
+    copy.Usage = D3D11_USAGE_DEFAULT;
+    copy.BindFlags = D3D11_BIND_SHADER_RESOURCE;
+    copy.CPUAccessFlags = 0;
+    copy.MiscFlags = 0;
+    source_copy_view_.reset();
+    if (FAILED(device_->CreateTexture2D(&copy, nullptr, source_copy_.put())) ||
+        FAILED(device_->CreateShaderResourceView(source_copy_.get(), nullptr,
+                                                 source_copy_view_.put()))) {
+      source_copy_.reset();
+      source_copy_view_.reset();
+      return false;
+    }
+    copy_width_ = shape.width;
+    copy_height_ = shape.height;
+    copy_format_ = shape.format;
+  }
+  context_->CopyResource(source_copy_.get(), frame);
+  return true;
+}
+
+// Capture textures are normally sampled in place; the copy is for frames that cannot be.
+ComPtr<ID3D11ShaderResourceView> Renderer::SourceView(ID3D11Texture2D* frame,
+                                                      const D3D11_TEXTURE2D_DESC& desc) {
+  ComPtr<ID3D11ShaderResourceView> view;
+  if ((desc.BindFlags & D3D11_BIND_SHADER_RESOURCE) &&
+      SUCCEEDED(device_->CreateShaderResourceView(frame, nullptr, view.put()))) {
+    return view;
+  }
+  view.reset();
+  if (EnsureSourceCopy(frame, desc)) view = source_copy_view_;
+  return view;
+}
+
+bool Renderer::Render(ID3D11Texture2D* frame, const RECT& crop, ID3D11RenderTargetView* target,
+                      unsigned target_width, unsigned target_height, const BlurParams& params) {
+  if (!device_ || !frame || !target) return false;
+  D3D11_TEXTURE2D_DESC desc;
+  frame->GetDesc(&desc);
+  if (desc.Width == 0 || desc.Height == 0) return false;
+  const PixelSize frame_size = {desc.Width, desc.Height};
+  const auto area = ClampCrop({crop.left, crop.top, crop.right, crop.bottom}, frame_size);
+  const ComPtr<ID3D11ShaderResourceView> source = SourceView(frame, desc);
+  if (!source || !area) return false;
+  if (!EnsureChain(static_cast<unsigned>(area->right - area->left),
+                   static_cast<unsigned>(area->bottom - area->top)) ||
+      levels_.size() != kBlurLevelCount) {
+    return false;
+  }
+  const bool tone_map = UseToneMap(params, static_cast<uint32_t>(desc.Format));
+  for (const BlurPass& pass :
+       PlanPasses(frame_size, *area, {target_width, target_height}, params, tone_map)) {
+    RunPass(pass, source.get(), target);
+  }
+  return true;
+}
+
+void Renderer::RunPass(const BlurPass& pass, ID3D11ShaderResourceView* frame_view,
+                       ID3D11RenderTargetView* target) {
+  ID3D11PixelShader* const shaders[] = {down_shader_.get(), up_shader_.get(),
+                                        composite_shader_.get()};
+  ID3D11ShaderResourceView* source =
+      pass.source == kFrameSlot ? frame_view : levels_[static_cast<size_t>(pass.source)].view.get();
+  ID3D11RenderTargetView* into =
+      pass.target == kTargetSlot ? target : levels_[static_cast<size_t>(pass.target)].target.get();
+  DrawPass(shaders[static_cast<size_t>(pass.shader)], source, into, pass.viewport, pass.constants);
+}
+
+void Renderer::DrawPass(ID3D11PixelShader* shader, ID3D11ShaderResourceView* source,
+                        ID3D11RenderTargetView* target, PixelSize size, const BlurCB& constants) {
+  D3D11_MAPPED_SUBRESOURCE mapped;
+  if (SUCCEEDED(context_->Map(constants_.get(), 0, D3D11_MAP_WRITE_DISCARD, 0, &mapped))) {
+    std::memcpy(mapped.pData, &constants, sizeof(constants));
+    context_->Unmap(constants_.get(), 0);
+  }
+  const D3D11_VIEWPORT viewport = {
+      0, 0, static_cast<float>(size.width), static_cast<float>(size.height), 0, 1};
+  ID3D11Buffer* const buffer = constants_.get();
+  ID3D11SamplerState* const sampler = sampler_.get();
+  context_->OMSetRenderTargets(1, &target, nullptr);
+  context_->RSSetViewports(1, &viewport);
+  context_->IASetInputLayout(nullptr);
+  context_->IASetPrimitiveTopology(D3D11_PRIMITIVE_TOPOLOGY_TRIANGLELIST);
+  context_->VSSetShader(vertex_shader_.get(), nullptr, 0);
+  context_->PSSetShader(shader, nullptr, 0);
+  context_->PSSetConstantBuffers(0, 1, &buffer);
+  context_->PSSetSamplers(0, 1, &sampler);
+  context_->PSSetShaderResources(0, 1, &source);
+  context_->RSSetState(rasterizer_state_.get());
+  context_->OMSetBlendState(blend_state_.get(), nullptr, 0xFFFFFFFF);
+  context_->Draw(3, 0);
+  // Unbound so that the next pass may read what this one wrote.
+  ID3D11ShaderResourceView* const no_source = nullptr;
+  ID3D11RenderTargetView* const no_target = nullptr;
+  context_->PSSetShaderResources(0, 1, &no_source);
+  context_->OMSetRenderTargets(1, &no_target, nullptr);
+}
+
+void Renderer::Trim() {
+  levels_.clear();
+  chain_width_ = chain_height_ = 0;
+  source_copy_view_.reset();
+  source_copy_.reset();
+  copy_width_ = copy_height_ = copy_format_ = 0;
+  if (context_) context_->ClearState();
+}
+
+void Renderer::Release() {
+  Trim();
+  constants_.reset();
+  rasterizer_state_.reset();
+  blend_state_.reset();
+  sampler_.reset();
+  composite_shader_.reset();
+  up_shader_.reset();
+  down_shader_.reset();
+  vertex_shader_.reset();
+  context_.reset();
+  device_.reset();
+}
+
+}  // namespace qn
