@@ -22,6 +22,8 @@
 #include "chat/chat_view.h"
 #include "core/handles.h"
 #include "core/utf.h"
+#include "gfx/drawer_geometry.h"
+#include "gfx/drawer_window.h"
 #include "gfx/renderer.h"
 
 namespace qn {
@@ -127,17 +129,12 @@ bool LoadChat(const std::wstring& path, ChatView& view) {
   return true;
 }
 
-// The drawer rests centred on the bottom edge: the chosen share of the game's height, but
-// no lower than 220 and no wider than 1600 pixels at 96 DPI.
-RECT DrawerRect(const Image& game, const Options& options) {
-  const auto scaled = [&](int pixels) { return static_cast<LONG>(pixels * options.dpi / 96); };
-  const auto game_height = static_cast<LONG>(game.height);
-  const auto game_width = static_cast<LONG>(game.width);
-  LONG height = static_cast<LONG>(game_height * options.height_pct / 100.0);
-  height = std::min(std::max(height, scaled(220)), game_height);
-  const LONG width = std::min(game_width, scaled(1600));
-  const LONG left = (game_width - width) / 2;
-  return {left, game_height - height, left + width, game_height};
+// The screenshot stands for the whole game window, so the drawer sits where the program
+// would put it.
+RECT DrawerRectIn(const Image& game, const Options& options) {
+  const ScreenRect window{0, 0, static_cast<int32_t>(game.width),
+                          static_cast<int32_t>(game.height)};
+  return ToRect(DrawerRect(window, options.dpi, options.height_pct / 100.0));
 }
 
 // Enough of IEEE half precision for the 0..1 of a linearised screenshot.
@@ -269,7 +266,7 @@ void Compose(Image& game, const Image& drawer, const RECT& at) {
 }
 
 bool RenderDrawer(Renderer& renderer, const Options& options, Image& game) {
-  const RECT drawer = DrawerRect(game, options);
+  const RECT drawer = DrawerRectIn(game, options);
   Image picture{static_cast<uint32_t>(drawer.right - drawer.left),
                 static_cast<uint32_t>(drawer.bottom - drawer.top),
                 {}};
