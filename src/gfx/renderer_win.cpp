@@ -42,16 +42,8 @@ bool CreatePixelShader(ID3D11Device* device, const char* entry, ID3D11PixelShade
 }
 
 D3D11_TEXTURE2D_DESC LevelDesc(uint32_t width, uint32_t height) {
-  D3D11_TEXTURE2D_DESC desc = {};
-  desc.Width = width;
-  desc.Height = height;
-  desc.MipLevels = 1;
-  desc.ArraySize = 1;
-  desc.Format = DXGI_FORMAT_R16G16B16A16_FLOAT;
-  desc.SampleDesc.Count = 1;
-  desc.Usage = D3D11_USAGE_DEFAULT;
-  desc.BindFlags = D3D11_BIND_SHADER_RESOURCE | D3D11_BIND_RENDER_TARGET;
-  return desc;
+  return CD3D11_TEXTURE2D_DESC(DXGI_FORMAT_R16G16B16A16_FLOAT, width, height, 1, 1,
+                               D3D11_BIND_SHADER_RESOURCE | D3D11_BIND_RENDER_TARGET);
 }
 
 }  // namespace

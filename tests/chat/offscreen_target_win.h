@@ -77,15 +77,8 @@ class OffscreenTarget {
   }
 
   bool CreateTexture() {
-    D3D11_TEXTURE2D_DESC desc = {};
-    desc.Width = width_;
-    desc.Height = height_;
-    desc.MipLevels = 1;
-    desc.ArraySize = 1;
-    desc.Format = DXGI_FORMAT_B8G8R8A8_UNORM;
-    desc.SampleDesc.Count = 1;
-    desc.Usage = D3D11_USAGE_DEFAULT;
-    desc.BindFlags = D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE;
+    const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_B8G8R8A8_UNORM, width_, height_, 1, 1,
+                                     D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE);
     return SUCCEEDED(device_->CreateTexture2D(&desc, nullptr, texture_.put()));
   }
 

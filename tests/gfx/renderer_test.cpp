@@ -56,15 +56,7 @@ class RendererTest : public testing::Test {
 
   ComPtr<ID3D11Texture2D> MakeTexture(uint32_t width, uint32_t height, DXGI_FORMAT format,
                                       UINT bind, const void* data, UINT pitch) {
-    D3D11_TEXTURE2D_DESC desc = {};
-    desc.Width = width;
-    desc.Height = height;
-    desc.MipLevels = 1;
-    desc.ArraySize = 1;
-    desc.Format = format;
-    desc.SampleDesc.Count = 1;
-    desc.Usage = D3D11_USAGE_DEFAULT;
-    desc.BindFlags = bind;
+    const CD3D11_TEXTURE2D_DESC desc(format, width, height, 1, 1, bind);
     const D3D11_SUBRESOURCE_DATA init = {data, pitch, 0};
     ComPtr<ID3D11Texture2D> texture;
     EXPECT_HRESULT_SUCCEEDED(

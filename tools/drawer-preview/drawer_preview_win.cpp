@@ -165,16 +165,10 @@ std::vector<uint16_t> ToScRgb(const Image& game) {
 
 ComPtr<ID3D11Texture2D> MakeTexture(ID3D11Device* device, uint32_t width, uint32_t height,
                                     DXGI_FORMAT format, UINT bind, const void* data, UINT pitch) {
-  D3D11_TEXTURE2D_DESC desc = {};
-  desc.Width = width;
-  desc.Height = height;
-  desc.MipLevels = 1;
-  desc.ArraySize = 1;
-  desc.Format = format;
-  desc.SampleDesc.Count = 1;
-  desc.Usage = bind ? D3D11_USAGE_DEFAULT : D3D11_USAGE_STAGING;
-  desc.BindFlags = bind;
-  desc.CPUAccessFlags = bind ? 0 : D3D11_CPU_ACCESS_READ;
+  // No bind flags means a staging copy for reading back.
+  const CD3D11_TEXTURE2D_DESC desc(format, width, height, 1, 1, bind,
+                                   bind ? D3D11_USAGE_DEFAULT : D3D11_USAGE_STAGING,
+                                   bind ? 0 : D3D11_CPU_ACCESS_READ);
   const D3D11_SUBRESOURCE_DATA init = {data, pitch, 0};
   ComPtr<ID3D11Texture2D> texture;
   device->CreateTexture2D(&desc, data ? &init : nullptr, texture.put());
