@@ -20,10 +20,19 @@ constexpr int kReceiveTimeoutMs = 30000;
 constexpr DWORD kStreamReceiveTimeoutMs = 600000;
 constexpr DWORD kBodyChunkBytes = 4096;
 
+// A token comes from the service; one holding a line break would smuggle its own headers
+// into every request, so it is not sent at all.
+bool IsSendableToken(const std::string& token) {
+  if (token.empty()) return false;
+  if (token.find_first_of("\r\n") == std::string::npos) return true;
+  Log(kLogWarn, L"bearer token holds a line break; not sent");
+  return false;
+}
+
 std::wstring HeaderBlock(const std::string& token, bool streaming) {
   // Deliberately on every request, bodiless GETs included: one header block for all.
   std::wstring block = L"Content-Type: application/json\r\n";
-  if (!token.empty()) block += L"Authorization: Bearer " + Utf8ToWide(token) + L"\r\n";
+  if (IsSendableToken(token)) block += L"Authorization: Bearer " + Utf8ToWide(token) + L"\r\n";
   if (streaming) block += L"Accept: text/event-stream\r\n";
   return block;
 }

@@ -67,6 +67,16 @@ TEST_F(HttpClientTest, EachExchangeSendsExactlyItsRequest) {
   EXPECT_EQ(service_.RequestCount(), std::size(cases));
 }
 
+TEST_F(HttpClientTest, ATokenWithALineBreakIsNotSent) {
+  service_.Script("GET", "/v1/games", Reply(200, "[]"));
+  EXPECT_TRUE(client_.Get("/v1/games", "a1\r\nX-Injected: yes", 0).ok);
+  const test::RecordedRequest sent = service_.Requests().back();
+  EXPECT_EQ(sent.Header("Authorization"), std::nullopt);
+  EXPECT_EQ(sent.Header("X-Injected"), std::nullopt);
+  EXPECT_EQ(LogMessages("WARN "),
+            std::vector<std::string>{"bearer token holds a line break; not sent"});
+}
+
 TEST_F(HttpClientTest, PathIsSentAsGiven) {
   const std::string path = "/v1/memory/a%2Fb~c_d-e.f!$&'()*+,;=:@?q=%20&r=%E2%9C%93";
   service_.Script("GET", path, Reply(200, "{}"));
