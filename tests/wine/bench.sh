@@ -8,6 +8,11 @@ dir=$2
 env_file=$dir/env
 
 stop_bench() {
+  # Ask the server to end its programs first: killed on its own, it can leave services.exe and
+  # friends of the prefix running without it.
+  if [ -f "$dir/wineserver.pid" ] && [ -f "$dir/env" ]; then
+    (. "$dir/env" && timeout 20 wineserver -k) >/dev/null 2>&1
+  fi
   [ -f "$dir/wineserver.pid" ] && kill "$(cat "$dir/wineserver.pid")" 2>/dev/null
   [ -f "$dir/xvfb.pid" ] && kill "$(cat "$dir/xvfb.pid")" 2>/dev/null
   rm -f "$dir/wineserver.pid" "$dir/xvfb.pid"
