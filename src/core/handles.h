@@ -1,9 +1,10 @@
 #pragma once
 // Owning wrappers for Windows handles and COM objects. Every handle kind is one
 // alias of UniqueHandle below, so ownership rules are written once.
-#include <windows.h>
 #include <objbase.h>
+#include <windows.h>
 
+#include <cstdio>
 #include <utility>
 
 namespace qn {
@@ -12,11 +13,15 @@ namespace qn {
 // which is not a constant expression, so the sentinel comes from a policy type.
 struct NullIsInvalid {
   template <typename H>
-  static H Invalid() noexcept { return H{}; }
+  static H Invalid() noexcept {
+    return H{};
+  }
 };
 struct MinusOneIsInvalid {
   template <typename H>
-  static H Invalid() noexcept { return INVALID_HANDLE_VALUE; }
+  static H Invalid() noexcept {
+    return INVALID_HANDLE_VALUE;
+  }
 };
 
 template <typename H, auto Close, typename Policy = NullIsInvalid>
@@ -63,6 +68,7 @@ using UniqueHkey = UniqueHandle<HKEY, &RegCloseKey>;
 using UniqueWinEventHook = UniqueHandle<HWINEVENTHOOK, &UnhookWinEvent>;
 using UniqueLocalMemory = UniqueHandle<HLOCAL, &LocalFree>;
 using UniqueCoTaskString = UniqueHandle<PWSTR, &CoTaskMemFree>;
+using UniqueCFile = UniqueHandle<FILE*, &fclose>;
 
 template <typename T>
 class ComPtr {

@@ -4,45 +4,29 @@
 
 #include <cstdio>
 #include <iterator>
-#include <memory>
 #include <optional>
 
 #include "core/data_dir.h"
+#include "core/handles.h"
 #include "core/log.h"
 #include "core/settings.h"
+#include "core/state_file.h"
 
 namespace qn {
 namespace {
 
 // Our own file is a few hundred bytes; anything this large was not written by us and is
 // treated as unreadable rather than pulled into memory whole.
-constexpr long kMaxSettingsBytes = 1 << 20;
-
-struct FileCloser {
-  void operator()(FILE* file) const { fclose(file); }
-};
-using UniqueFile = std::unique_ptr<FILE, FileCloser>;
-
-std::optional<std::string> ReadSmallFile(const std::wstring& path) {
-  UniqueFile file(_wfsopen(path.c_str(), L"rb", _SH_DENYNO));
-  if (!file || fseek(file.get(), 0, SEEK_END) != 0) return std::nullopt;
-  const long size = ftell(file.get());
-  if (size <= 0 || size > kMaxSettingsBytes || fseek(file.get(), 0, SEEK_SET) != 0) {
-    return std::nullopt;
-  }
-  std::string bytes(static_cast<size_t>(size), '\0');
-  if (fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) return std::nullopt;
-  return bytes;
-}
+constexpr size_t kMaxSettingsBytes = size_t{1} << 20;
 
 bool WriteWholeFile(const std::wstring& path, const std::string& text) {
-  UniqueFile file(_wfsopen(path.c_str(), L"wb", _SH_DENYNO));
+  UniqueCFile file(_wfsopen(path.c_str(), L"wb", _SH_DENYNO));
   if (!file) {
     Log(kLogWarn, L"could not open %ls for writing", path.c_str());
     return false;
   }
-  const bool written = fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
-                       fflush(file.get()) == 0;
+  const bool written =
+      fwrite(text.data(), 1, text.size(), file.get()) == text.size() && fflush(file.get()) == 0;
   if (fclose(file.release()) != 0 || !written) {
     Log(kLogWarn, L"write failed for %ls", path.c_str());
     return false;
@@ -62,8 +46,9 @@ Settings LoadSettings() { return LoadSettingsFrom(SettingsPath()); }
 bool SaveSettings(const Settings& settings) { return SaveSettingsTo(SettingsPath(), settings); }
 
 Settings LoadSettingsFrom(const std::wstring& path) {
-  const std::optional<std::string> text = path.empty() ? std::nullopt : ReadSmallFile(path);
-  if (!text) {
+  const std::optional<std::string> text =
+      path.empty() ? std::nullopt : ReadStateFile(path, kMaxSettingsBytes);
+  if (!text || text->empty()) {
     Log(kLogInfo, L"no config.json; using defaults");
     return Settings();
   }

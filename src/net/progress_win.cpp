@@ -6,6 +6,7 @@
 #include "core/data_dir.h"
 #include "core/log.h"
 #include "net/session.h"
+#include "core/state_file.h"
 #include "net/token_store.h"
 
 namespace qn {

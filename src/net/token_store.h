@@ -1,8 +1,6 @@
 #pragma once
 // token.bin: the refresh token, protected for the current Windows user. It is the only
 // credential kept on disk.
-#include <cstddef>
-#include <optional>
 #include <string>
 
 namespace qn {
@@ -16,10 +14,5 @@ class TokenStore {
   static std::string Load();
   static void Remove();
 };
-
-// Whole-file reads and replacing writes for the small state files of the data directory.
-// A reader on another thread sees the old file or the new one, never a torn mix.
-std::optional<std::string> ReadStateFile(const std::wstring& path, size_t max_bytes);
-bool ReplaceStateFile(const std::wstring& path, const std::string& bytes);
 
 }  // namespace qn
