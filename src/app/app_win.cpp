@@ -13,7 +13,6 @@
 namespace qn {
 namespace {
 
-using UniqueGlobal = UniqueHandle<HGLOBAL, &GlobalFree>;
 
 constexpr wchar_t kNotSignedInStatus[] =
     L"Not signed in \u2014 open Hintwick from the tray icon to sign in or create an account.";

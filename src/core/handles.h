@@ -3,6 +3,8 @@
 // alias of UniqueHandle below, so ownership rules are written once.
 #include <objbase.h>
 #include <windows.h>
+#include <winhttp.h>
+#include <winstring.h>
 
 #include <cstdio>
 #include <utility>
@@ -41,9 +43,14 @@ class UniqueHandle {
   H get() const noexcept { return handle_; }
   explicit operator bool() const noexcept { return handle_ != Invalid(); }
 
+  // Keeps the thread's last error: callers release on failure paths and then report
+  // GetLastError, which the close function would otherwise overwrite.
   void reset(H handle = Invalid()) noexcept {
     H old = std::exchange(handle_, handle);
-    if (old != Invalid()) Close(old);
+    if (old == Invalid()) return;
+    const DWORD error = GetLastError();
+    Close(old);
+    SetLastError(error);
   }
   [[nodiscard]] H release() noexcept { return std::exchange(handle_, Invalid()); }
   // For out-parameters: frees what is held, then hands out the slot.
@@ -69,6 +76,60 @@ using UniqueWinEventHook = UniqueHandle<HWINEVENTHOOK, &UnhookWinEvent>;
 using UniqueLocalMemory = UniqueHandle<HLOCAL, &LocalFree>;
 using UniqueCoTaskString = UniqueHandle<PWSTR, &CoTaskMemFree>;
 using UniqueCFile = UniqueHandle<FILE*, &fclose>;
+using UniqueGlobal = UniqueHandle<HGLOBAL, &GlobalFree>;
+using UniqueHinternet = UniqueHandle<HINTERNET, &WinHttpCloseHandle>;
+using UniqueHstring = UniqueHandle<HSTRING, &WindowsDeleteString>;
+
+// Scope guards for the pairs of calls that are not handles.
+
+// COM for this thread, undone only if it was done here. RPC_E_CHANGED_MODE (another
+// apartment already) counts as a failure: the caller asked for a model it did not get.
+class ComApartment {
+ public:
+  explicit ComApartment(DWORD model) noexcept : hr_(CoInitializeEx(nullptr, model)) {}
+  ~ComApartment() {
+    if (SUCCEEDED(hr_)) CoUninitialize();
+  }
+  ComApartment(const ComApartment&) = delete;
+  ComApartment& operator=(const ComApartment&) = delete;
+  HRESULT Result() const noexcept { return hr_; }
+  explicit operator bool() const noexcept { return SUCCEEDED(hr_); }
+
+ private:
+  HRESULT hr_;
+};
+
+class OpenedClipboard {
+ public:
+  explicit OpenedClipboard(HWND owner) noexcept : open_(OpenClipboard(owner) != FALSE) {}
+  ~OpenedClipboard() {
+    if (open_) CloseClipboard();
+  }
+  OpenedClipboard(const OpenedClipboard&) = delete;
+  OpenedClipboard& operator=(const OpenedClipboard&) = delete;
+  explicit operator bool() const noexcept { return open_; }
+
+ private:
+  bool open_;
+};
+
+template <typename T>
+class GlobalLockScope {
+ public:
+  explicit GlobalLockScope(HGLOBAL memory) noexcept
+      : memory_(memory), data_(static_cast<T*>(GlobalLock(memory))) {}
+  ~GlobalLockScope() {
+    if (data_) GlobalUnlock(memory_);
+  }
+  GlobalLockScope(const GlobalLockScope&) = delete;
+  GlobalLockScope& operator=(const GlobalLockScope&) = delete;
+  T* get() const noexcept { return data_; }
+  explicit operator bool() const noexcept { return data_ != nullptr; }
+
+ private:
+  HGLOBAL memory_;
+  T* data_;
+};
 
 template <typename T>
 class ComPtr {

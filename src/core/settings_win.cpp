@@ -1,5 +1,6 @@
 #include <windows.h>
 
+#include <io.h>
 #include <share.h>
 
 #include <cstdio>
@@ -25,8 +26,11 @@ bool WriteWholeFile(const std::wstring& path, const std::string& text) {
     Log(kLogWarn, L"could not open %ls for writing", path.c_str());
     return false;
   }
-  const bool written =
-      fwrite(text.data(), 1, text.size(), file.get()) == text.size() && fflush(file.get()) == 0;
+  // Flushed to the disk, not only to the system, before the caller renames it over the old
+  // file: a power cut must leave the old settings or the new ones, never an empty file.
+  const bool written = fwrite(text.data(), 1, text.size(), file.get()) == text.size() &&
+                       fflush(file.get()) == 0 &&
+                       FlushFileBuffers(reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file.get()))));
   if (fclose(file.release()) != 0 || !written) {
     Log(kLogWarn, L"write failed for %ls", path.c_str());
     return false;

@@ -28,7 +28,9 @@ bool WriteNewFile(const std::wstring& path, const std::string& bytes) {
     Log(kLogWarn, L"could not write %ls (%lu)", path.c_str(), GetLastError());
     return false;
   }
-  if (!WriteAll(file.get(), bytes)) {
+  // Flushed before the rename: otherwise a power cut can leave the renamed file with no data
+  // in it, losing the old contents as well as the new.
+  if (!WriteAll(file.get(), bytes) || !FlushFileBuffers(file.get())) {
     Log(kLogWarn, L"could not write %ls (%lu)", path.c_str(), GetLastError());
     file.reset();
     DeleteFileW(path.c_str());

@@ -28,7 +28,6 @@ constexpr wchar_t kPoolClass[] = L"Windows.Graphics.Capture.Direct3D11CaptureFra
 constexpr wchar_t kSessionClass[] = L"Windows.Graphics.Capture.GraphicsCaptureSession";
 constexpr wchar_t kApiInformationClass[] = L"Windows.Foundation.Metadata.ApiInformation";
 
-using UniqueHstring = UniqueHandle<HSTRING, &WindowsDeleteString>;
 
 UniqueHstring MakeHstring(const wchar_t* text) {
   UniqueHstring made;

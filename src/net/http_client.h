@@ -11,8 +11,6 @@
 
 namespace qn {
 
-using UniqueHinternet = UniqueHandle<HINTERNET, &WinHttpCloseHandle>;
-
 struct HttpResponse {
   bool ok = false;  // a response header arrived
   int32_t status = 0;

@@ -2,13 +2,19 @@
 
 #include <vector>
 
+#include "core/failure_log.h"
 #include "core/handles.h"
+#include "core/posted_message.h"
+#include "support/test_files.h"
 
 namespace qn {
 namespace {
 
 std::vector<int> g_closed;
-void RecordClose(int handle) { g_closed.push_back(handle); }
+void RecordClose(int handle) {
+  g_closed.push_back(handle);
+  SetLastError(ERROR_INVALID_HANDLE);  // as a real close function may
+}
 using UniqueNumber = UniqueHandle<int, &RecordClose>;
 
 TEST(UniqueHandle, ClosesEachHandleExactlyOnce) {
@@ -26,6 +32,14 @@ TEST(UniqueHandle, ClosesEachHandleExactlyOnce) {
     EXPECT_EQ(b.get(), 1);
   }
   EXPECT_EQ(g_closed, (std::vector<int>{2, 3, 4, 1}));
+}
+
+// Failure paths release first and report GetLastError after.
+TEST(UniqueHandle, ReleasingKeepsTheLastError) {
+  UniqueNumber number(7);
+  SetLastError(ERROR_ACCESS_DENIED);
+  number.reset();
+  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
 }
 
 TEST(UniqueHandle, FileHandlesTreatMinusOneAsEmpty) {
@@ -67,6 +81,49 @@ TEST(ComPtr, BalancesReferencesAcrossCopiesMovesAndQueries) {
     EXPECT_EQ(object.references, 2u);
   }
   EXPECT_EQ(object.references, 0u);
+}
+
+struct Payload {
+  explicit Payload(int* alive) : alive(alive) { ++*alive; }
+  ~Payload() { --*alive; }
+  int* alive;
+};
+
+// A refused post frees its payload; a delivered one is adopted as the type it was sent as.
+TEST(PostedMessage, PayloadIsOwnedByExactlyOneSide) {
+  constexpr PostedMessage<Payload> kMessage{WM_APP + 9};
+  const auto make_window = [] {
+    return UniqueHwnd(CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                                      nullptr, nullptr));
+  };
+  int alive = 0;
+  HWND gone = make_window().get();
+  EXPECT_FALSE(PostOwned(gone, kMessage, std::make_unique<Payload>(&alive)));
+  EXPECT_EQ(alive, 0);
+
+  const UniqueHwnd window = make_window();
+  ASSERT_TRUE(PostOwned(window.get(), kMessage, std::make_unique<Payload>(&alive)));
+  MSG message{};
+  ASSERT_TRUE(PeekMessageW(&message, window.get(), kMessage.id, kMessage.id, PM_REMOVE));
+  EXPECT_EQ(alive, 1);
+  EXPECT_EQ(AdoptPosted(kMessage, message.wParam)->alive, &alive);
+  EXPECT_EQ(alive, 0);
+}
+
+// Per-frame calls log the first failure of a run only, each call on its own.
+TEST(RepeatedFailures, LogsOncePerRunOfFailures) {
+  const std::vector<std::pair<HRESULT, bool>> present_results = {
+      {E_FAIL, true}, {E_FAIL, false}, {S_OK, false}, {E_FAIL, true}};
+  const test::CapturedLog log;
+  RepeatedFailures failures;
+  EXPECT_FALSE(failures.Check(E_OUTOFMEMORY, L"EndDraw"));
+  size_t expected = 0;
+  for (const auto& [hr, logs] : present_results) {
+    EXPECT_EQ(failures.Check(hr, L"Present"), SUCCEEDED(hr));
+    expected += logs ? 1 : 0;
+    EXPECT_EQ(log.Count("WARN  Present failed: 0x80004005"), expected);
+  }
+  EXPECT_EQ(log.Count("EndDraw failed"), 1u);
 }
 
 }  // namespace

@@ -22,6 +22,24 @@ class TempDir {
   std::wstring path_;
 };
 
+// Sends the process-wide log to a fresh file for the life of the object, and reads it back.
+class CapturedLog {
+ public:
+  CapturedLog();
+  ~CapturedLog();
+  CapturedLog(const CapturedLog&) = delete;
+  CapturedLog& operator=(const CapturedLog&) = delete;
+
+  std::string Text() const;
+  bool Has(const std::string& fragment) const { return Count(fragment) > 0; }
+  size_t Count(const std::string& fragment) const;
+  // Starts a new, empty file.
+  void Clear();
+
+ private:
+  TempDir dir_;
+};
+
 std::optional<std::string> ReadFileBytes(const std::wstring& path);
 void WriteFileBytes(const std::wstring& path, const std::string& bytes);
 bool PathExists(const std::wstring& path);

@@ -1,6 +1,7 @@
 #include "support/test_files.h"
 
 #include "core/handles.h"
+#include "core/log.h"
 
 #include <atomic>
 #include <cstdio>
@@ -24,6 +25,26 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
+}
+
+CapturedLog::CapturedLog() { Clear(); }
+
+CapturedLog::~CapturedLog() { CloseLog(); }
+
+void CapturedLog::Clear() { OpenLogAt(dir_.File(L"test.log")); }
+
+std::string CapturedLog::Text() const {
+  return ReadFileBytes(dir_.File(L"test.log")).value_or(std::string());
+}
+
+size_t CapturedLog::Count(const std::string& fragment) const {
+  const std::string text = Text();
+  size_t count = 0;
+  for (size_t at = text.find(fragment); at != std::string::npos;
+       at = text.find(fragment, at + fragment.size())) {
+    ++count;
+  }
+  return count;
 }
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path) {
