@@ -28,12 +28,12 @@ constexpr wchar_t kCopiedNotice[] = L"Answer copied.";
 std::atomic<App*> g_app{nullptr};
 
 void DeliverChatEvent(WPARAM wparam) {
-  std::unique_ptr<std::string> event(reinterpret_cast<std::string*>(wparam));
+  std::unique_ptr<std::string> event = AdoptPosted(kMsgChatEvent, wparam);
   if (App* app = g_app.load()) app->OnChatEvent(event.release());
 }
 
 void DeliverSnapshot(WPARAM wparam) {
-  std::unique_ptr<GameLookupResult> snapshot(reinterpret_cast<GameLookupResult*>(wparam));
+  std::unique_ptr<GameLookupResult> snapshot = AdoptPosted(kMsgProgressSnapshot, wparam);
   if (App* app = g_app.load()) app->OnProgressSnapshot(snapshot.release());
 }
 
@@ -42,10 +42,10 @@ LRESULT CALLBACK MessageWindowProc(HWND window, UINT message, WPARAM wparam,
                                    LPARAM lparam) noexcept {
   try {
     switch (message) {
-      case kMsgChatEvent:
+      case kMsgChatEvent.id:
         DeliverChatEvent(wparam);
         return 0;
-      case kMsgProgressSnapshot:
+      case kMsgProgressSnapshot.id:
         DeliverSnapshot(wparam);
         return 0;
       default:
@@ -64,7 +64,7 @@ LRESULT CALLBACK MessageWindowProc(HWND window, UINT message, WPARAM wparam,
 // Payloads of the workers that were joined after their last post but before it was handled.
 void FreeUndelivered(HWND window) {
   MSG message;
-  for (const UINT kind : {kMsgChatEvent, kMsgProgressSnapshot}) {
+  for (const UINT kind : {kMsgChatEvent.id, kMsgProgressSnapshot.id}) {
     while (PeekMessageW(&message, window, kind, kind, PM_REMOVE)) DispatchMessageW(&message);
   }
 }

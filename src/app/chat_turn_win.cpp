@@ -50,13 +50,14 @@ void App::SendPrompt(const std::wstring& prompt) {
   session_.StreamChatAsync(shell_.game_key, message, window_.get(), kMsgChatEvent);
 }
 
-// Sign-in keeps its last failure; "reach" in it means the service, not the account, is
-// the problem, and the player only has to wait.
+// Sign-in keeps its last failure; an unreachable service, not the account, is the problem,
+// and the player only has to wait.
 void App::RefusePrompt() {
-  const std::string error = session_.LastError();
-  const bool unreachable = error.find("reach") != std::string::npos;
+  ServiceFailure failure = session_.LastFailure();
+  if (failure == ServiceFailure::kNone) failure = ServiceFailure::kNotSignedIn;
+  const bool unreachable = failure == ServiceFailure::kUnreachable;
   chat_view_.SetText(kRoleNotice, unreachable ? kUnreachableNotice : kSignInNotice);
-  Log(kLogWarn, L"prompt not sent: %hs", error.empty() ? "not signed in" : error.c_str());
+  Log(kLogWarn, L"prompt not sent: %hs", ServiceFailureText(failure));
 }
 
 void App::OnChatEvent(std::string* event) {

@@ -8,6 +8,7 @@
 
 #include "core/json.h"
 #include "core/log.h"
+#include "core/posted_message.h"
 #include "net/event_stream.h"
 #include "net/session.h"
 
@@ -17,7 +18,7 @@ struct Session::ChatStreamJob {
   Session& session;
   std::string body;
   HWND window = nullptr;
-  unsigned message_id = 0;
+  PostedMessage<std::string> event_message;
 };
 
 namespace {
@@ -27,13 +28,10 @@ constexpr char kChatPath[] = "/v1/chat";
 constexpr char kNotSignedInEvent[] = R"({"type":"error","message":"not signed in"})";
 constexpr char kUnreachableEvent[] = R"({"type":"error","message":"could not reach the service"})";
 
-// A string whose post fails is freed here; nothing else is done about it, since the window
-// is gone or its queue is full and a retry would fare no better.
-void PostEvent(HWND window, unsigned message_id, const std::string& payload) {
-  auto text = std::make_unique<std::string>(payload);
-  if (PostMessageW(window, message_id, reinterpret_cast<WPARAM>(text.get()), 0)) {
-    static_cast<void>(text.release());  // the receiving window deletes it
-  }
+// A failed post is not retried: the window is gone or its queue is full, and a retry would
+// fare no better.
+void PostEvent(HWND window, PostedMessage<std::string> event_message, const std::string& payload) {
+  PostOwned(window, event_message, std::make_unique<std::string>(payload));
 }
 
 // Without a thread the turn can neither run nor end, and the view would wait for ever; the
@@ -46,21 +44,22 @@ void PostEvent(HWND window, unsigned message_id, const std::string& payload) {
 
 }  // namespace
 
-void Session::StreamChatAsync(const std::string& game, const std::string& message, HWND window,
-                              unsigned message_id) {
+bool Session::StreamChatAsync(const std::string& game, const std::string& message, HWND window,
+                              PostedMessage<std::string> event_message) {
   if (streaming_.exchange(true)) {
     Log(kLogWarn, L"a stream is already running; ignoring");
-    return;
+    return false;
   }
   if (chat_thread_.joinable()) chat_thread_.join();
   cancel_requested_.store(false);
   try {
     auto job = std::make_unique<ChatStreamJob>(ChatStreamJob{
-        *this, JsonWriteFlatObject({{"game", game}, {"message", message}}), window, message_id});
+        *this, JsonWriteFlatObject({{"game", game}, {"message", message}}), window, event_message});
     chat_thread_ = std::thread(&Session::ChatStreamWorker, std::move(job));
   } catch (const std::exception& e) {
     FailThreadStart(e.what());
   }
+  return true;
 }
 
 void Session::CancelStream() { cancel_requested_.store(true); }
@@ -74,8 +73,10 @@ void Session::ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept {
   } catch (...) {
     Log(kLogWarn, L"chat turn failed: %hs", "unknown exception");
   }
-  PostMessageW(job->window, job->message_id, 0, 0);
+  // Cleared before the end mark goes out: a question the player sends as soon as the end is
+  // shown must find the session free, or it is dropped and its answer never comes.
   session.streaming_.store(false);
+  PostOwned(job->window, job->event_message, std::unique_ptr<std::string>());
 }
 
 // One retry after a refresh: an access token that expired mid-session fails the first
@@ -84,12 +85,12 @@ void Session::ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept {
 void Session::RunChatTurn(const ChatStreamJob& job) {
   std::string token = CopyAccessToken();
   if (token.empty()) {
-    PostEvent(job.window, job.message_id, kNotSignedInEvent);
+    PostEvent(job.window, job.event_message, kNotSignedInEvent);
     return;
   }
   EventStream stream(client_);
   const auto on_event = [&job](const std::string& payload) {
-    PostEvent(job.window, job.message_id, payload);
+    PostEvent(job.window, job.event_message, payload);
   };
   const auto cancelled = [this] { return cancel_requested_.load(); };
   if (stream.Post(kChatPath, job.body, token, on_event, cancelled)) return;
@@ -97,7 +98,7 @@ void Session::RunChatTurn(const ChatStreamJob& job) {
     token = CopyAccessToken();
     if (stream.Post(kChatPath, job.body, token, on_event, cancelled)) return;
   }
-  PostEvent(job.window, job.message_id, kUnreachableEvent);
+  PostEvent(job.window, job.event_message, kUnreachableEvent);
 }
 
 std::string Session::CopyAccessToken() const {

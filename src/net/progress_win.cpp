@@ -116,7 +116,8 @@ bool Session::NewPlaythrough(const std::string& slug) {
 
 // Dropped rather than queued while one runs: the lookup is re-asked on every game switch,
 // so a queued one would only report a game the player has already left.
-void Session::LookupGameAsync(const std::string& key, HWND window, UINT message) {
+void Session::LookupGameAsync(const std::string& key, HWND window,
+                              PostedMessage<GameLookupResult> message) {
   bool idle = false;
   if (!lookup_running_.compare_exchange_strong(idle, true)) return;
   if (lookup_thread_.joinable()) lookup_thread_.join();
@@ -128,14 +129,10 @@ void Session::LookupGameAsync(const std::string& key, HWND window, UINT message)
   }
 }
 
-void Session::RunLookup(const std::string& key, HWND window, UINT message) noexcept {
+void Session::RunLookup(const std::string& key, HWND window,
+                        PostedMessage<GameLookupResult> message) noexcept {
   try {
-    auto result = std::make_unique<GameLookupResult>(Lookup(key));
-    if (PostMessageW(window, message, reinterpret_cast<WPARAM>(result.get()), 0)) {
-      static_cast<void>(result.release());  // the receiving window deletes it
-    } else {
-      Log(kLogWarn, L"PostMessageW failed: %lu", GetLastError());
-    }
+    PostOwned(window, message, std::make_unique<GameLookupResult>(Lookup(key)));
   } catch (const std::exception& e) {
     Log(kLogWarn, L"game lookup failed: %hs", e.what());
   } catch (...) {

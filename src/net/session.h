@@ -12,9 +12,11 @@
 #include <thread>
 #include <vector>
 
+#include "core/posted_message.h"
 #include "core/settings.h"
 #include "net/catalogue.h"
 #include "net/http_client.h"
+#include "net/service_failure.h"
 
 namespace qn {
 
@@ -47,9 +49,10 @@ class Session {
   // Refreshes first when no access token is held; empty when that fails.
   std::string AccessToken();
   bool IsSignedIn() const;
-  std::string LastError() const;
-  bool SignIn(const std::string& email, const std::string& password, std::string& error);
-  bool Register(const std::string& email, const std::string& password, std::string& error);
+  ServiceFailure LastFailure() const;
+  // kNone on success.
+  ServiceFailure SignIn(const std::string& email, const std::string& password);
+  ServiceFailure Register(const std::string& email, const std::string& password);
   void SignOut();
   void ClearTokens();
   bool ApplyTokenReply(const std::string& body);
@@ -63,13 +66,13 @@ class Session {
   bool NewPlaythrough(const std::string& slug);
   // Returns at once; the result arrives as `message` to `window`. Dropped, not queued, while
   // a lookup is running.
-  void LookupGameAsync(const std::string& key, HWND window, UINT message);
+  void LookupGameAsync(const std::string& key, HWND window, PostedMessage<GameLookupResult> message);
 
-  // Returns at once. Each event of the answer arrives as `message_id` to `window` with a heap
-  // std::string (the receiver deletes it) in WPARAM; WPARAM 0 comes once, last, on every
-  // outcome. A question asked while a turn runs is dropped.
-  void StreamChatAsync(const std::string& game, const std::string& message, HWND window,
-                       unsigned message_id);
+  // Returns at once. Each event of the answer arrives as `event_message` to `window`; a null
+  // payload comes once, last, on every outcome. A question asked while a turn runs is dropped
+  // and false returned.
+  bool StreamChatAsync(const std::string& game, const std::string& message, HWND window,
+                       PostedMessage<std::string> event_message);
   // The running turn stops at its next read and still posts its end mark.
   void CancelStream();
   // Cancels the turn and waits for both workers. The destructor runs it too, since the
@@ -77,16 +80,17 @@ class Session {
   void Shutdown();
 
  private:
-  void RecordError(const std::string& text);
+  void RecordFailure(ServiceFailure failure);
   void RemovePlaintextPassword();
   bool MigratePassword();
-  bool FinishSignIn(const std::string& body, const std::string& email, const wchar_t* log_format,
-                    std::string& error);
+  ServiceFailure FinishSignIn(const std::string& body, const std::string& email,
+                              const wchar_t* log_format);
   void StoreRefreshedTokens(const TokenReply& tokens);
   void RejectRefreshToken(int32_t status, const std::string& refused);
   std::optional<std::vector<GameEntry>> FetchGames(DWORD timeout_ms);
   std::vector<GameEntry> CachedGames(bool service_was_asked);
-  void RunLookup(const std::string& key, HWND window, UINT message) noexcept;
+  void RunLookup(const std::string& key, HWND window,
+                 PostedMessage<GameLookupResult> message) noexcept;
   GameLookupResult Lookup(const std::string& key);
 
   struct ChatStreamJob;
@@ -100,7 +104,7 @@ class Session {
   Settings settings_;
   std::string access_token_;
   std::string refresh_token_;
-  std::string last_error_;
+  ServiceFailure last_failure_ = ServiceFailure::kNone;
   std::vector<GameEntry> games_;
   bool games_stale_ = false;
 

@@ -7,15 +7,6 @@
 namespace qn {
 namespace {
 
-constexpr char kNotSignedIn[] = "not signed in";
-constexpr char kCannotReach[] = "cannot reach the service";
-constexpr char kUnexpectedReply[] = "the service returned an unexpected response";
-constexpr char kEnterCredentials[] = "enter an email address and a password";
-constexpr char kPasswordTooShort[] = "the password must be at least 10 characters";
-constexpr char kWrongCredentials[] = "wrong email or password";
-constexpr char kSignInFailed[] = "sign-in failed";
-constexpr char kAccountExists[] = "could not create that account - try signing in instead";
-constexpr char kRegisterFailed[] = "could not create the account";
 
 constexpr size_t kMinPasswordBytes = 10;
 
@@ -73,7 +64,7 @@ bool Session::RestoreSession() {
     migrate = settings_.password_migration_pending;
   }
   if (migrate) return MigratePassword();
-  RecordError(kNotSignedIn);
+  RecordFailure(ServiceFailure::kNotSignedIn);
   Log(kLogInfo, L"no stored session; waiting for sign-in from the tray window");
   return false;
 }
@@ -88,15 +79,15 @@ bool Session::MigratePassword() {
     email = settings_.email;
     password = settings_.legacy_password;
   }
-  std::string error;
-  const bool signed_in = SignIn(email, password, error);
+  const ServiceFailure failure = SignIn(email, password);
+  const bool signed_in = failure == ServiceFailure::kNone;
   Wipe(password);
   {
     std::lock_guard lock(mutex_);
     settings_.password_migration_pending = false;
     Wipe(settings_.legacy_password);
   }
-  if (!signed_in) Log(kLogWarn, L"migration sign-in failed: %hs", error.c_str());
+  if (!signed_in) Log(kLogWarn, L"migration sign-in failed: %hs", ServiceFailureText(failure));
   return signed_in;
 }
 
@@ -110,7 +101,7 @@ bool Session::RefreshAccessToken() {
   const HttpResponse reply =
       client_.Post("/v1/auth/refresh", RefreshTokenBody(refresh_token), std::string());
   if (!reply.ok) {
-    RecordError(kCannotReach);
+    RecordFailure(ServiceFailure::kUnreachable);
     return false;
   }
   if (reply.status != 200) {
@@ -156,14 +147,14 @@ bool Session::IsSignedIn() const {
   return !access_token_.empty();
 }
 
-std::string Session::LastError() const {
+ServiceFailure Session::LastFailure() const {
   std::lock_guard lock(mutex_);
-  return last_error_;
+  return last_failure_;
 }
 
-void Session::RecordError(const std::string& text) {
+void Session::RecordFailure(ServiceFailure failure) {
   std::lock_guard lock(mutex_);
-  last_error_ = text;
+  last_failure_ = failure;
 }
 
 Settings Session::CurrentSettings() const {
@@ -177,74 +168,62 @@ Settings Session::CurrentSettings() const {
   return copy;
 }
 
-bool Session::SignIn(const std::string& email, const std::string& password, std::string& error) {
-  if (email.empty() || password.empty()) {
-    error = kEnterCredentials;
-    return false;
-  }
+ServiceFailure Session::SignIn(const std::string& email, const std::string& password) {
+  if (email.empty() || password.empty()) return ServiceFailure::kMissingCredentials;
   const HttpResponse reply =
       client_.Post("/v1/auth/login", CredentialsBody(email, password), std::string());
   if (reply.ok && reply.status == 200) {
-    return FinishSignIn(reply.body, email, L"signed in as %hs", error);
+    return FinishSignIn(reply.body, email, L"signed in as %hs");
   }
-  if (!reply.ok) {
-    error = kCannotReach;
-  } else {
-    error = reply.status == 401 ? kWrongCredentials : kSignInFailed;
+  ServiceFailure failure = ServiceFailure::kUnreachable;
+  if (reply.ok) {
+    failure = reply.status == 401 ? ServiceFailure::kWrongCredentials
+                                  : ServiceFailure::kSignInRefused;
     Log(kLogWarn, L"login returned %d", reply.status);
   }
-  RecordError(error);
-  return false;
+  RecordFailure(failure);
+  return failure;
 }
 
 // The same wording for an empty address on purpose: the form shows one hint, not two.
-bool Session::Register(const std::string& email, const std::string& password, std::string& error) {
+ServiceFailure Session::Register(const std::string& email, const std::string& password) {
   if (email.empty() || password.size() < kMinPasswordBytes) {
-    error = kPasswordTooShort;
-    return false;
+    return ServiceFailure::kPasswordTooShort;
   }
   const HttpResponse reply =
       client_.Post("/v1/auth/register", CredentialsBody(email, password), std::string());
   if (reply.ok && reply.status == 200) {
-    return FinishSignIn(reply.body, email, L"registered and signed in as %hs", error);
+    return FinishSignIn(reply.body, email, L"registered and signed in as %hs");
   }
-  if (!reply.ok) {
-    error = kCannotReach;
-  } else if (reply.status == 409) {
-    error = kAccountExists;
-  } else {
-    error = kRegisterFailed;
-    Log(kLogWarn, L"register returned %d", reply.status);
-  }
-  return false;
+  if (!reply.ok) return ServiceFailure::kUnreachable;
+  if (reply.status == 409) return ServiceFailure::kAccountExists;
+  Log(kLogWarn, L"register returned %d", reply.status);
+  return ServiceFailure::kRegisterRefused;
 }
 
-bool Session::FinishSignIn(const std::string& body, const std::string& email,
-                           const wchar_t* log_format, std::string& error) {
-  if (!ApplyTokenReply(body)) {
-    error = LastError();
-    return false;
-  }
+ServiceFailure Session::FinishSignIn(const std::string& body, const std::string& email,
+                                     const wchar_t* log_format) {
+  if (!ApplyTokenReply(body)) return LastFailure();
   {
     std::lock_guard lock(mutex_);
     settings_.email = email;
   }
   SaveSettings(CurrentSettings());
   Log(kLogInfo, log_format, email.c_str());
-  return true;
+  return ServiceFailure::kNone;
 }
 
 bool Session::ApplyTokenReply(const std::string& body) {
   const TokenReply tokens = ParseTokenReply(body);
   if (!tokens.access_token || !tokens.refresh_token) {
-    RecordError(kUnexpectedReply);
+    RecordFailure(ServiceFailure::kBadReply);
     return false;
   }
   {
     std::lock_guard lock(mutex_);
     access_token_ = *tokens.access_token;
     refresh_token_ = *tokens.refresh_token;
-    last_error_.clear();
+    last_failure_ = ServiceFailure::kNone;
   }
   TokenStore::Save(*tokens.refresh_token);
   return true;
@@ -261,7 +240,7 @@ void Session::SignOut() {
     client_.Post("/v1/auth/logout", RefreshTokenBody(refresh_token), access_token);
   }
   ClearTokens();
-  RecordError(kNotSignedIn);
+  RecordFailure(ServiceFailure::kNotSignedIn);
   Log(kLogInfo, L"signed out");
 }
 

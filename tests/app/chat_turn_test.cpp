@@ -136,7 +136,7 @@ class ChatTurnTest : public SessionFixture {
         MsgWaitForMultipleObjects(0, nullptr, FALSE, 50, QS_ALLINPUT);
         continue;
       }
-      const bool chat = message.message == kMsgChatEvent;
+      const bool chat = message.message == kMsgChatEvent.id;
       if (chat) {
         events_.push_back(message.wParam ? *reinterpret_cast<std::string*>(message.wParam)
                                          : kEndMark);
@@ -154,7 +154,7 @@ class ChatTurnTest : public SessionFixture {
     size_t left = 0;
     MSG message;
     while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
-      if (message.message == kMsgChatEvent) ++left;
+      if (message.message == kMsgChatEvent.id) ++left;
       DispatchMessageW(&message);
     }
     return left;
@@ -303,7 +303,7 @@ TEST_F(ChatTurnTest, APromptWhileSignedOutIsRefusedWithoutAnyRequest) {
     App& app = MakeApp(false, c.start);
     std::string error;
     if (c.start) {
-      EXPECT_FALSE(app.ServiceSession().SignIn("p@example.com", "secret", error));
+      EXPECT_NE(app.ServiceSession().SignIn("p@example.com", "secret"), ServiceFailure::kNone);
     }
     app.View().SetText(kRoleAnswer, L"earlier");
     app.SendPrompt(L"q");
@@ -378,10 +378,10 @@ TEST_F(ChatTurnTest, EventsBeforeTheViewIsReadyAreDroppedAndTheEndOnlyClearsTheC
   app.Shell().drawer_open = true;
   for (const std::string& payload : {Token("x"), std::string(R"({"type":"error"})")}) {
     auto event = std::make_unique<std::string>(payload);
-    ASSERT_TRUE(PostMessageW(app.MessageWindow(), kMsgChatEvent,
+    ASSERT_TRUE(PostMessageW(app.MessageWindow(), kMsgChatEvent.id,
                              reinterpret_cast<WPARAM>(event.release()), 0));
   }
-  ASSERT_TRUE(PostMessageW(app.MessageWindow(), kMsgChatEvent, 0, 0));
+  ASSERT_TRUE(PostMessageW(app.MessageWindow(), kMsgChatEvent.id, 0, 0));
   ASSERT_TRUE(PumpUntil());
   EXPECT_EQ(Conversation(), Lines{kWaiting});
   EXPECT_TRUE(app.View().Waiting());
@@ -475,7 +475,7 @@ TEST_F(ChatTurnTest, AProgressSnapshotForTheCurrentGameSetsTheStatusLine) {
     snapshot->catalogue_stale = c.stale;
     snapshot->memory_loaded = c.loaded;
     snapshot->stage = c.stage;
-    ASSERT_TRUE(PostMessageW(app.MessageWindow(), kMsgProgressSnapshot,
+    ASSERT_TRUE(PostMessageW(app.MessageWindow(), kMsgProgressSnapshot.id,
                              reinterpret_cast<WPARAM>(snapshot.release()), 0));
     EXPECT_EQ(ChatEventsLeft(), 0u);
     EXPECT_EQ(app.View().StatusLine(), c.status);

@@ -67,9 +67,9 @@ class ResultWindow {
 
  private:
   static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
-    if (message != kMsgProgressSnapshot) return DefWindowProcW(window, message, wparam, lparam);
+    if (message != kMsgProgressSnapshot.id) return DefWindowProcW(window, message, wparam, lparam);
     auto* self = reinterpret_cast<ResultWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-    self->results_.emplace_back(reinterpret_cast<GameLookupResult*>(wparam));
+    self->results_.push_back(AdoptPosted(kMsgProgressSnapshot, wparam));
     return 0;
   }
 
