@@ -4,14 +4,15 @@
 
 #include "app/single_instance.h"
 #include "core/data_dir.h"
+#include "core/handles.h"
 #include "core/log.h"
 
 int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE, PWSTR, int) {
-  const HRESULT com = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-  if (FAILED(com)) {
+  const qn::ComApartment com(COINIT_MULTITHREADED);
+  if (!com) {
     // Nothing can work without COM; a non-continuable exception carrying the HRESULT takes
     // the crash path, which records it, instead of limping on.
-    RaiseException(static_cast<DWORD>(com), EXCEPTION_NONCONTINUABLE, 0, nullptr);
+    RaiseException(static_cast<DWORD>(com.Result()), EXCEPTION_NONCONTINUABLE, 0, nullptr);
   }
   if (!qn::TakeSingleInstance()) {
     qn::NotifyRunningInstance();
@@ -20,6 +21,5 @@ int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE, PWSTR, int) {
   qn::MigratePreRenameState();
   qn::OpenLog();
   qn::Log(qn::kLogInfo, L"no application object in this build; exiting");
-  CoUninitialize();
   return 0;
 }
