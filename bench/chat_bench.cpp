@@ -83,12 +83,12 @@ constexpr uint32_t kDrawHeight = 420;
 constexpr int kFrames = 60;
 
 // Fifty messages, the last an answer still streaming in.
-void FillConversation(qn::ChatView& view) {
+void FillConversation(qn::ChatModel& chat) {
   for (int i = 0; i < 25; ++i) {
-    view.SetText(qn::kRoleQuestion, L"And after the bridge, step " + std::to_wstring(i) + L"?");
-    if (i < 24) view.SetText(qn::kRoleAnswer, AnswerText(320));
+    chat.SetText(qn::kRoleQuestion, L"And after the bridge, step " + std::to_wstring(i) + L"?");
+    if (i < 24) chat.SetText(qn::kRoleAnswer, AnswerText(320));
   }
-  view.BeginAnswer();
+  chat.BeginAnswer();
 }
 
 // Milliseconds for one frame: layout, drawing, and the device finishing the work.
@@ -104,8 +104,9 @@ double TimeFrame(qn::test::OffscreenTarget& target, qn::ChatView& view) {
 
 void BenchDrawing() {
   qn::test::OffscreenTarget target;
-  qn::ChatView view;
-  FillConversation(view);  // before Init, which greets only an empty conversation
+  qn::ChatModel chat;
+  qn::ChatView view(chat);
+  FillConversation(chat);  // before Init, which greets only an empty conversation
   if (!target.Create(kDrawWidth, kDrawHeight) || !view.Init(target.dwrite())) {
     std::printf("drawing: no Direct2D target on a Direct3D 11 texture\n");
     return;
@@ -116,7 +117,7 @@ void BenchDrawing() {
   for (int i = 0; i < kFrames; ++i) warm.push_back(TimeFrame(target, view));
   const std::wstring tokens = AnswerText(kFrames * kTokenChars);
   for (int i = 0; i < kFrames; ++i) {
-    view.AppendAnswer(std::wstring_view(tokens).substr(i * kTokenChars, kTokenChars));
+    chat.AppendAnswer(std::wstring_view(tokens).substr(i * kTokenChars, kTokenChars));
     streaming.push_back(TimeFrame(target, view));
   }
   for (int i = 0; i < kFrames; ++i) {
@@ -127,7 +128,7 @@ void BenchDrawing() {
       "drawing %zu messages at %ux%u, in ms per frame: first %.2f; then %.2f; with a "
       "token arriving %.2f; after a width change (every layout rebuilt) %.2f "
       "(medians of %d)\n",
-      view.Messages().size(), kDrawWidth, kDrawHeight, cold, Median(warm), Median(streaming),
+      chat.Messages().size(), kDrawWidth, kDrawHeight, cold, Median(warm), Median(streaming),
       Median(resized), kFrames);
 }
 

@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "chat/chat_model.h"
+#include "chat/chat_turn.h"
 #include "chat/chat_view.h"
 #include "core/handles.h"
 #include "net/session.h"
@@ -42,6 +44,7 @@ class App {
 
   HWND MessageWindow() const { return window_.get(); }
   ShellState& Shell() { return shell_; }
+  ChatModel& Chat() { return chat_; }
   ChatView& View() { return chat_view_; }
   Session& ServiceSession() { return session_; }
 
@@ -55,18 +58,15 @@ class App {
 
  private:
   bool CreateMessageWindow();
-  void RefusePrompt();
-  void ApplyEvent(const std::string& event);
-  void ApplyMemory(const std::string& event);
-  void ApplyRedacted(const std::string& event);
-  void ApplyProblem(const std::string& event);
-  void EndTurn();
-  std::wstring CatalogueName(const std::string& key);
+  TurnContext Context() const;
+  void CarryOut(const TurnEffects& effects);
 
   HINSTANCE instance_ = nullptr;
   UniqueHwnd window_;
   ShellState shell_;
-  ChatView chat_view_;
+  ChatModel chat_{&ReadClipboardText};
+  ChatView chat_view_{chat_};
+  ChatTurns turns_;
   Session session_;
 };
 

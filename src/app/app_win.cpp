@@ -7,20 +7,12 @@
 
 #include "app/messages.h"
 #include "app/single_instance.h"
+#include "core/failure_log.h"
 #include "core/log.h"
-#include "core/utf.h"
 
 namespace qn {
 namespace {
 
-
-constexpr wchar_t kNotSignedInStatus[] =
-    L"Not signed in \u2014 open Hintwick from the tray icon to sign in or create an account.";
-constexpr wchar_t kCheckingSuffix[] = L" \u2014 checking\u2026";
-constexpr wchar_t kNoWikiSuffix[] = L" \u2014 no wiki yet, answering from general knowledge";
-constexpr wchar_t kNoProgressSuffix[] = L" \u2014 progress not set, gated to the start";
-constexpr wchar_t kCachedSuffix[] = L" \u2014 offline, using what is cached";
-constexpr wchar_t kOfflineMark[] = L"  (offline)";
 constexpr wchar_t kCopiedNotice[] = L"Answer copied.";
 
 // Workers post to the window after the application may be gone; the window procedure then
@@ -76,36 +68,28 @@ void PutOnClipboard(const std::wstring& text) {
   const size_t bytes = (text.size() + 1) * sizeof(wchar_t);
   UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, bytes));
   if (!memory) {
-    Log(kLogWarn, L"GlobalAlloc failed: %lu", GetLastError());
+    LogLastError(L"GlobalAlloc", kLogWarn);
     return;
   }
-  void* target = GlobalLock(memory.get());
-  if (!target) {
-    Log(kLogWarn, L"GlobalLock failed: %lu", GetLastError());
-    return;
+  {
+    const GlobalLockScope<wchar_t> target(memory.get());
+    if (!target) {
+      LogLastError(L"GlobalLock", kLogWarn);
+      return;
+    }
+    std::memcpy(target.get(), text.c_str(), bytes);
   }
-  std::memcpy(target, text.c_str(), bytes);
-  GlobalUnlock(memory.get());
   if (SetClipboardData(CF_UNICODETEXT, memory.get())) {
     static_cast<void>(memory.release());  // the clipboard owns it now
   } else {
-    Log(kLogWarn, L"SetClipboardData failed: %lu", GetLastError());
+    LogLastError(L"SetClipboardData", kLogWarn);
   }
 }
 
-std::wstring SnapshotStatus(const GameLookupResult& snapshot) {
-  std::wstring line = Utf8ToWide(
-      snapshot.known && !snapshot.display_name.empty() ? snapshot.display_name : snapshot.key);
-  if (!snapshot.has_index) {
-    line += kNoWikiSuffix;
-  } else if (snapshot.memory_loaded) {
-    line += snapshot.stage.empty() ? std::wstring(kNoProgressSuffix)
-                                   : L" \u2014 " + Utf8ToWide(snapshot.stage);
-  } else {
-    line += kCachedSuffix;
-  }
-  if (snapshot.catalogue_stale) line += kOfflineMark;
-  return line;
+ProgressFacts FactsOf(const GameLookupResult& snapshot) {
+  return {snapshot.key,           snapshot.signed_in,     snapshot.known ? snapshot.display_name : "",
+          snapshot.has_index,     snapshot.memory_loaded, snapshot.stage,
+          snapshot.catalogue_stale};
 }
 
 }  // namespace
@@ -150,47 +134,32 @@ void App::Shutdown() {
 // exists. Not null: with no owner, EmptyClipboard leaves a clipboard that SetClipboardData
 // refuses to fill.
 void App::CopyAnswer() {
-  const std::wstring answer = chat_view_.AnswerText();
+  const std::wstring answer = chat_.AnswerText();
   if (answer.empty()) return;
-  if (!OpenClipboard(window_.get())) {
-    Log(kLogWarn, L"OpenClipboard failed: %lu", GetLastError());
-    return;
+  {
+    const OpenedClipboard clipboard(window_.get());
+    if (!clipboard) {
+      LogLastError(L"OpenClipboard", kLogWarn);
+      return;
+    }
+    PutOnClipboard(answer);
   }
-  PutOnClipboard(answer);
-  CloseClipboard();
-  chat_view_.SetText(kRoleNotice, kCopiedNotice);
-}
-
-void App::RefreshStatusLine() {
-  if (!shell_.chat_view_ready) return;
-  if (!session_.IsSignedIn()) {
-    chat_view_.SetStatusLine(kNotSignedInStatus);
-    return;
-  }
-  chat_view_.SetStatusLine(CatalogueName(shell_.game_key) + kCheckingSuffix);
+  chat_.SetText(kRoleNotice, kCopiedNotice);
 }
 
 // Only the table already at hand: this runs on the interface thread, which must not wait on
 // the service.
-std::wstring App::CatalogueName(const std::string& key) {
-  for (const GameEntry& game : session_.GetGames(false, 0)) {
-    if (game.slug != key) continue;
-    if (!game.display_name.empty()) return Utf8ToWide(game.display_name);
-    break;
-  }
-  return Utf8ToWide(key);
+void App::RefreshStatusLine() {
+  ShowLookupStatus(session_.IsSignedIn(), session_.GetGames(false, 0), Context(), chat_);
 }
 
-// A snapshot for a game the player has since left would label the current one wrongly.
 void App::OnProgressSnapshot(GameLookupResult* snapshot) {
   const std::unique_ptr<GameLookupResult> owned(snapshot);
-  if (!owned || !shell_.chat_view_ready) return;
-  if (owned->key != shell_.game_key) {
+  if (!owned) return;
+  if (ShowProgressStatus(FactsOf(*owned), Context(), chat_) == ProgressUse::kOtherGame) {
     Log(kLogInfo, L"discarding a progress snapshot for '%hs'; current game is '%hs'",
         owned->key.c_str(), shell_.game_key.c_str());
-    return;
   }
-  if (owned->signed_in) chat_view_.SetStatusLine(SnapshotStatus(*owned));
 }
 
 }  // namespace qn

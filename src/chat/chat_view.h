@@ -1,6 +1,6 @@
 #pragma once
-// The chat drawn in the drawer: the conversation model plus its DirectWrite text and its
-// Direct2D drawing. Everything is laid out in 96-DPI pixels and drawn through a scale
+// The chat drawn in the drawer: DirectWrite text and Direct2D drawing of a conversation
+// model that lives elsewhere, since the conversation outlasts the drawer's graphics. Everything is laid out in 96-DPI pixels and drawn through a scale
 // transform, so the same layout serves every DPI and the model's heights stay DPI-free.
 #include <d2d1_1.h>
 #include <dwrite.h>
@@ -11,15 +11,22 @@
 #include <vector>
 
 #include "chat/chat_model.h"
+#include "core/failure_log.h"
 #include "core/handles.h"
 
 namespace qn {
 
-class ChatView : public ChatModel {
- public:
-  ChatView();
+// The clipboard's Unicode text for Ctrl+V, cut at the first null; empty when there is none.
+std::wstring ReadClipboardText();
 
-  // Called again whenever the drawer's graphics are recreated; the conversation stays.
+class ChatView {
+ public:
+  // The model must outlive the view. Drawing tells it how tall the content came out, which
+  // is what its scrolling is clamped to.
+  explicit ChatView(ChatModel& model) : model_(model) {}
+
+  // Called again whenever the drawer's graphics are recreated; the conversation stays, and
+  // an empty one is greeted.
   bool Init(IDWriteFactory* factory);
   void SetSize(uint32_t width, uint32_t height, float scale);
   // Draws into (0, 0)-(width, height) under the context's current transform, touching
@@ -71,8 +78,8 @@ class ChatView : public ChatModel {
   void DrawInput(const Frame& frame);
   float CaretOffset();
   bool Measure(IDWriteTextLayout* layout, DWRITE_TEXT_METRICS& metrics);
-  void ReportFailure(const wchar_t* call, HRESULT hr);
 
+  ChatModel& model_;
   ComPtr<IDWriteFactory> factory_;
   std::wstring body_family_;
   std::wstring code_family_;
@@ -87,7 +94,7 @@ class ChatView : public ChatModel {
   uint32_t width_ = 0;
   uint32_t height_ = 0;
   float scale_ = 1.0f;
-  std::vector<std::wstring_view> reported_;  // failed calls already logged
+  RepeatedFailures failures_;  // drawing runs every frame, so a failing call is logged once
 };
 
 }  // namespace qn

@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "core/log.h"
-#include "core/os.h"
 
 namespace qn {
 namespace {
@@ -59,23 +58,6 @@ D2D1_RECT_F Scaled(const D2D1_RECT_F& r, float scale) {
   return {r.left * scale, r.top * scale, r.right * scale, r.bottom * scale};
 }
 
-// Clipboard text for Ctrl+V, cut at the first null and never read past the block.
-std::wstring ReadClipboardText() {
-  if (!OpenClipboard(nullptr)) {
-    Log(kLogWarn, L"OpenClipboard failed: %lu", GetLastError());
-    return {};
-  }
-  std::wstring text;
-  if (HANDLE data = GetClipboardData(CF_UNICODETEXT)) {
-    if (const auto* units = static_cast<const wchar_t*>(GlobalLock(data))) {
-      text.assign(units, wcsnlen(units, GlobalSize(data) / sizeof(wchar_t)));
-      GlobalUnlock(data);
-    }
-  }
-  CloseClipboard();
-  return text;
-}
-
 std::wstring FamilyName(IDWriteFontFamily* family) {
   ComPtr<IDWriteLocalizedStrings> names;
   UINT32 length = 0;
@@ -117,6 +99,20 @@ std::wstring InstalledFamily(IDWriteFactory* factory, const wchar_t* wanted, boo
 
 }  // namespace
 
+// Never read past the block, whatever its owner left in it.
+std::wstring ReadClipboardText() {
+  const OpenedClipboard clipboard(nullptr);
+  if (!clipboard) {
+    LogLastError(L"OpenClipboard", kLogWarn);
+    return {};
+  }
+  HANDLE data = GetClipboardData(CF_UNICODETEXT);
+  if (!data) return {};
+  const GlobalLockScope<const wchar_t> units(data);
+  if (!units) return {};
+  return std::wstring(units.get(), wcsnlen(units.get(), GlobalSize(data) / sizeof(wchar_t)));
+}
+
 struct ChatView::Frame {
   ID2D1DeviceContext* context = nullptr;
   ID2D1SolidColorBrush* brush = nullptr;
@@ -126,8 +122,6 @@ struct ChatView::Frame {
   D2D1_RECT_F list = {};
   D2D1_RECT_F input = {};
 };
-
-ChatView::ChatView() : ChatModel(&ReadClipboardText) {}
 
 bool ChatView::Init(IDWriteFactory* factory) {
   layouts_.clear();
@@ -141,7 +135,7 @@ bool ChatView::Init(IDWriteFactory* factory) {
   if (!CreateFormat(body_format_) || !CreateFormat(line_format_)) return false;
   line_format_->SetWordWrapping(DWRITE_WORD_WRAPPING_NO_WRAP);
   body_format_->SetLineSpacing(DWRITE_LINE_SPACING_METHOD_UNIFORM, kLineHeight, kBaseline);
-  AddHintIfEmpty();
+  model_.AddHintIfEmpty();
   return true;
 }
 
@@ -152,8 +146,7 @@ bool ChatView::CreateFormat(ComPtr<IDWriteTextFormat>& format) {
   const HRESULT hr = factory_->CreateTextFormat(
       body_family_.c_str(), nullptr, DWRITE_FONT_WEIGHT_NORMAL, DWRITE_FONT_STYLE_NORMAL,
       DWRITE_FONT_STRETCH_NORMAL, kFontSize, locale, format.put());
-  if (FAILED(hr)) Log(kLogError, L"CreateTextFormat failed: %ls", ErrorText(hr).c_str());
-  return SUCCEEDED(hr);
+  return CheckHr(hr, L"CreateTextFormat", kLogError);
 }
 
 void ChatView::SetSize(uint32_t width, uint32_t height, float scale) {
@@ -166,7 +159,7 @@ void ChatView::Draw(ID2D1DeviceContext* context, float opacity) {
   if (!context || !body_format_ || width_ == 0 || height_ == 0) return;
   ComPtr<ID2D1SolidColorBrush> brush;
   const HRESULT hr = context->CreateSolidColorBrush(kAnswerText, brush.put());
-  if (FAILED(hr)) return ReportFailure(L"CreateSolidColorBrush", hr);
+  if (!failures_.Check(hr, L"CreateSolidColorBrush")) return;
   brush->SetOpacity(std::clamp(opacity, 0.0f, 1.0f));
   const Frame frame = MakeFrame(context, brush.get());
 
@@ -220,9 +213,9 @@ void ChatView::PaintText(const Frame& frame, IDWriteTextLayout* layout, float x,
 void ChatView::DrawStatus(const Frame& frame) {
   const float rule = Snap(kRuleTop);
   Fill(frame, {Rect(frame.column.left, rule, frame.column.right, rule + 1 / scale_), 0, 0}, kWash);
-  if (StatusLine().empty()) return;
+  if (model_.StatusLine().empty()) return;
   const float width = frame.column.right - frame.column.left;
-  if (IDWriteTextLayout* line = LineFor(status_line_, StatusLine(), width, true)) {
+  if (IDWriteTextLayout* line = LineFor(status_line_, model_.StatusLine(), width, true)) {
     PaintText(frame, line, frame.column.left, kStatusTop, kMuted);
   }
 }
@@ -235,10 +228,7 @@ IDWriteTextLayout* ChatView::LineFor(LineLayout& line, std::wstring_view text, f
   const HRESULT hr =
       factory_->CreateTextLayout(text.data(), static_cast<UINT32>(text.size()), line_format_.get(),
                                  max_width, kUnbounded, line.layout.put());
-  if (FAILED(hr)) {
-    ReportFailure(L"CreateTextLayout", hr);
-    return nullptr;
-  }
+  if (!failures_.Check(hr, L"CreateTextLayout")) return nullptr;
   if (secondary) MakeSecondary(line.layout.get(), static_cast<uint32_t>(text.size()));
   return line.layout.get();
 }
@@ -248,13 +238,13 @@ void ChatView::MakeSecondary(IDWriteTextLayout* layout, uint32_t length) {
   layout->SetFontSize(kSmallFontSize, {0, length});
   ComPtr<IDWriteInlineObject> ellipsis;
   const HRESULT hr = factory_->CreateEllipsisTrimmingSign(layout, ellipsis.put());
-  if (FAILED(hr)) return ReportFailure(L"CreateEllipsisTrimmingSign", hr);
+  if (!failures_.Check(hr, L"CreateEllipsisTrimmingSign")) return;
   const DWRITE_TRIMMING trimming = {DWRITE_TRIMMING_GRANULARITY_CHARACTER, 0, 0};
   layout->SetTrimming(&trimming, ellipsis.get());
 }
 
 ChatView::CachedLayout* ChatView::LayoutFor(size_t index, float column_width) {
-  const ChatMessage& message = Messages()[index];
+  const ChatMessage& message = model_.Messages()[index];
   CachedLayout& cache = layouts_[index];
   if (cache.layout && cache.stamp == message.stamp && cache.column_width == column_width) {
     return &cache;
@@ -269,10 +259,7 @@ bool ChatView::BuildLayout(const ChatMessage& message, float column_width, Cache
   const HRESULT hr = factory_->CreateTextLayout(
       message.display.c_str(), static_cast<UINT32>(message.display.size()), body_format_.get(),
       std::max(text_width, 1.0f), kUnbounded, cache.layout.put());
-  if (FAILED(hr)) {
-    ReportFailure(L"CreateTextLayout", hr);
-    return false;
-  }
+  if (!failures_.Check(hr, L"CreateTextLayout")) return false;
   StyleLayout(message, cache.layout.get());
   if (!Measure(cache.layout.get(), cache.metrics)) {
     cache.layout.reset();
@@ -314,10 +301,7 @@ std::vector<D2D1_RECT_F> ChatView::CodeBoxes(const ChatMessage& message,
     hits.resize(count);
     const HRESULT hr =
         layout->HitTestTextRange(span.start, span.length, 0, 0, hits.data(), count, &count);
-    if (FAILED(hr)) {
-      ReportFailure(L"HitTestTextRange", hr);
-      break;
-    }
+    if (!failures_.Check(hr, L"HitTestTextRange")) break;
     for (const DWRITE_HIT_TEST_METRICS& hit : hits) {
       boxes.push_back(
           Rect(hit.left - 3, hit.top + 1, hit.left + hit.width + 3, hit.top + hit.height - 1));
@@ -327,7 +311,7 @@ std::vector<D2D1_RECT_F> ChatView::CodeBoxes(const ChatMessage& message,
 }
 
 float ChatView::MeasureContent(float column_width) {
-  layouts_.resize(Messages().size());
+  layouts_.resize(model_.Messages().size());
   float height = 2 * kListPadding;
   for (size_t i = 0; i < layouts_.size(); ++i) {
     const CachedLayout* cache = LayoutFor(i, column_width);
@@ -338,22 +322,22 @@ float ChatView::MeasureContent(float column_width) {
 
 float ChatView::GapBefore(size_t index) const {
   if (index == 0) return 0;
-  return Messages()[index].role == kRoleQuestion ? kTurnGap : kMessageGap;
+  return model_.Messages()[index].role == kRoleQuestion ? kTurnGap : kMessageGap;
 }
 
 void ChatView::DrawMessages(const Frame& frame) {
   const float content = MeasureContent(frame.column.right - frame.column.left);
   const float viewport = frame.list.bottom - frame.list.top;
-  SetExtent(content, viewport);
+  model_.SetExtent(content, viewport);
   drawn_.assign(layouts_.size(), D2D1_RECT_F{});
   frame.context->PushAxisAlignedClip(frame.list, D2D1_ANTIALIAS_MODE_ALIASED);
-  float top = frame.list.bottom - content + ScrollOffset() + kListPadding;
+  float top = frame.list.bottom - content + model_.ScrollOffset() + kListPadding;
   for (size_t i = 0; i < layouts_.size(); ++i) {
     const CachedLayout& cache = layouts_[i];
     top += GapBefore(i);
     if (!cache.layout) continue;
     if (top < frame.list.bottom && top + cache.box.height > frame.list.top) {
-      drawn_[i] = Scaled(DrawMessage(frame, cache, Messages()[i].role, top), scale_);
+      drawn_[i] = Scaled(DrawMessage(frame, cache, model_.Messages()[i].role, top), scale_);
     }
     top += cache.box.height;
   }
@@ -397,7 +381,7 @@ void ChatView::DrawScrollbar(const Frame& frame, float content, float viewport) 
   if (content <= viewport || viewport <= 0) return;
   const float thumb = std::max(viewport * viewport / content, 24.0f);
   const float travel = viewport - thumb;
-  const float from_top = (content - viewport - ScrollOffset()) / (content - viewport);
+  const float from_top = (content - viewport - model_.ScrollOffset()) / (content - viewport);
   const float top = frame.list.top + travel * from_top;
   const float left = std::min(frame.column.right + 7, frame.width - kScrollbarWidth - 2);
   const float radius = kScrollbarWidth / 2;
@@ -408,9 +392,9 @@ void ChatView::DrawInput(const Frame& frame) {
   Fill(frame, {frame.input, kInputRadius, kInputRadius}, kWash);
   const float text_left = frame.input.left + kInputPadding;
   const float text_width = std::max(frame.input.right - kInputPadding - text_left, 1.0f);
-  const bool empty = Input().empty();
+  const bool empty = model_.Input().empty();
   IDWriteTextLayout* line = empty ? LineFor(placeholder_line_, kPlaceholder, kUnbounded, false)
-                                  : LineFor(input_line_, Input(), kUnbounded, false);
+                                  : LineFor(input_line_, model_.Input(), kUnbounded, false);
   if (!line) return;
   DWRITE_TEXT_METRICS metrics;
   if (!Measure(line, metrics)) return;
@@ -430,24 +414,15 @@ void ChatView::DrawInput(const Frame& frame) {
 
 // The width of the text before the caret: the same on every DirectWrite, hit testing or not.
 float ChatView::CaretOffset() {
-  if (Caret() == 0) return 0;
-  const std::wstring_view before = std::wstring_view(Input()).substr(0, Caret());
+  if (model_.Caret() == 0) return 0;
+  const std::wstring_view before = std::wstring_view(model_.Input()).substr(0, model_.Caret());
   IDWriteTextLayout* line = LineFor(caret_line_, before, kUnbounded, false);
   DWRITE_TEXT_METRICS metrics;
   return line && Measure(line, metrics) ? metrics.widthIncludingTrailingWhitespace : 0;
 }
 
 bool ChatView::Measure(IDWriteTextLayout* layout, DWRITE_TEXT_METRICS& metrics) {
-  const HRESULT hr = layout->GetMetrics(&metrics);
-  if (FAILED(hr)) ReportFailure(L"GetMetrics", hr);
-  return SUCCEEDED(hr);
-}
-
-void ChatView::ReportFailure(const wchar_t* call, HRESULT hr) {
-  const std::wstring_view name = call;
-  if (std::find(reported_.begin(), reported_.end(), name) != reported_.end()) return;
-  reported_.push_back(name);
-  Log(kLogWarn, L"%ls failed: %ls", call, ErrorText(hr).c_str());
+  return failures_.Check(layout->GetMetrics(&metrics), L"GetMetrics");
 }
 
 }  // namespace qn

@@ -114,7 +114,7 @@ bool SavePng(const std::wstring& path, const Image& image) {
          SUCCEEDED(frame->Commit()) && SUCCEEDED(encoder->Commit());
 }
 
-bool LoadChat(const std::wstring& path, ChatView& view) {
+bool LoadChat(const std::wstring& path, ChatModel& chat) {
   std::ifstream file(std::filesystem::path(path), std::ios::binary);
   if (!file) return false;
   std::string line;
@@ -124,7 +124,7 @@ bool LoadChat(const std::wstring& path, ChatView& view) {
     const uint32_t role = line[0] == 'Q'   ? kRoleQuestion
                           : line[0] == 'A' ? kRoleAnswer
                                            : kRoleNotice;
-    view.SetText(role, Utf8ToWide(std::string_view(line).substr(line[2] == ' ' ? 3 : 2)));
+    chat.SetText(role, Utf8ToWide(std::string_view(line).substr(line[2] == ' ' ? 3 : 2)));
   }
   return true;
 }
@@ -211,11 +211,11 @@ bool DrawChat(ID3D11Device* device, ID3D11Texture2D* target, const Options& opti
                                  reinterpret_cast<IUnknown**>(dwrite.put())))) {
     return false;
   }
-  ChatView view;
+  ChatModel chat;
+  ChatView view(chat);
   if (!view.Init(dwrite.get())) return false;
-  view.SetStatusLine(L"Drawer preview");
-  view.AddHintIfEmpty();
-  if (!options.chat.empty() && !LoadChat(options.chat, view)) return false;
+  chat.SetStatusLine(L"Drawer preview");
+  if (!options.chat.empty() && !LoadChat(options.chat, chat)) return false;
   view.SetSize(width, height, static_cast<float>(options.dpi) / 96.0f);
   context->SetTarget(bitmap.get());
   context->BeginDraw();
