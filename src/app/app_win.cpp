@@ -87,8 +87,12 @@ void PutOnClipboard(const std::wstring& text) {
 }
 
 ProgressFacts FactsOf(const GameLookupResult& snapshot) {
-  return {snapshot.key,           snapshot.signed_in,     snapshot.known ? snapshot.display_name : "",
-          snapshot.has_index,     snapshot.memory_loaded, snapshot.stage,
+  return {snapshot.key,
+          snapshot.signed_in,
+          snapshot.known ? snapshot.display_name : "",
+          snapshot.has_index,
+          snapshot.memory_loaded,
+          snapshot.stage,
           snapshot.catalogue_stale};
 }
 

@@ -25,8 +25,7 @@ void App::SendPrompt(const std::wstring& prompt) {
     return;
   }
   ChatTurns::Ask(chat_);
-  if (session_.StreamChatAsync(shell_.game_key, WideToUtf8(prompt), window_.get(),
-                               kMsgChatEvent)) {
+  if (session_.StreamChatAsync(shell_.game_key, WideToUtf8(prompt), window_.get(), kMsgChatEvent)) {
     turns_.Accepted();
   }
 }
@@ -37,14 +36,16 @@ void App::OnChatEvent(std::string* event) {
 }
 
 TurnContext App::Context() const {
-  return {shell_.game_key,        shell_.chat_view_ready, shell_.drawer_open,
-          shell_.drawer_window_exists, shell_.chime_pending,   shell_.sound_enabled};
+  return {shell_.game_key,      shell_.chat_view_ready,
+          shell_.drawer_open,   shell_.drawer_window_exists,
+          shell_.chime_pending, shell_.sound_enabled};
 }
 
 void App::CarryOut(const TurnEffects& effects) {
   if (effects.play_chime) PlayChime();
   if (effects.clear_chime_pending) shell_.chime_pending = false;
-  if (effects.arm_idle_timer && !SetTimer(window_.get(), kIdleReleaseTimer, kIdleReleaseMs, nullptr)) {
+  if (effects.arm_idle_timer &&
+      !SetTimer(window_.get(), kIdleReleaseTimer, kIdleReleaseMs, nullptr)) {
     LogLastError(L"SetTimer", kLogWarn);
   }
 }

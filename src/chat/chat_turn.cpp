@@ -13,7 +13,8 @@ constexpr std::wstring_view kNotedPrefix = L"Noted \u2014 ";
 constexpr std::wstring_view kRedactedFallback = L"I don't have anything on that.";
 constexpr std::wstring_view kProblemFallback = L"something went wrong";
 constexpr std::wstring_view kCheckingSuffix = L" \u2014 checking\u2026";
-constexpr std::wstring_view kNoWikiSuffix = L" \u2014 no wiki yet, answering from general knowledge";
+constexpr std::wstring_view kNoWikiSuffix =
+    L" \u2014 no wiki yet, answering from general knowledge";
 constexpr std::wstring_view kNoProgressSuffix = L" \u2014 progress not set, gated to the start";
 constexpr std::wstring_view kCachedSuffix = L" \u2014 offline, using what is cached";
 constexpr std::wstring_view kOfflineMark = L"  (offline)";

@@ -1,7 +1,8 @@
 #pragma once
 // The chat drawn in the drawer: DirectWrite text and Direct2D drawing of a conversation
-// model that lives elsewhere, since the conversation outlasts the drawer's graphics. Everything is laid out in 96-DPI pixels and drawn through a scale
-// transform, so the same layout serves every DPI and the model's heights stay DPI-free.
+// model that lives elsewhere, since the conversation outlasts the drawer's graphics. Everything is
+// laid out in 96-DPI pixels and drawn through a scale transform, so the same layout serves every
+// DPI and the model's heights stay DPI-free.
 #include <d2d1_1.h>
 #include <dwrite.h>
 
