@@ -23,9 +23,9 @@ BlurCB FirstDownConstants(PixelSize frame, const PixelRect& crop) {
   return cb;
 }
 
-BlurCB CompositeConstants(PixelSize level0, const BlurParams& params, bool tone_map) {
+BlurCB CompositeConstants(PixelSize level0, const BlurParams& params, CompositeEncode encode) {
   BlurCB cb = SampleConstants(level0);
-  cb.hdr = tone_map ? 1.0f : 0.0f;
+  cb.encode = static_cast<float>(encode);
   cb.opacity = params.opacity;
   std::copy(std::begin(params.tint), std::end(params.tint), cb.tint_color);
   return cb;
@@ -56,13 +56,14 @@ std::array<PixelSize, kBlurLevelCount> ChainSizes(PixelSize crop) {
   return sizes;
 }
 
-bool UseToneMap(const BlurParams& params, uint32_t frame_format) {
-  return params.hdr != 0 && frame_format == kFormatRgba16Float;
+CompositeEncode CompositeEncodeFor(const BlurParams& params, uint32_t frame_format) {
+  if (frame_format != kFormatRgba16Float) return CompositeEncode::kAsIs;
+  return params.hdr != 0 ? CompositeEncode::kToneMapSrgb : CompositeEncode::kSrgb;
 }
 
 std::array<BlurPass, kBlurPassCount> PlanPasses(PixelSize frame, const PixelRect& crop,
                                                 PixelSize target, const BlurParams& params,
-                                                bool tone_map) {
+                                                CompositeEncode encode) {
   const auto levels = ChainSizes({static_cast<uint32_t>(crop.right - crop.left),
                                   static_cast<uint32_t>(crop.bottom - crop.top)});
   constexpr int kLast = static_cast<int>(kBlurLevelCount) - 1;
@@ -76,7 +77,7 @@ std::array<BlurPass, kBlurPassCount> PlanPasses(PixelSize frame, const PixelRect
     passes[n++] = {BlurShader::kUp, j, j - 1, levels[j - 1], SampleConstants(levels[j])};
   }
   passes[n] = {BlurShader::kComposite, 0, kTargetSlot, target,
-               CompositeConstants(levels[0], params, tone_map)};
+               CompositeConstants(levels[0], params, encode)};
   return passes;
 }
 

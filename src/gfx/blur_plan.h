@@ -19,12 +19,21 @@ struct BlurParams {
   uint8_t hdr = 0;  // the display under the game runs in HDR
 };
 
+// What the composite pass does to the blurred colour before the tint. Captured frames are
+// FP16 scRGB, which is linear light, while the drawer's 8-bit swap chain is shown as sRGB:
+// written unencoded, mid-tones would come out about half as bright as the game's.
+enum class CompositeEncode : uint8_t {
+  kAsIs,        // an 8-bit frame, already sRGB-encoded
+  kSrgb,        // scRGB on an SDR display: clipped at SDR white, then encoded
+  kToneMapSrgb  // scRGB on an HDR display: highlights above SDR white tone-mapped first
+};
+
 // The pixel shaders' constant buffer, byte for byte.
 struct BlurCB {
   float texel_size[2] = {0, 0};
   float uv_scale[2] = {1, 1};
   float uv_offset[2] = {0, 0};
-  float hdr = 0;
+  float encode = 0;  // CompositeEncode as a number
   float opacity = 1;
   float tint_color[4] = {0, 0, 0, 0};
 };
@@ -50,8 +59,8 @@ std::optional<PixelRect> ClampCrop(const PixelRect& crop, PixelSize frame);
 // Level 0 is the crop itself; each further level halves, rounding up, never below 1x1.
 std::array<PixelSize, kBlurLevelCount> ChainSizes(PixelSize crop);
 
-// Tone mapping is for scRGB frames only: an 8-bit frame already sits in SDR range.
-bool UseToneMap(const BlurParams& params, uint32_t frame_format);
+// Only an scRGB frame is linear, and only on an HDR display can it hold more than SDR white.
+CompositeEncode CompositeEncodeFor(const BlurParams& params, uint32_t frame_format);
 
 enum class BlurShader : uint8_t { kDown, kUp, kComposite };
 
@@ -71,7 +80,7 @@ struct BlurPass {
 constexpr uint32_t kBlurPassCount = 2 * kBlurLevelCount;
 std::array<BlurPass, kBlurPassCount> PlanPasses(PixelSize frame, const PixelRect& crop,
                                                 PixelSize target, const BlurParams& params,
-                                                bool tone_map);
+                                                CompositeEncode encode);
 
 // What a cached object was made for.
 struct TextureShape {

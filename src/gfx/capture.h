@@ -5,6 +5,7 @@
 #include <d3d11.h>
 #include <windows.h>
 
+#include <cstdint>
 #include <memory>
 
 #include "core/handles.h"
@@ -12,6 +13,15 @@
 #include "gfx/winrt_capture_abi.h"
 
 namespace qn {
+
+// The Windows Runtime objects a capture runs on. Start(HWND, ...) activates the system's;
+// tests hand in their own, which is the only way the frame handling runs without them.
+struct CaptureSources {
+  ComPtr<abi::capture::IGraphicsCaptureItem> item;
+  ComPtr<abi::directx::IDirect3DDevice> device;  // the Direct3D device, wrapped
+  ComPtr<abi::capture::IDirect3D11CaptureFramePoolStatics2> pools;
+  uint64_t (*now)() = nullptr;  // milliseconds of a monotonic clock; null for the system's
+};
 
 class Capture {
  public:
@@ -23,8 +33,10 @@ class Capture {
   // Whether this system can capture windows at all; needs COM initialised.
   static bool IsSupported();
 
-  // Capture stays off when this returns false; each failed call has been logged.
+  // Capture stays off when these return false; each failed call has been logged.
+  // The device is the renderer's; frames are copied on its immediate context.
   bool Start(HWND window, ID3D11Device* device, int throttle_hz, int divisor);
+  bool Start(const CaptureSources& sources, ID3D11Device* device, int throttle_hz, int divisor);
   void Stop();
 
   // The newest frame copied into a texture the renderer can sample; when no frame came
@@ -39,10 +51,9 @@ class Capture {
   // Shared with the frame callbacks, which may outlive a Stop by one call.
   struct Stream;
 
-  bool StartUnguarded(HWND window, ID3D11Device* device, int throttle_hz, int divisor);
-  bool CreateItem(HWND window);
-  bool WrapDevice();
-  bool CreatePool(FrameSize size);
+  bool StartUnguarded(const CaptureSources& sources, ID3D11Device* device, int throttle_hz,
+                      int divisor);
+  bool CreatePool(abi::capture::IDirect3D11CaptureFramePoolStatics2* pools, FrameSize size);
   void ConfigureSession();
   bool Subscribe();
   bool CopyFrame(abi::capture::IDirect3D11CaptureFrame* frame);

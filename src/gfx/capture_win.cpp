@@ -9,8 +9,8 @@
 #include <optional>
 #include <utility>
 
+#include "core/failure_log.h"
 #include "core/log.h"
-#include "core/os.h"
 
 namespace qn {
 
@@ -20,7 +20,7 @@ using FramePtr = ComPtr<cap::IDirect3D11CaptureFrame>;
 
 namespace {
 
-// FP16 scRGB keeps HDR games' highlights for the renderer's tone map.
+// FP16 scRGB: linear light that keeps HDR games' highlights; the renderer encodes it for display.
 constexpr int32_t kFormat = dx::kPixelFormatR16G16B16A16Float;
 constexpr int32_t kBufferCount = 3;
 constexpr wchar_t kItemClass[] = L"Windows.Graphics.Capture.GraphicsCaptureItem";
@@ -28,17 +28,10 @@ constexpr wchar_t kPoolClass[] = L"Windows.Graphics.Capture.Direct3D11CaptureFra
 constexpr wchar_t kSessionClass[] = L"Windows.Graphics.Capture.GraphicsCaptureSession";
 constexpr wchar_t kApiInformationClass[] = L"Windows.Foundation.Metadata.ApiInformation";
 
-
 UniqueHstring MakeHstring(const wchar_t* text) {
   UniqueHstring made;
   WindowsCreateString(text, static_cast<UINT32>(std::wcslen(text)), made.put());
   return made;
-}
-
-bool Succeeded(HRESULT hr, const wchar_t* call, uint32_t level = kLogError) {
-  if (SUCCEEDED(hr)) return true;
-  Log(level, L"%ls failed: %ls", call, ErrorText(static_cast<uint32_t>(hr)).c_str());
-  return false;
 }
 
 template <typename T>
@@ -78,6 +71,8 @@ bool SessionPropertyPresent(const wchar_t* property) {
 FrameSize ToFrameSize(dx::SizeInt32 size) { return {size.width, size.height}; }
 dx::SizeInt32 ToSizeInt32(FrameSize size) { return {size.width, size.height}; }
 
+uint64_t SystemTicks() { return GetTickCount64(); }
+
 HRESULT FrameTexture(cap::IDirect3D11CaptureFrame* frame, ComPtr<ID3D11Texture2D>& texture) {
   ComPtr<dx::IDirect3DSurface> surface;
   HRESULT hr = frame->get_Surface(surface.put());
@@ -87,19 +82,48 @@ HRESULT FrameTexture(cap::IDirect3D11CaptureFrame* frame, ComPtr<ID3D11Texture2D
   return hr;
 }
 
+// E_INVALIDARG from CreateForWindow means a window the system will not capture: a child,
+// or one that is not shown in Alt+Tab.
+bool ActivateItem(HWND window, ComPtr<cap::IGraphicsCaptureItem>& item) {
+  ComPtr<cap::IGraphicsCaptureItemInterop> interop;
+  if (!CheckHr(GetFactory(kItemClass, interop), L"RoGetActivationFactory(GraphicsCaptureItem)",
+               kLogError)) {
+    return false;
+  }
+  const HRESULT hr = interop->CreateForWindow(window, cap::IGraphicsCaptureItem::kIid,
+                                              reinterpret_cast<void**>(item.put()));
+  return CheckHr(hr, L"CreateForWindow", kLogWarn);
+}
+
+bool WrapDevice(ID3D11Device* device, ComPtr<dx::IDirect3DDevice>& wrapped) {
+  ComPtr<IDXGIDevice> dxgi;
+  if (!CheckHr(device->QueryInterface(IID_PPV_ARGS(dxgi.put())), L"QueryInterface(IDXGIDevice)",
+               kLogError)) {
+    return false;
+  }
+  ComPtr<IInspectable> inspectable;
+  if (!CheckHr(CreateDirect3D11DeviceFromDXGIDevice(dxgi.get(), inspectable.put()),
+               L"CreateDirect3D11DeviceFromDXGIDevice", kLogError)) {
+    return false;
+  }
+  return CheckHr(abi::Query(inspectable.get(), wrapped), L"QueryInterface(IDirect3DDevice)",
+                 kLogError);
+}
+
 }  // namespace
 
 struct Capture::Stream {
   std::mutex mutex;
   FramePtr pending;                    // guarded by mutex
   FrameSize pool_size;                 // guarded by mutex
-  ComPtr<dx::IDirect3DDevice> device;  // guarded by mutex once subscribed
+  ComPtr<dx::IDirect3DDevice> device;  // guarded by mutex once subscribed; null once detached
+  RepeatedFailures failures;           // guarded by mutex
   int divisor = 1;                     // fixed before subscription
   int64_t min_interval_ms = 0;         // fixed before subscription
+  uint64_t (*now)() = &SystemTicks;    // fixed before subscription
   std::atomic<uint64_t> last_accepted_tick{0};
   FrameCounters counters;
   std::atomic<bool> closed{false};
-  std::atomic<bool> failure_logged{false};
 
   void OnFrameArrived(cap::IDirect3D11CaptureFramePool* pool);
   void OnClosed();
@@ -107,24 +131,23 @@ struct Capture::Stream {
                 const ComPtr<dx::IDirect3DDevice>& on);
   std::optional<FrameSize> ResizeNeeded(cap::IDirect3D11CaptureFrame* frame,
                                         ComPtr<dx::IDirect3DDevice>& on);
-  void Publish(FramePtr frame, uint64_t now);
+  void Publish(FramePtr frame, uint64_t tick);
   FramePtr TakePending();
   void Detach();
-  // Per-frame calls would repeat a failure sixty times a second; the first one tells.
-  void LogFrameFailure(HRESULT hr, const wchar_t* call);
+  // Per-frame calls would repeat a failure sixty times a second; the first of a run tells.
+  // Both the capture thread and the tick report here.
+  bool CheckFrameCall(HRESULT hr, const wchar_t* call);
 };
 
 void Capture::Stream::OnFrameArrived(cap::IDirect3D11CaptureFramePool* pool) {
   counters.CountArrived();
-  const uint64_t now = GetTickCount64();
+  const uint64_t tick = now();
   if (!pool) return;
   FramePtr frame;
-  const HRESULT hr = pool->TryGetNextFrame(frame.put());
-  if (FAILED(hr)) return LogFrameFailure(hr, L"TryGetNextFrame");
-  if (!frame) return;
+  if (!CheckFrameCall(pool->TryGetNextFrame(frame.put()), L"TryGetNextFrame") || !frame) return;
   // Dropped frames are still taken and closed: the pool has three buffers and stops
   // delivering once all of them are held.
-  if (!ShouldAcceptFrame(min_interval_ms, last_accepted_tick.load(), now)) {
+  if (!ShouldAcceptFrame(min_interval_ms, last_accepted_tick.load(), tick)) {
     return CloseObject(frame.get());
   }
   ComPtr<dx::IDirect3DDevice> on;
@@ -133,7 +156,7 @@ void Capture::Stream::OnFrameArrived(cap::IDirect3D11CaptureFramePool* pool) {
     CloseObject(frame.get());
     return Recreate(pool, *size, on);
   }
-  Publish(std::move(frame), now);
+  Publish(std::move(frame), tick);
 }
 
 std::optional<FrameSize> Capture::Stream::ResizeNeeded(cap::IDirect3D11CaptureFrame* frame,
@@ -152,18 +175,19 @@ std::optional<FrameSize> Capture::Stream::ResizeNeeded(cap::IDirect3D11CaptureFr
 void Capture::Stream::Recreate(cap::IDirect3D11CaptureFramePool* pool, FrameSize size,
                                const ComPtr<dx::IDirect3DDevice>& on) {
   const HRESULT hr = pool->Recreate(on.get(), kFormat, kBufferCount, ToSizeInt32(size));
-  if (FAILED(hr)) return LogFrameFailure(hr, L"Recreate");
+  if (!CheckFrameCall(hr, L"Recreate")) return;
   Log(kLogInfo, L"capture frames resized to %ldx%ld", static_cast<long>(size.width),
       static_cast<long>(size.height));
 }
 
-void Capture::Stream::Publish(FramePtr frame, uint64_t now) {
+void Capture::Stream::Publish(FramePtr frame, uint64_t tick) {
   {
     std::lock_guard lock(mutex);
-    std::swap(pending, frame);
+    // After a stop nobody takes the slot: the frame goes back at once.
+    if (device) std::swap(pending, frame);
   }
-  if (frame) CloseObject(frame.get());  // displaced before the tick took it
-  last_accepted_tick.store(now);
+  if (frame) CloseObject(frame.get());  // displaced before the tick took it, or too late
+  last_accepted_tick.store(tick);
   counters.CountAccepted();
 }
 
@@ -175,7 +199,7 @@ FramePtr Capture::Stream::TakePending() {
 }
 
 // A callback already under way when the subscription ends may still run once; it then
-// finds no device and publishes into a slot nobody reads.
+// finds no device and neither recreates the pool nor keeps its frame.
 void Capture::Stream::Detach() {
   FramePtr left = TakePending();
   if (left) CloseObject(left.get());
@@ -188,9 +212,9 @@ void Capture::Stream::OnClosed() {
   closed.store(true);
 }
 
-void Capture::Stream::LogFrameFailure(HRESULT hr, const wchar_t* call) {
-  if (failure_logged.exchange(true)) return;
-  Succeeded(hr, call, kLogWarn);
+bool Capture::Stream::CheckFrameCall(HRESULT hr, const wchar_t* call) {
+  std::lock_guard lock(mutex);
+  return failures.Check(hr, call);
 }
 
 Capture::~Capture() { Stop(); }
@@ -201,19 +225,36 @@ bool Capture::IsSupported() {
     return false;
   }
   ComPtr<cap::IGraphicsCaptureSessionStatics> statics;
-  if (!Succeeded(GetFactory(kSessionClass, statics),
-                 L"RoGetActivationFactory(GraphicsCaptureSession)")) {
+  if (!CheckHr(GetFactory(kSessionClass, statics),
+               L"RoGetActivationFactory(GraphicsCaptureSession)", kLogError)) {
     return false;
   }
   abi::Boolean supported = 0;
-  return Succeeded(statics->IsSupported(&supported), L"GraphicsCaptureSession.IsSupported") &&
+  return CheckHr(statics->IsSupported(&supported), L"GraphicsCaptureSession.IsSupported",
+                 kLogError) &&
          supported != 0;
 }
 
 bool Capture::Start(HWND window, ID3D11Device* device, int throttle_hz, int divisor) {
   Stop();
+  if (!device) {
+    Log(kLogError, L"capture start without a device");
+    return false;
+  }
+  CaptureSources sources;
+  if (!ActivateItem(window, sources.item) || !WrapDevice(device, sources.device) ||
+      !CheckHr(GetFactory(kPoolClass, sources.pools),
+               L"RoGetActivationFactory(Direct3D11CaptureFramePool)", kLogError)) {
+    return false;
+  }
+  return Start(sources, device, throttle_hz, divisor);
+}
+
+bool Capture::Start(const CaptureSources& sources, ID3D11Device* device, int throttle_hz,
+                    int divisor) {
+  Stop();
   try {
-    if (StartUnguarded(window, device, throttle_hz, divisor)) return true;
+    if (StartUnguarded(sources, device, throttle_hz, divisor)) return true;
   } catch (const std::exception& error) {
     Log(kLogError, L"capture start threw: %hs", error.what());
   }
@@ -221,22 +262,25 @@ bool Capture::Start(HWND window, ID3D11Device* device, int throttle_hz, int divi
   return false;
 }
 
-bool Capture::StartUnguarded(HWND window, ID3D11Device* device, int throttle_hz, int divisor) {
+bool Capture::StartUnguarded(const CaptureSources& sources, ID3D11Device* device, int throttle_hz,
+                             int divisor) {
   device_ = device;
+  item_ = sources.item;
   stream_ = std::make_shared<Stream>();
   stream_->min_interval_ms = MinFrameIntervalMs(throttle_hz);
   stream_->divisor = divisor;
-  if (!device) {
+  stream_->device = sources.device;
+  if (sources.now) stream_->now = sources.now;
+  if (!device || !item_ || !sources.device || !sources.pools) {
     Log(kLogError, L"capture start without a device");
     return false;
   }
-  if (!CreateItem(window)) return false;
   dx::SizeInt32 source{};
-  if (!Succeeded(item_->get_Size(&source), L"GraphicsCaptureItem.Size")) return false;
+  if (!CheckHr(item_->get_Size(&source), L"GraphicsCaptureItem.Size", kLogError)) return false;
   stream_->pool_size = FramePoolSize(ToFrameSize(source), divisor);
-  if (!WrapDevice() || !CreatePool(stream_->pool_size)) return false;
+  if (!CreatePool(sources.pools.get(), stream_->pool_size)) return false;
   ConfigureSession();
-  if (!Subscribe() || !Succeeded(session_->StartCapture(), L"StartCapture")) return false;
+  if (!Subscribe() || !CheckHr(session_->StartCapture(), L"StartCapture", kLogError)) return false;
   Log(kLogInfo, L"capture started: source %ldx%ld, frames %ldx%ld, throttle %dHz",
       static_cast<long>(source.width), static_cast<long>(source.height),
       static_cast<long>(stream_->pool_size.width), static_cast<long>(stream_->pool_size.height),
@@ -244,50 +288,19 @@ bool Capture::StartUnguarded(HWND window, ID3D11Device* device, int throttle_hz,
   return true;
 }
 
-bool Capture::CreateItem(HWND window) {
-  ComPtr<cap::IGraphicsCaptureItemInterop> interop;
-  if (!Succeeded(GetFactory(kItemClass, interop), L"RoGetActivationFactory(GraphicsCaptureItem)")) {
-    return false;
-  }
-  // E_INVALIDARG here means a window the system will not capture: a child, or one that
-  // is not shown in Alt+Tab.
-  const HRESULT hr = interop->CreateForWindow(window, cap::IGraphicsCaptureItem::kIid,
-                                              reinterpret_cast<void**>(item_.put()));
-  return Succeeded(hr, L"CreateForWindow", kLogWarn);
-}
-
-bool Capture::WrapDevice() {
-  ComPtr<IDXGIDevice> dxgi;
-  if (!Succeeded(device_->QueryInterface(IID_PPV_ARGS(dxgi.put())),
-                 L"QueryInterface(IDXGIDevice)")) {
-    return false;
-  }
-  ComPtr<IInspectable> wrapped;
-  if (!Succeeded(CreateDirect3D11DeviceFromDXGIDevice(dxgi.get(), wrapped.put()),
-                 L"CreateDirect3D11DeviceFromDXGIDevice")) {
-    return false;
-  }
-  return Succeeded(abi::Query(wrapped.get(), stream_->device), L"QueryInterface(IDirect3DDevice)");
-}
-
-bool Capture::CreatePool(FrameSize size) {
-  ComPtr<cap::IDirect3D11CaptureFramePoolStatics2> statics;
-  if (!Succeeded(GetFactory(kPoolClass, statics),
-                 L"RoGetActivationFactory(Direct3D11CaptureFramePool)")) {
-    return false;
-  }
-  const HRESULT hr = statics->CreateFreeThreaded(stream_->device.get(), kFormat, kBufferCount,
-                                                 ToSizeInt32(size), pool_.put());
-  if (!Succeeded(hr, L"CreateFreeThreaded")) return false;
-  return Succeeded(pool_->CreateCaptureSession(item_.get(), session_.put()),
-                   L"CreateCaptureSession");
+bool Capture::CreatePool(cap::IDirect3D11CaptureFramePoolStatics2* pools, FrameSize size) {
+  const HRESULT hr = pools->CreateFreeThreaded(stream_->device.get(), kFormat, kBufferCount,
+                                               ToSizeInt32(size), pool_.put());
+  if (!CheckHr(hr, L"CreateFreeThreaded", kLogError)) return false;
+  return CheckHr(pool_->CreateCaptureSession(item_.get(), session_.put()), L"CreateCaptureSession",
+                 kLogError);
 }
 
 void Capture::ConfigureSession() {
   ComPtr<cap::IGraphicsCaptureSession2> cursor;
   if (SessionPropertyPresent(L"IsCursorCaptureEnabled") &&
       SUCCEEDED(abi::Query(session_.get(), cursor))) {
-    Succeeded(cursor->put_IsCursorCaptureEnabled(0), L"put_IsCursorCaptureEnabled", kLogWarn);
+    CheckHr(cursor->put_IsCursorCaptureEnabled(0), L"put_IsCursorCaptureEnabled", kLogWarn);
   }
   // Windows 10 lacks the property; Windows 11 accepts false without the user's consent
   // and keeps the border, which is not an error either.
@@ -306,14 +319,14 @@ bool Capture::Subscribe() {
       [stream](cap::IDirect3D11CaptureFramePool* pool) { stream->OnFrameArrived(pool); });
   ComPtr<cap::IItemClosedHandler> closed =
       cap::ItemClosedDelegate::Make([stream](cap::IGraphicsCaptureItem*) { stream->OnClosed(); });
-  if (!arrived || !closed) return Succeeded(E_OUTOFMEMORY, L"capture handlers");
-  frame_arrived_subscribed_ =
-      Succeeded(pool_->add_FrameArrived(arrived.get(), &frame_arrived_token_), L"add_FrameArrived");
+  if (!arrived || !closed) return CheckHr(E_OUTOFMEMORY, L"capture handlers", kLogError);
+  frame_arrived_subscribed_ = CheckHr(pool_->add_FrameArrived(arrived.get(), &frame_arrived_token_),
+                                      L"add_FrameArrived", kLogError);
   if (!frame_arrived_subscribed_) return false;
   // Closed is raised through a dispatcher queue this program does not run, so it may
   // never come; the drawer control checks the window itself as well.
   closed_subscribed_ =
-      Succeeded(item_->add_Closed(closed.get(), &closed_token_), L"add_Closed", kLogWarn);
+      CheckHr(item_->add_Closed(closed.get(), &closed_token_), L"add_Closed", kLogWarn);
   return true;
 }
 
@@ -348,9 +361,7 @@ ComPtr<ID3D11Texture2D> Capture::TakeLatest() {
 
 bool Capture::CopyFrame(cap::IDirect3D11CaptureFrame* frame) {
   ComPtr<ID3D11Texture2D> texture;
-  const HRESULT hr = FrameTexture(frame, texture);
-  if (FAILED(hr)) {
-    stream_->LogFrameFailure(hr, L"Direct3D11CaptureFrame.Surface");
+  if (!stream_->CheckFrameCall(FrameTexture(frame, texture), L"Direct3D11CaptureFrame.Surface")) {
     return false;
   }
   D3D11_TEXTURE2D_DESC desc{};
@@ -375,9 +386,10 @@ bool Capture::EnsureCopy(const D3D11_TEXTURE2D_DESC& frame) {
   desc.BindFlags = D3D11_BIND_SHADER_RESOURCE;
   desc.CPUAccessFlags = 0;
   desc.MiscFlags = 0;
-  const HRESULT hr = device_->CreateTexture2D(&desc, nullptr, copy_.put());
-  if (SUCCEEDED(hr)) return true;
-  stream_->LogFrameFailure(hr, L"CreateTexture2D");
+  if (stream_->CheckFrameCall(device_->CreateTexture2D(&desc, nullptr, copy_.put()),
+                              L"CreateTexture2D")) {
+    return true;
+  }
   copy_.reset();
   return false;
 }

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "core/failure_log.h"
 #include "core/handles.h"
 #include "gfx/blur_plan.h"
 #include "gfx/drawer_geometry.h"
@@ -103,8 +104,7 @@ class DrawerWindow {
 
   InputHandler input_;
   // Per-frame failures repeat every tick; each is logged once until the call succeeds again.
-  bool end_draw_warned_ = false;
-  bool present_warned_ = false;
+  RepeatedFailures frame_failures_;
 };
 
 }  // namespace qn

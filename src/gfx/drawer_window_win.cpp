@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "core/failure_log.h"
 #include "core/log.h"
 #include "core/os.h"
 #include "gfx/renderer.h"
@@ -14,15 +15,10 @@ constexpr DWORD kExStyle =
     WS_EX_NOACTIVATE | WS_EX_NOREDIRECTIONBITMAP | WS_EX_TOOLWINDOW | WS_EX_TOPMOST;
 static_assert(kExStyle == 0x08200088);
 
-bool Succeeded(HRESULT hr, const wchar_t* call, uint32_t level) {
-  if (FAILED(hr)) Log(level, L"%ls failed: %ls", call, ErrorText(hr).c_str());
-  return SUCCEEDED(hr);
-}
-
 ComPtr<IDXGIDevice> DxgiDevice(Renderer* renderer) {
   ComPtr<IDXGIDevice> device;
   const HRESULT hr = renderer->Device()->QueryInterface(IID_PPV_ARGS(device.put()));
-  Succeeded(hr, L"QueryInterface(IDXGIDevice)", kLogError);
+  CheckHr(hr, L"QueryInterface(IDXGIDevice)", kLogError);
   return device;
 }
 
@@ -68,9 +64,9 @@ bool DrawerWindow::CreateWindowHandle(HINSTANCE instance) {
 
 bool DrawerWindow::CreateComposition(IDXGIDevice* device) {
   HRESULT hr = DCompositionCreateDevice(device, IID_PPV_ARGS(composition_device_.put()));
-  if (!Succeeded(hr, L"DCompositionCreateDevice", kLogError)) return false;
+  if (!CheckHr(hr, L"DCompositionCreateDevice", kLogError)) return false;
   hr = composition_device_->CreateTargetForHwnd(window_.get(), TRUE, composition_target_.put());
-  if (!Succeeded(hr, L"CreateTargetForHwnd", kLogError)) return false;
+  if (!CheckHr(hr, L"CreateTargetForHwnd", kLogError)) return false;
   return SUCCEEDED(composition_device_->CreateVisual(visual_.put()));
 }
 
@@ -79,9 +75,9 @@ bool DrawerWindow::CreateDirect2D(IDXGIDevice* device) {
   D2D1_FACTORY_OPTIONS options = {D2D1_DEBUG_LEVEL_NONE};
   HRESULT hr = D2D1CreateFactory(D2D1_FACTORY_TYPE_SINGLE_THREADED, __uuidof(ID2D1Factory1),
                                  &options, reinterpret_cast<void**>(d2d_factory_.put()));
-  if (!Succeeded(hr, L"D2D1CreateFactory", kLogError)) return false;
+  if (!CheckHr(hr, L"D2D1CreateFactory", kLogError)) return false;
   hr = d2d_factory_->CreateDevice(device, d2d_device_.put());
-  if (!Succeeded(hr, L"ID2D1Factory1::CreateDevice", kLogError)) return false;
+  if (!CheckHr(hr, L"ID2D1Factory1::CreateDevice", kLogError)) return false;
   return SUCCEEDED(
       d2d_device_->CreateDeviceContext(D2D1_DEVICE_CONTEXT_OPTIONS_NONE, d2d_context_.put()));
 }
@@ -89,7 +85,7 @@ bool DrawerWindow::CreateDirect2D(IDXGIDevice* device) {
 bool DrawerWindow::CreateWriteFactory() {
   const HRESULT hr = DWriteCreateFactory(DWRITE_FACTORY_TYPE_SHARED, __uuidof(IDWriteFactory),
                                          reinterpret_cast<IUnknown**>(dwrite_factory_.put()));
-  return Succeeded(hr, L"DWriteCreateFactory", kLogError);
+  return CheckHr(hr, L"DWriteCreateFactory", kLogError);
 }
 
 bool DrawerWindow::EnsureSize(uint32_t width, uint32_t height) {
@@ -111,11 +107,16 @@ bool DrawerWindow::EnsureSize(uint32_t width, uint32_t height) {
 
 void DrawerWindow::DropBufferReferences() {
   // ResizeBuffers fails while anything still holds a buffer: our view, the Direct2D target,
-  // or the view bound to the immediate context by the last frame.
+  // or the view bound to the immediate context by the last frame. Direct3D destroys
+  // released views lazily, so a view that is merely unbound can still pin its buffer:
+  // ClearState unbinds everything and Flush lets the released views actually go.
   back_buffer_view_.reset();
   if (d2d_context_) d2d_context_->SetTarget(nullptr);
   d2d_target_.reset();
-  renderer_->Context()->OMSetRenderTargets(0, nullptr, nullptr);
+  ID3D11DeviceContext* const context = renderer_->Context();
+  context->OMSetRenderTargets(0, nullptr, nullptr);
+  context->ClearState();
+  context->Flush();
 }
 
 void DrawerWindow::ResizeOrDrop(uint32_t width, uint32_t height) {
@@ -131,9 +132,9 @@ bool DrawerWindow::CreateSwapChain(uint32_t width, uint32_t height) {
   if (!dxgi_device) return false;
   ComPtr<IDXGIAdapter> adapter;
   ComPtr<IDXGIFactory2> factory;
-  if (!Succeeded(dxgi_device->GetAdapter(adapter.put()), L"GetAdapter", kLogError)) return false;
+  if (!CheckHr(dxgi_device->GetAdapter(adapter.put()), L"GetAdapter", kLogError)) return false;
   HRESULT hr = adapter->GetParent(IID_PPV_ARGS(factory.put()));
-  if (!Succeeded(hr, L"IDXGIAdapter::GetParent", kLogError)) return false;
+  if (!CheckHr(hr, L"IDXGIAdapter::GetParent", kLogError)) return false;
   DXGI_SWAP_CHAIN_DESC1 desc = {};
   desc.Width = width;
   desc.Height = height;
@@ -145,7 +146,7 @@ bool DrawerWindow::CreateSwapChain(uint32_t width, uint32_t height) {
   desc.SwapEffect = DXGI_SWAP_EFFECT_FLIP_SEQUENTIAL;
   desc.AlphaMode = DXGI_ALPHA_MODE_PREMULTIPLIED;
   hr = factory->CreateSwapChainForComposition(device, &desc, nullptr, swap_chain_.put());
-  if (!Succeeded(hr, L"CreateSwapChainForComposition", kLogError)) return false;
+  if (!CheckHr(hr, L"CreateSwapChainForComposition", kLogError)) return false;
   visual_->SetContent(swap_chain_.get());
   composition_target_->SetRoot(visual_.get());
   return true;
@@ -154,15 +155,15 @@ bool DrawerWindow::CreateSwapChain(uint32_t width, uint32_t height) {
 bool DrawerWindow::CreateBackBufferView() {
   ComPtr<ID3D11Texture2D> buffer;
   HRESULT hr = swap_chain_->GetBuffer(0, IID_PPV_ARGS(buffer.put()));
-  if (!Succeeded(hr, L"IDXGISwapChain1::GetBuffer", kLogError)) return false;
+  if (!CheckHr(hr, L"IDXGISwapChain1::GetBuffer", kLogError)) return false;
   hr = renderer_->Device()->CreateRenderTargetView(buffer.get(), nullptr, back_buffer_view_.put());
-  return Succeeded(hr, L"CreateRenderTargetView", kLogError);
+  return CheckHr(hr, L"CreateRenderTargetView", kLogError);
 }
 
 bool DrawerWindow::CreateDirect2DTarget() {
   ComPtr<IDXGISurface> surface;
   HRESULT hr = swap_chain_->GetBuffer(0, IID_PPV_ARGS(surface.put()));
-  if (!Succeeded(hr, L"IDXGISwapChain1::GetBuffer", kLogError)) return false;
+  if (!CheckHr(hr, L"IDXGISwapChain1::GetBuffer", kLogError)) return false;
   // 96 DPI keeps one Direct2D unit at one pixel; the chat view scales by the game's DPI.
   const D2D1_BITMAP_PROPERTIES1 properties = {
       {DXGI_FORMAT_B8G8R8A8_UNORM, D2D1_ALPHA_MODE_PREMULTIPLIED},
@@ -171,7 +172,7 @@ bool DrawerWindow::CreateDirect2DTarget() {
       D2D1_BITMAP_OPTIONS_TARGET | D2D1_BITMAP_OPTIONS_CANNOT_DRAW,
       nullptr};
   hr = d2d_context_->CreateBitmapFromDxgiSurface(surface.get(), &properties, d2d_target_.put());
-  if (!Succeeded(hr, L"CreateBitmapFromDxgiSurface", kLogError)) return false;
+  if (!CheckHr(hr, L"CreateBitmapFromDxgiSurface", kLogError)) return false;
   d2d_context_->SetTarget(d2d_target_.get());
   return true;
 }
@@ -214,19 +215,12 @@ void DrawerWindow::ClearToTint(const BlurParams& params) {
 void DrawerWindow::DrawOverlay(const DrawCallback& draw, float opacity) {
   d2d_context_->BeginDraw();
   draw(d2d_context_.get(), opacity);
-  const HRESULT hr = d2d_context_->EndDraw();
-  if (FAILED(hr) && !end_draw_warned_) {
-    Log(kLogWarn, L"D2D EndDraw failed: %ls", ErrorText(hr).c_str());
-  }
-  end_draw_warned_ = FAILED(hr);
+  frame_failures_.Check(d2d_context_->EndDraw(), L"D2D EndDraw");
 }
 
 bool DrawerWindow::Present() {
   // One vertical blank of sync is the drawer's only pacing.
-  const HRESULT hr = swap_chain_->Present(1, 0);
-  if (FAILED(hr) && !present_warned_) Log(kLogWarn, L"Present failed: %ls", ErrorText(hr).c_str());
-  present_warned_ = FAILED(hr);
-  return SUCCEEDED(hr);
+  return frame_failures_.Check(swap_chain_->Present(1, 0), L"Present");
 }
 
 void DrawerWindow::ReleaseSurfaces() {

@@ -1,11 +1,11 @@
 // Drawer backdrop: a Kawase down/up chain over the part of the game under the drawer,
-// then tint, opacity and, on HDR displays, a tone map.
+// then the encode for an sRGB swap chain (with a tone map on HDR displays), tint and opacity.
 
 cbuffer BlurCB : register(b0) {
   float2 texelSize;  // one texel of the source texture, in uv units
   float2 uvScale;    // the first downsample reads only the crop...
   float2 uvOffset;   // ...so cropping costs no extra pass
-  float hdr;         // 1.0 when the frame is scRGB on an HDR display
+  float encode;      // 0: frame already sRGB; 1: linear scRGB; 2: scRGB on an HDR display
   float opacity;     // the drawer's slide animation
   float4 tintColor;  // rgb, and the weight of the tint in a
 };
@@ -57,14 +57,23 @@ float4 PSUp(VSOut i) : SV_Target {
   return sum / 12;
 }
 
-// Captured frames are FP16 scRGB, where SDR white sits at 1.0, so anything above 1.0 is
-// genuine HDR content that must be brought into range or the backdrop blows out.
-// The output is premultiplied, as DirectComposition expects.
+// Captured frames are FP16 scRGB: linear light, while the swap chain is shown as sRGB, so
+// they are encoded here or mid-tones come out about half as bright. SDR white sits at 1.0;
+// on an HDR display anything above it is genuine HDR content that must be brought into
+// range or the backdrop blows out. The output is premultiplied, as DirectComposition expects.
 float4 PSComposite(VSOut i) : SV_Target {
   float3 c = S(i.uv).rgb;
-  if (hdr > 0.5) {
+  if (encode > 1.5) {
+    c = max(c, 0);
     c = c / (1 + c);
-    c = pow(saturate(c), 1 / 2.2);
+  }
+  if (encode > 0.5) {
+    // The sRGB curve: linear in the toe, a power above it. The max keeps pow clear of 0,
+    // where the toe is taken anyway.
+    c = saturate(c);
+    float3 curve = 1.055 * pow(max(c, 0.0031308), 1 / 2.4) - 0.055;
+    float3 above_toe = c > 0.0031308;
+    c = lerp(c * 12.92, curve, above_toe);
   }
   c = lerp(c, tintColor.rgb, tintColor.a);
   return float4(c * opacity, opacity);

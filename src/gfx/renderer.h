@@ -30,8 +30,13 @@ struct BlurLevel {
 
 class Renderer {
  public:
-  // Idempotent; there is deliberately no software fallback, whose frame rate would make
-  // the drawer worse than no drawer.
+  Renderer() = default;
+  virtual ~Renderer() = default;
+  Renderer(const Renderer&) = delete;
+  Renderer& operator=(const Renderer&) = delete;
+
+  // Idempotent; a failure keeps nothing. There is deliberately no software fallback, whose
+  // frame rate would make the drawer worse than no drawer.
   bool Init();
   static bool DisplayIsHdr(HWND window);
   // Called between the caller's clear of the back buffer and its Direct2D overlay.
@@ -46,10 +51,13 @@ class Renderer {
   // How many times the chain has been built, for checking that it is cached.
   uint32_t ChainBuilds() const { return chain_builds_; }
 
+ protected:
+  // The last step of Init; virtual so that a test can make it fail on a working device.
+  virtual bool CreateStates();
+
  private:
   bool CreateDevice();
   bool CreateShaders();
-  bool CreateStates();
   bool EnsureChain(unsigned width, unsigned height);
   bool EnsureSourceCopy(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DESC& desc);
   ComPtr<ID3D11ShaderResourceView> SourceView(ID3D11Texture2D* frame,

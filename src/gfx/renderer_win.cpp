@@ -1,3 +1,4 @@
+#include <d3d11_4.h>
 #include <d3dcompiler.h>
 #include <dxgi1_6.h>
 
@@ -6,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/failure_log.h"
 #include "core/log.h"
 #include "core/os.h"
 #include "gfx/hintwick_hlsl.h"
@@ -50,14 +52,14 @@ D3D11_TEXTURE2D_DESC LevelDesc(uint32_t width, uint32_t height) {
 
 bool Renderer::Init() {
   if (device_) return true;
-  if (!CreateDevice()) return false;
-  if (!CreateShaders()) {
-    Release();
-    return false;
+  // A device kept from a failed attempt would make the next Init succeed at once, and
+  // Render would then use the objects that were never made.
+  if (CreateDevice() && CreateShaders() && CreateStates()) {
+    Log(kLogInfo, L"renderer ready");
+    return true;
   }
-  if (!CreateStates()) return false;
-  Log(kLogInfo, L"renderer ready");
-  return true;
+  Release();
+  return false;
 }
 
 bool Renderer::CreateDevice() {
@@ -66,11 +68,19 @@ bool Renderer::CreateDevice() {
   const HRESULT hr = D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr,
                                        D3D11_CREATE_DEVICE_BGRA_SUPPORT, levels, 3,
                                        D3D11_SDK_VERSION, device_.put(), nullptr, context_.put());
-  if (SUCCEEDED(hr)) return true;
-  Log(kLogError, L"D3D11CreateDevice (hardware) failed: %ls", ErrorText(hr).c_str());
-  device_.reset();
-  context_.reset();
-  return false;
+  if (FAILED(hr)) {
+    Log(kLogError, L"D3D11CreateDevice (hardware) failed: %ls", ErrorText(hr).c_str());
+    return false;
+  }
+  // The capture's free-threaded frame pool copies frames on this device from a system
+  // thread while the interface thread draws; the device's own lock keeps the two from
+  // using the immediate context at the same moment.
+  ComPtr<ID3D11Multithread> lock;
+  const HRESULT locked = context_->QueryInterface(IID_PPV_ARGS(lock.put()));
+  if (CheckHr(locked, L"QueryInterface(ID3D11Multithread)", kLogError)) {
+    lock->SetMultithreadProtected(TRUE);
+  }
+  return SUCCEEDED(locked);
 }
 
 bool Renderer::CreateShaders() {
@@ -211,9 +221,9 @@ bool Renderer::Render(ID3D11Texture2D* frame, const RECT& crop, ID3D11RenderTarg
       levels_.size() != kBlurLevelCount) {
     return false;
   }
-  const bool tone_map = UseToneMap(params, static_cast<uint32_t>(desc.Format));
+  const CompositeEncode encode = CompositeEncodeFor(params, static_cast<uint32_t>(desc.Format));
   for (const BlurPass& pass :
-       PlanPasses(frame_size, *area, {target_width, target_height}, params, tone_map)) {
+       PlanPasses(frame_size, *area, {target_width, target_height}, params, encode)) {
     RunPass(pass, source.get(), target);
   }
   return true;

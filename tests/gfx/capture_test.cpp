@@ -1,3 +1,5 @@
+// Window capture on fakes of the system's capture objects: Windows.Graphics.Capture is
+// missing under Wine, so this is where the frame handling runs before a player's machine.
 #include "gfx/capture.h"
 
 #include <bcrypt.h>
@@ -5,181 +7,286 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <array>
+#include <atomic>
+#include <deque>
 #include <memory>
-#include <stdexcept>
 #include <string>
+#include <vector>
 
-#include "core/log.h"
 #include "support/test_files.h"
 
 namespace qn {
 namespace {
 
 namespace cap = abi::capture;
+namespace dx = abi::directx;
+using abi::foundation::IClosable;
 
-// The Windows Runtime's namespace for parameterized interface IDs, in RFC 4122 byte order.
-constexpr std::array<uint8_t, 16> kPinterfaceNamespace = {
-    0x11, 0xf4, 0x7a, 0xd5, 0x7b, 0x73, 0x42, 0xc0, 0xab, 0xae, 0x87, 0x8b, 0x1e, 0x16, 0xad, 0xee};
-
-std::array<uint8_t, 20> Sha1(const std::string& bytes) {
-  std::array<uint8_t, 20> digest{};
-  BCRYPT_ALG_HANDLE algorithm = nullptr;
-  BCRYPT_HASH_HANDLE hash = nullptr;
-  EXPECT_EQ(BCryptOpenAlgorithmProvider(&algorithm, BCRYPT_SHA1_ALGORITHM, nullptr, 0), 0);
-  EXPECT_EQ(BCryptCreateHash(algorithm, &hash, nullptr, 0, nullptr, 0, 0), 0);
-  auto* data = reinterpret_cast<PUCHAR>(const_cast<char*>(bytes.data()));
-  EXPECT_EQ(BCryptHashData(hash, data, static_cast<ULONG>(bytes.size()), 0), 0);
-  EXPECT_EQ(BCryptFinishHash(hash, digest.data(), static_cast<ULONG>(digest.size()), 0), 0);
-  BCryptDestroyHash(hash);
-  BCryptCloseAlgorithmProvider(algorithm, 0);
-  return digest;
-}
-
-GUID PinterfaceIid(const std::string& signature) {
-  std::string input(kPinterfaceNamespace.begin(), kPinterfaceNamespace.end());
-  std::array<uint8_t, 20> d = Sha1(input + signature);
-  d[6] = static_cast<uint8_t>((d[6] & 0x0F) | 0x50);
-  d[8] = static_cast<uint8_t>((d[8] & 0x3F) | 0x80);
-  GUID iid{};
-  iid.Data1 = (uint32_t{d[0]} << 24) | (uint32_t{d[1]} << 16) | (uint32_t{d[2]} << 8) | d[3];
-  iid.Data2 = static_cast<uint16_t>((d[4] << 8) | d[5]);
-  iid.Data3 = static_cast<uint16_t>((d[6] << 8) | d[7]);
-  for (int i = 0; i < 8; ++i) iid.Data4[i] = d[8 + i];
-  return iid;
-}
-
-std::wstring GuidText(const GUID& iid) {
-  wchar_t text[40] = {};
-  StringFromGUID2(iid, text, 40);
-  return text;
-}
-
-TEST(CaptureAbiTest, DelegateIidsFollowFromTheirTypeSignatures) {
-  const struct {
-    const char* signature;
-    GUID declared;
-  } cases[] = {
-      {"pinterface({9de1c534-6ae1-11e0-84e1-18a905bcc53f};"
-       "rc(Windows.Graphics.Capture.Direct3D11CaptureFramePool;"
-       "{24eb6d22-1975-422e-82e7-780dbd8ddf24});cinterface(IInspectable))",
-       cap::IFrameArrivedHandler::kIid},
-      {"pinterface({9de1c534-6ae1-11e0-84e1-18a905bcc53f};"
-       "rc(Windows.Graphics.Capture.GraphicsCaptureItem;"
-       "{79c3f95b-31f7-4ec2-a464-632ef5d30760});cinterface(IInspectable))",
-       cap::IItemClosedHandler::kIid},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(GuidText(PinterfaceIid(c.signature)), GuidText(c.declared)) << c.signature;
+// Counts references without owning: the test owns every fake, so a leak or one release too
+// many leaves a count other than zero at the end.
+template <typename Primary, typename... More>
+class Fake : public Primary, public IClosable, public More... {
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    const bool primary = iid == __uuidof(IUnknown) || iid == __uuidof(IInspectable);
+    *out = primary || iid == Primary::kIid ? static_cast<Primary*>(this) : nullptr;
+    if (iid == IClosable::kIid) *out = static_cast<IClosable*>(this);
+    ((iid == More::kIid ? (void)(*out = static_cast<More*>(this)) : void()), ...);
+    return *out ? (AddRef(), S_OK) : E_NOINTERFACE;
   }
-}
+  ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++refs); }
+  ULONG STDMETHODCALLTYPE Release() override { return static_cast<ULONG>(--refs); }
+  HRESULT STDMETHODCALLTYPE GetIids(ULONG*, IID**) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Close() override { return ++closes, S_OK; }
 
-TEST(CaptureAbiTest, HandlerAnswersOnlyItsOwnInterfacesAndDiesWithItsLastReference) {
-  auto alive = std::make_shared<int>(0);
-  std::weak_ptr<int> watch = alive;
-  ComPtr<cap::IFrameArrivedHandler> handler =
-      cap::FrameArrivedDelegate::Make([alive](cap::IDirect3D11CaptureFramePool*) {});
-  alive.reset();
-  ASSERT_TRUE(handler);
-
-  const struct {
-    GUID iid;
-    HRESULT result;
-  } cases[] = {{__uuidof(IUnknown), S_OK},
-               {cap::IFrameArrivedHandler::kIid, S_OK},
-               {__uuidof(IAgileObject), S_OK},
-               {__uuidof(IInspectable), E_NOINTERFACE},
-               {cap::IItemClosedHandler::kIid, E_NOINTERFACE}};
-  for (const auto& c : cases) {
-    void* object = reinterpret_cast<void*>(1);
-    EXPECT_EQ(handler->QueryInterface(c.iid, &object), c.result) << GuidText(c.iid).c_str();
-    EXPECT_EQ(object, c.result == S_OK ? static_cast<void*>(handler.get()) : nullptr);
-    if (object) {
-      EXPECT_EQ(handler->Release(), 1u);
-    }
-  }
-  EXPECT_EQ(handler->QueryInterface(__uuidof(IUnknown), nullptr), E_POINTER);
-
-  EXPECT_EQ(handler->AddRef(), 2u);
-  EXPECT_EQ(handler->Release(), 1u);
-  EXPECT_FALSE(watch.expired());
-  handler.reset();
-  EXPECT_TRUE(watch.expired());
-}
-
-TEST(CaptureAbiTest, InvokeCallsThroughWithTheSenderAndSwallowsExceptions) {
-  cap::IGraphicsCaptureItem* seen = nullptr;
-  auto* sender = reinterpret_cast<cap::IGraphicsCaptureItem*>(0x1000);
-  ComPtr<cap::IItemClosedHandler> recording =
-      cap::ItemClosedDelegate::Make([&seen](cap::IGraphicsCaptureItem* item) { seen = item; });
-  EXPECT_EQ(recording->Invoke(sender, nullptr), S_OK);
-  EXPECT_EQ(seen, sender);
-
-  int calls = 0;
-  ComPtr<cap::IItemClosedHandler> throwing =
-      cap::ItemClosedDelegate::Make([&calls](cap::IGraphicsCaptureItem*) {
-        ++calls;
-        throw std::runtime_error("handler failure");
-      });
-  EXPECT_EQ(throwing->Invoke(sender, nullptr), S_OK);
-  EXPECT_EQ(calls, 1);
-}
-
-// Wine has no window capture: what these tests check is that its absence is reported
-// and survived, and they step aside on a system that has it.
-class CaptureUnsupportedTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
-    OpenLogAt(log_path_);
-  }
-  void TearDown() override {
-    CloseLog();
-    CoUninitialize();
-  }
-  std::string LogText() const { return test::ReadFileBytes(log_path_).value_or(""); }
-
-  test::TempDir dir_;
-  std::wstring log_path_ = dir_.File(L"hintwick.log");
+  std::atomic<long> refs{0};
+  std::atomic<int> closes{0};
 };
 
-TEST_F(CaptureUnsupportedTest, SupportCheckSaysNoAndLogsWhy) {
-  if (Capture::IsSupported()) GTEST_SKIP() << "window capture is available here";
-  EXPECT_NE(LogText().find("ERROR RoGetActivationFactory(GraphicsCaptureSession) failed: "
-                           "0x80040154"),
-            std::string::npos)
-      << LogText();
+template <typename T>
+ComPtr<T> Ref(IUnknown* object) {
+  ComPtr<T> ref;
+  abi::Query(object, ref);
+  return ref;
 }
+
+// A frame that is its own surface, over a real texture.
+struct FakeFrame
+    : Fake<cap::IDirect3D11CaptureFrame, dx::IDirect3DSurface, dx::IDirect3DDxgiInterfaceAccess> {
+  HRESULT STDMETHODCALLTYPE get_Surface(dx::IDirect3DSurface** out) override {
+    return AddRef(), *out = this, S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE get_SystemRelativeTime(abi::foundation::TimeSpan*) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE get_ContentSize(dx::SizeInt32* out) override {
+    return *out = content, S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE get_Description(dx::SurfaceDescription*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetInterface(REFIID iid, void** out) override {
+    return ++reads, texture->QueryInterface(iid, out);
+  }
+  ComPtr<ID3D11Texture2D> texture;
+  dx::SizeInt32 content;
+  int reads = 0;
+};
+
+// One object plays the item, the wrapped device, the pool, its factory and the session: the
+// capture sees only interfaces, and one count shows whether it let go of all of them.
+struct FakeSystem
+    : Fake<cap::IDirect3D11CaptureFramePool, cap::IDirect3D11CaptureFramePoolStatics2,
+           cap::IGraphicsCaptureItem, cap::IGraphicsCaptureSession, dx::IDirect3DDevice> {
+  HRESULT STDMETHODCALLTYPE CreateFreeThreaded(dx::IDirect3DDevice* device, int32_t format,
+                                               int32_t buffers, dx::SizeInt32 made_size,
+                                               cap::IDirect3D11CaptureFramePool** out) override {
+    Recreate(device, format, buffers, made_size);
+    recreates = 0;
+    return AddRef(), *out = this, S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Recreate(dx::IDirect3DDevice* device, int32_t format, int32_t,
+                                     dx::SizeInt32 new_size) override {
+    EXPECT_TRUE(device && format == 10) << "frames are FP16 scRGB on the renderer's device";
+    pool_size = new_size;
+    return ++recreates, S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE TryGetNextFrame(cap::IDirect3D11CaptureFrame** out) override {
+    *out = queued.empty() ? nullptr : queued.front();
+    if (*out) (*out)->AddRef(), queued.pop_front();
+    return S_OK;
+  }
+  // Free-threaded handlers are called from the system's own threads, so they must be agile.
+  HRESULT STDMETHODCALLTYPE add_FrameArrived(cap::IFrameArrivedHandler* handler,
+                                             EventRegistrationToken*) override {
+    ComPtr<IAgileObject> agile;
+    if (FAILED(handler->QueryInterface(IID_PPV_ARGS(agile.put())))) return E_INVALIDARG;
+    return arrived = Ref<cap::IFrameArrivedHandler>(handler), S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE remove_FrameArrived(EventRegistrationToken) override {
+    return arrived.reset(), S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE CreateCaptureSession(cap::IGraphicsCaptureItem*,
+                                                 cap::IGraphicsCaptureSession** out) override {
+    return AddRef(), *out = this, S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE get_DispatcherQueue(IInspectable**) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE get_DisplayName(HSTRING*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE get_Size(dx::SizeInt32* out) override {
+    *out = {640, 480};
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE add_Closed(cap::IItemClosedHandler* handler,
+                                       EventRegistrationToken*) override {
+    return closed = Ref<cap::IItemClosedHandler>(handler), S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE remove_Closed(EventRegistrationToken) override {
+    return closed.reset(), S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE StartCapture() override { return ++starts, S_OK; }
+  HRESULT STDMETHODCALLTYPE Trim() override { return S_OK; }
+
+  std::deque<FakeFrame*> queued;
+  ComPtr<cap::IFrameArrivedHandler> arrived;
+  ComPtr<cap::IItemClosedHandler> closed;
+  dx::SizeInt32 pool_size;
+  int recreates = 0;
+  int starts = 0;
+};
+
+std::atomic<uint64_t> clock_ms{0};
 
 ComPtr<ID3D11Device> MakeDevice() {
   ComPtr<ID3D11Device> device;
-  for (D3D_DRIVER_TYPE type : {D3D_DRIVER_TYPE_HARDWARE, D3D_DRIVER_TYPE_WARP}) {
-    if (SUCCEEDED(D3D11CreateDevice(nullptr, type, nullptr, D3D11_CREATE_DEVICE_BGRA_SUPPORT,
-                                    nullptr, 0, D3D11_SDK_VERSION, device.put(), nullptr,
-                                    nullptr))) {
-      break;
-    }
-  }
+  EXPECT_HRESULT_SUCCEEDED(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr,
+                                             0, D3D11_SDK_VERSION, device.put(), nullptr, nullptr));
   return device;
 }
 
-TEST_F(CaptureUnsupportedTest, StartOnARealWindowFailsCleanly) {
+class CaptureFramesTest : public testing::Test {
+ protected:
+  bool Start(int throttle_hz) {
+    IUnknown* system = static_cast<cap::IDirect3D11CaptureFramePool*>(&system_);
+    const CaptureSources sources = {
+        Ref<cap::IGraphicsCaptureItem>(system), Ref<dx::IDirect3DDevice>(system),
+        Ref<cap::IDirect3D11CaptureFramePoolStatics2>(system), [] { return clock_ms.load(); }};
+    return capture_.Start(sources, device_.get(), throttle_hz, 1);
+  }
+
+  // A frame over a texture of its content size, handed to the pool's handler at a time.
+  FakeFrame& Deliver(int32_t width, int32_t height, uint64_t at_ms,
+                     cap::IFrameArrivedHandler* handler = nullptr) {
+    FakeFrame& frame = *frames_.emplace_back(std::make_unique<FakeFrame>());
+    frame.content = {width, height};
+    const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_R16G16B16A16_FLOAT, static_cast<UINT>(width),
+                                     static_cast<UINT>(height), 1, 1, D3D11_BIND_SHADER_RESOURCE);
+    EXPECT_HRESULT_SUCCEEDED(device_->CreateTexture2D(&desc, nullptr, frame.texture.put()));
+    clock_ms = at_ms;
+    system_.queued.push_back(&frame);
+    (handler ? handler : system_.arrived.get())->Invoke(&system_, nullptr);
+    return frame;
+  }
+
+  // Every frame closed and released exactly once; the session and the pool closed.
+  void TearDown() override {
+    capture_.Stop();
+    for (const auto& frame : frames_) {
+      EXPECT_EQ(frame->closes.load(), 1) << &frame - frames_.data();
+      EXPECT_EQ(frame->refs.load(), 0) << &frame - frames_.data();
+    }
+    EXPECT_EQ(system_.closes.load(), 2);
+    EXPECT_EQ(system_.refs.load(), 0);
+  }
+
+  ComApartment com_{COINIT_MULTITHREADED};
+  test::CapturedLog log_;
+  ComPtr<ID3D11Device> device_ = MakeDevice();
+  FakeSystem system_;
+  std::vector<std::unique_ptr<FakeFrame>> frames_;
+  Capture capture_;  // last, so that it lets go of the fakes before they go
+};
+
+TEST_F(CaptureFramesTest, TheTickGetsTheNewestAcceptedFrameAndEveryOtherIsClosed) {
+  ASSERT_TRUE(Start(30)) << log_.Text();
+  EXPECT_EQ(system_.pool_size.width, 640);
+  EXPECT_EQ(system_.starts, 1);
+  EXPECT_FALSE(capture_.TakeLatest());
+  Deliver(640, 480, 1000);
+  const ComPtr<ID3D11Texture2D> copy = capture_.TakeLatest();
+  ASSERT_TRUE(copy);
+  // No new frame: the same copy is shown again, and nothing more is consumed.
+  EXPECT_EQ(capture_.TakeLatest().get(), copy.get());
+  EXPECT_EQ(Deliver(640, 480, 1032).closes, 1) << "within 33 ms: dropped, and closed at once";
+  const FakeFrame& displaced = Deliver(640, 480, 1033);
+  const FakeFrame& newest = Deliver(640, 480, 1070);
+  EXPECT_EQ(displaced.closes, 1);
+  EXPECT_EQ(capture_.TakeLatest().get(), copy.get()) << "same size: the copy is reused";
+  EXPECT_EQ(displaced.reads, 0);
+  EXPECT_EQ(newest.reads, 1);
+  const FrameCounts counts = capture_.Counts();
+  EXPECT_EQ(counts.arrived, 4);
+  EXPECT_EQ(counts.accepted, 3);
+  EXPECT_EQ(counts.consumed, 2);
+}
+
+// The pool clips rather than scales: a frame of a resized window shows the wrong part.
+TEST_F(CaptureFramesTest, AResizedWindowRecreatesThePoolAndDropsTheCutFrame) {
+  ASSERT_TRUE(Start(0));
+  EXPECT_EQ(Deliver(800, 600, 1000).closes, 1);
+  EXPECT_EQ(system_.recreates, 1);
+  EXPECT_EQ(system_.pool_size.height, 600);
+  EXPECT_TRUE(log_.Has("capture frames resized to 800x600"));
+  EXPECT_FALSE(capture_.TakeLatest());
+  Deliver(800, 600, 1001);
+  const ComPtr<ID3D11Texture2D> copy = capture_.TakeLatest();
+  ASSERT_TRUE(copy);
+  D3D11_TEXTURE2D_DESC desc;
+  copy->GetDesc(&desc);
+  EXPECT_EQ(desc.Width, 800u);
+  EXPECT_EQ(system_.recreates, 1);
+}
+
+TEST_F(CaptureFramesTest, StopClosesTheWaitingFrameAndOneThatArrivesLate) {
+  ASSERT_TRUE(Start(0));
+  Deliver(640, 480, 1000);
+  system_.closed->Invoke(&system_, nullptr);
+  EXPECT_TRUE(capture_.Closed());
+  // A callback already under way when the subscription ends.
+  const ComPtr<cap::IFrameArrivedHandler> late = system_.arrived;
+  capture_.Stop();
+  EXPECT_EQ(frames_[0]->closes, 1);
+  EXPECT_FALSE(system_.arrived || system_.closed);
+  EXPECT_EQ(Deliver(640, 480, 2000, late.get()).closes, 1);
+  EXPECT_FALSE(capture_.TakeLatest());
+}
+
+// A delegate's IID is SHA-1 over a namespace GUID and its type signature, as a version-5
+// UUID. A wrong one leaves the capture without frames on every player's machine.
+TEST(CaptureAbiTest, DelegateIidsFollowFromTheirTypeSignatures) {
+  const struct {
+    const char* type;
+    GUID declared;
+  } cases[] = {
+      {"Direct3D11CaptureFramePool;{24eb6d22-1975-422e-82e7-780dbd8ddf24}",
+       cap::IFrameArrivedHandler::kIid},
+      {"GraphicsCaptureItem;{79c3f95b-31f7-4ec2-a464-632ef5d30760}", cap::IItemClosedHandler::kIid},
+  };
+  BCRYPT_ALG_HANDLE sha1 = nullptr;
+  ASSERT_EQ(BCryptOpenAlgorithmProvider(&sha1, BCRYPT_SHA1_ALGORITHM, nullptr, 0), 0);
+  for (const auto& c : cases) {
+    std::string input = "\x11\xf4\x7a\xd5\x7b\x73\x42\xc0\xab\xae\x87\x8b\x1e\x16\xad\xee";
+    input += std::string("pinterface({9de1c534-6ae1-11e0-84e1-18a905bcc53f};rc(") +
+             "Windows.Graphics.Capture." + c.type + ");cinterface(IInspectable))";
+    uint8_t d[20] = {};
+    ASSERT_EQ(BCryptHash(sha1, nullptr, 0, reinterpret_cast<PUCHAR>(input.data()),
+                         static_cast<ULONG>(input.size()), d, 20),
+              0);
+    const GUID iid = {
+        (uint32_t{d[0]} << 24) | (uint32_t{d[1]} << 16) | (uint32_t{d[2]} << 8) | d[3],
+        static_cast<uint16_t>((d[4] << 8) | d[5]),
+        static_cast<uint16_t>((((d[6] & 0x0F) | 0x50) << 8) | d[7]),
+        {static_cast<uint8_t>((d[8] & 0x3F) | 0x80), d[9], d[10], d[11], d[12], d[13], d[14],
+         d[15]}};
+    EXPECT_TRUE(iid == c.declared) << c.type;
+  }
+  BCryptCloseAlgorithmProvider(sha1, 0);
+}
+
+// Wine has no window capture: its absence is reported and survived. This steps aside on a
+// system that has it.
+TEST(CaptureUnsupportedTest, StartFailsCleanlyAndSaysWhy) {
+  ComApartment com(COINIT_MULTITHREADED);
+  test::CapturedLog log;
   if (Capture::IsSupported()) GTEST_SKIP() << "window capture is available here";
   UniqueHwnd window(CreateWindowExW(0, L"STATIC", L"game", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0,
                                     640, 480, nullptr, nullptr, nullptr, nullptr));
-  ASSERT_TRUE(window);
-  ComPtr<ID3D11Device> device = MakeDevice();
-
   Capture capture;
-  EXPECT_FALSE(capture.Start(window.get(), device.get(), 30, 1));
-  EXPECT_NE(LogText().find("ERROR RoGetActivationFactory(GraphicsCaptureItem) failed: "
-                           "0x80040154"),
-            std::string::npos)
-      << LogText();
+  EXPECT_FALSE(capture.Start(window.get(), MakeDevice().get(), 30, 1));
+  EXPECT_TRUE(log.Has("ERROR RoGetActivationFactory(GraphicsCaptureSession) failed: 0x80040154"));
+  EXPECT_TRUE(log.Has("ERROR RoGetActivationFactory(GraphicsCaptureItem) failed: 0x80040154"))
+      << log.Text();
   EXPECT_FALSE(capture.TakeLatest());
-  EXPECT_EQ(capture.Counts().arrived, 0);
   EXPECT_FALSE(capture.Closed());
-  capture.Stop();
 }
 
 }  // namespace

