@@ -31,24 +31,14 @@ class OffscreenTarget {
   uint32_t width() const { return width_; }
   uint32_t height() const { return height_; }
 
-  // Returns once the device has carried out everything submitted so far.
-  void Finish() {
-    const D3D11_QUERY_DESC desc = {D3D11_QUERY_EVENT, 0};
-    ComPtr<ID3D11Query> query;
-    if (FAILED(device_->CreateQuery(&desc, query.put()))) return;
-    immediate_->End(query.get());
-    BOOL done = FALSE;
-    while (immediate_->GetData(query.get(), &done, sizeof(done), 0) == S_FALSE) Sleep(0);
-  }
+  ID3D11Device* device() const { return device_.get(); }
+  ID3D11DeviceContext* immediate() const { return immediate_.get(); }
 
   // Waits for the drawing to land and copies it out: premultiplied BGRA, row after row.
   std::vector<uint32_t> ReadPixels() {
     std::vector<uint32_t> pixels;
-    D3D11_TEXTURE2D_DESC desc;
-    texture_->GetDesc(&desc);
-    desc.Usage = D3D11_USAGE_STAGING;
-    desc.BindFlags = 0;
-    desc.CPUAccessFlags = D3D11_CPU_ACCESS_READ;
+    const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_B8G8R8A8_UNORM, width_, height_, 1, 1, 0,
+                                     D3D11_USAGE_STAGING, D3D11_CPU_ACCESS_READ);
     ComPtr<ID3D11Texture2D> staging;
     if (FAILED(device_->CreateTexture2D(&desc, nullptr, staging.put()))) return pixels;
     immediate_->CopyResource(staging.get(), texture_.get());
@@ -113,6 +103,14 @@ class OffscreenTarget {
   ComPtr<ID2D1Bitmap1> bitmap_;
   ComPtr<IDWriteFactory> dwrite_;
 };
+
+// A file beside the running test program, where pictures are left for a look by eye.
+inline std::wstring NextToProgram(const std::wstring& name) {
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  const std::wstring program = path;
+  return program.substr(0, program.find_last_of(L"\\/") + 1) + name;
+}
 
 // Premultiplied pixels are written as they are: fine for the opaque pictures tests make.
 // Needs COM on the calling thread.
