@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "core/failure_log.h"
@@ -17,47 +19,30 @@ void RecordClose(int handle) {
 }
 using UniqueNumber = UniqueHandle<int, &RecordClose>;
 
-TEST(UniqueHandle, ClosesEachHandleExactlyOnce) {
+// Each handle is closed exactly once, and a release on a failure path keeps GetLastError for
+// the caller's report.
+TEST(UniqueHandle, ClosesEachHandleOnceAndKeepsTheLastError) {
   g_closed.clear();
   {
     UniqueNumber a(1), b(2), empty;
-    UniqueNumber moved(std::move(a));  // 1 now owned by `moved`
-    b = std::move(moved);              // closes 2, owns 1
-    int* slot = empty.put();
-    *slot = 3;
+    UniqueNumber moved(std::move(a));
+    b = std::move(moved);  // closes 2, owns 1
+    *empty.put() = 3;
+    SetLastError(ERROR_ACCESS_DENIED);
     empty.reset(4);  // closes 3
-    UniqueNumber kept(5);
-    EXPECT_EQ(kept.release(), 5);
-    EXPECT_FALSE(a);
-    EXPECT_EQ(b.get(), 1);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(UniqueNumber(5).release(), 5);
   }
   EXPECT_EQ(g_closed, (std::vector<int>{2, 3, 4, 1}));
-}
-
-// Failure paths release first and report GetLastError after.
-TEST(UniqueHandle, ReleasingKeepsTheLastError) {
-  UniqueNumber number(7);
-  SetLastError(ERROR_ACCESS_DENIED);
-  number.reset();
-  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-}
-
-TEST(UniqueHandle, FileHandlesTreatMinusOneAsEmpty) {
-  UniqueFileHandle file;
-  EXPECT_EQ(file.get(), INVALID_HANDLE_VALUE);
-  EXPECT_FALSE(file);
-  file.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  EXPECT_TRUE(file);
+  EXPECT_FALSE(UniqueFileHandle(INVALID_HANDLE_VALUE));
 }
 
 class CountedObject : public IUnknown {
  public:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    *out = nullptr;
-    if (iid != __uuidof(IUnknown)) return E_NOINTERFACE;
-    AddRef();
-    *out = this;
-    return S_OK;
+    *out = iid == __uuidof(IUnknown) ? this : nullptr;
+    if (*out) AddRef();
+    return *out ? S_OK : E_NOINTERFACE;
   }
   ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
   ULONG STDMETHODCALLTYPE Release() override { return --references; }
@@ -70,11 +55,8 @@ TEST(ComPtr, BalancesReferencesAcrossCopiesMovesAndQueries) {
     ComPtr<IUnknown> first;
     first.attach(&object);
     ComPtr<IUnknown> copy = first;
-    EXPECT_EQ(object.references, 2u);
     ComPtr<IUnknown> moved = std::move(copy);
-    EXPECT_EQ(object.references, 2u);
     ComPtr<IUnknown> queried = first.As<IUnknown>();
-    EXPECT_EQ(object.references, 3u);
     EXPECT_FALSE(first.As<IClassFactory>());
     EXPECT_EQ(object.references, 3u);
     *moved.put() = nullptr;  // put() lets go of what it held
@@ -83,45 +65,37 @@ TEST(ComPtr, BalancesReferencesAcrossCopiesMovesAndQueries) {
   EXPECT_EQ(object.references, 0u);
 }
 
-struct Payload {
-  explicit Payload(int* alive) : alive(alive) { ++*alive; }
-  ~Payload() { --*alive; }
-  int* alive;
-};
-
 // A refused post frees its payload; a delivered one is adopted as the type it was sent as.
 TEST(PostedMessage, PayloadIsOwnedByExactlyOneSide) {
+  using Payload = std::shared_ptr<int>;  // its use count tells whether a copy is still alive
   constexpr PostedMessage<Payload> kMessage{WM_APP + 9};
   const auto make_window = [] {
-    return UniqueHwnd(CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
-                                      nullptr, nullptr));
+    return UniqueHwnd(
+        CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr));
   };
-  int alive = 0;
-  HWND gone = make_window().get();
-  EXPECT_FALSE(PostOwned(gone, kMessage, std::make_unique<Payload>(&alive)));
-  EXPECT_EQ(alive, 0);
+  const Payload token = std::make_shared<int>(0);
+  const HWND gone = make_window().get();  // destroyed at the end of this statement
+  EXPECT_FALSE(PostOwned(gone, kMessage, std::make_unique<Payload>(token)));
+  EXPECT_EQ(token.use_count(), 1);
 
   const UniqueHwnd window = make_window();
-  ASSERT_TRUE(PostOwned(window.get(), kMessage, std::make_unique<Payload>(&alive)));
+  ASSERT_TRUE(PostOwned(window.get(), kMessage, std::make_unique<Payload>(token)));
   MSG message{};
   ASSERT_TRUE(PeekMessageW(&message, window.get(), kMessage.id, kMessage.id, PM_REMOVE));
-  EXPECT_EQ(alive, 1);
-  EXPECT_EQ(AdoptPosted(kMessage, message.wParam)->alive, &alive);
-  EXPECT_EQ(alive, 0);
+  EXPECT_EQ(token.use_count(), 2);
+  EXPECT_EQ(*AdoptPosted(kMessage, message.wParam), token);
+  EXPECT_EQ(token.use_count(), 1);
 }
 
 // Per-frame calls log the first failure of a run only, each call on its own.
 TEST(RepeatedFailures, LogsOncePerRunOfFailures) {
-  const std::vector<std::pair<HRESULT, bool>> present_results = {
-      {E_FAIL, true}, {E_FAIL, false}, {S_OK, false}, {E_FAIL, true}};
   const test::CapturedLog log;
   RepeatedFailures failures;
   EXPECT_FALSE(failures.Check(E_OUTOFMEMORY, L"EndDraw"));
-  size_t expected = 0;
-  for (const auto& [hr, logs] : present_results) {
+  const std::pair<HRESULT, size_t> runs[] = {{E_FAIL, 1}, {E_FAIL, 1}, {S_OK, 1}, {E_FAIL, 2}};
+  for (const auto& [hr, logged] : runs) {
     EXPECT_EQ(failures.Check(hr, L"Present"), SUCCEEDED(hr));
-    expected += logs ? 1 : 0;
-    EXPECT_EQ(log.Count("WARN  Present failed: 0x80004005"), expected);
+    EXPECT_EQ(log.Count("WARN  Present failed: 0x80004005"), logged);
   }
   EXPECT_EQ(log.Count("EndDraw failed"), 1u);
 }
