@@ -1,0 +1,135 @@
+// The shipped Hintwick.exe as Windows starts and sees it: mistakes here build cleanly and only
+// show on a player's machine (two instances, a missing DLL, a refusal to start, a blurry icon).
+#include <windows.h>
+#include <winver.h>  // WIN32_LEAN_AND_MEAN leaves it out of windows.h
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/messages.h"
+#include "app/single_instance.h"
+#include "core/data_dir.h"
+#include "core/handles.h"
+#include "support/test_files.h"
+
+namespace qn {
+namespace {
+
+template <typename T>
+T ReadAt(std::string_view bytes, size_t offset) {
+  T value{};
+  if (offset + sizeof(T) <= bytes.size()) std::memcpy(&value, bytes.data() + offset, sizeof(T));
+  return value;
+}
+
+class HintwickExeTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (path_.empty()) GTEST_SKIP() << "HINTWICK_EXE is not set; run through ctest";
+    // The image layout: a relative address is an offset from the base.
+    module_.reset(LoadLibraryExW(path_.c_str(), nullptr,
+                                 LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
+    ASSERT_TRUE(module_) << "LoadLibraryExW failed: " << GetLastError();
+    base_ = reinterpret_cast<const char*>(reinterpret_cast<uintptr_t>(module_.get()) & ~3);
+  }
+  std::string_view Resource(LPCWSTR type, WORD id) const {
+    HRSRC info = FindResourceW(module_.get(), MAKEINTRESOURCEW(id), type);
+    const void* data = info ? LockResource(LoadResource(module_.get(), info)) : nullptr;
+    if (!data) return {};
+    return {static_cast<const char*>(data), SizeofResource(module_.get(), info)};
+  }
+  void StartAndExpectItToEnd() const {
+    const test::ProcessResult result = test::RunProcess(path_, L"", 60000);
+    ASSERT_TRUE(result.finished);
+    EXPECT_EQ(result.exit_code, 0u);
+  }
+
+  std::wstring path_ = test::HintwickExePath().value_or(L"");
+  UniqueHmodule module_;
+  const char* base_ = nullptr;
+};
+
+// This process plays the running instance, first without its message window: a second start
+// leaves that log alone, posts one note when it can and ends; without the mutex it is first.
+TEST_F(HintwickExeTest, ASecondStartHandsOverAndEnds) {
+  const std::wstring log = DataDir() + L"\\hintwick.log";
+  test::WriteFileBytes(log, "the running instance's log");
+  UniqueKernelHandle mutex(CreateMutexW(nullptr, TRUE, kSingleInstanceMutexName));
+  StartAndExpectItToEnd();
+  WNDCLASSW window_class{};
+  window_class.lpfnWndProc = DefWindowProcW;
+  window_class.hInstance = GetModuleHandleW(nullptr);
+  window_class.lpszClassName = kMessageWindowClass;
+  RegisterClassW(&window_class);
+  const UniqueHwnd window(CreateWindowExW(0, kMessageWindowClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE,
+                                          nullptr, window_class.hInstance, nullptr));
+  StartAndExpectItToEnd();
+  MSG note{};
+  ASSERT_TRUE(PeekMessageW(&note, window.get(), WM_APP, WM_APP + 0xFF, PM_REMOVE));
+  EXPECT_EQ(note.message, kMsgAlreadyRunning);
+  EXPECT_EQ(test::ReadFileBytes(log), "the running instance's log");
+  mutex.reset();
+  StartAndExpectItToEnd();
+  EXPECT_EQ(test::ReadFileBytes(log).value_or("").rfind("\xEF\xBB\xBF=== Hintwick start (", 0), 0u);
+}
+
+// A console program would flash a terminal at every logon, players have none of the
+// compiler's runtime DLLs, and Windows refuses to start an exe whose manifest it cannot
+// resolve (an activation context built from the resource takes the same path).
+TEST_F(HintwickExeTest, IsAGuiProgramThatWindowsCanStart) {
+  const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS64*>(
+      base_ + reinterpret_cast<const IMAGE_DOS_HEADER*>(base_)->e_lfanew);
+  EXPECT_EQ(nt->OptionalHeader.Subsystem, IMAGE_SUBSYSTEM_WINDOWS_GUI);
+  const auto& imports = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+  auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base_ + imports.VirtualAddress);
+  ASSERT_NE(import->Name, 0u);
+  for (; import->Name != 0; ++import) {
+    EXPECT_FALSE(std::string_view(base_ + import->Name).starts_with("lib")) << base_ + import->Name;
+  }
+  EXPECT_NE(Resource(RT_MANIFEST, 1).find("PerMonitorV2"), std::string_view::npos);
+  ACTCTXW request{};
+  request.cbSize = sizeof(request);
+  request.dwFlags = ACTCTX_FLAG_RESOURCE_NAME_VALID;
+  request.lpSource = path_.c_str();
+  request.lpResourceName = MAKEINTRESOURCEW(1);
+  const HANDLE context = CreateActCtxW(&request);
+  ASSERT_NE(context, INVALID_HANDLE_VALUE) << "CreateActCtxW failed: " << GetLastError();
+  ReleaseActCtx(context);
+}
+
+// Explorer shows the version through the translation the block lists: US English, UTF-16.
+TEST_F(HintwickExeTest, VersionResourceNamesRelease017) {
+  std::vector<BYTE> block(GetFileVersionInfoSizeW(path_.c_str(), nullptr));
+  GetFileVersionInfoW(path_.c_str(), 0, static_cast<DWORD>(block.size()), block.data());
+  wchar_t* text = nullptr;
+  UINT length = 0;
+  ASSERT_TRUE(VerQueryValueW(block.data(), L"\\StringFileInfo\\040904b0\\ProductVersion",
+                             reinterpret_cast<void**>(&text), &length));
+  EXPECT_STREQ(text, L"0.1.7");
+}
+
+// The shell asks for exact sizes; a near miss is a rescaled, blurry icon.
+TEST_F(HintwickExeTest, IconGroupOffersEveryShellSizeAt32Bits) {
+  const std::string_view group = Resource(RT_GROUP_ICON, 1);
+  std::vector<int> widths;
+  for (WORD i = 0; i < ReadAt<WORD>(group, 4); ++i) {
+    const std::string_view entry = group.substr(6 + i * 14, 14);  // GRPICONDIRENTRY
+    widths.push_back(ReadAt<BYTE>(entry, 0) == 0 ? 256 : ReadAt<BYTE>(entry, 0));
+    EXPECT_EQ(ReadAt<WORD>(entry, 6), 32) << widths.back();
+    // A DIB's height counts its mask too: Windows (not Wine) shows half an icon otherwise.
+    const std::string_view image = Resource(RT_ICON, ReadAt<WORD>(entry, 12));
+    if (!image.starts_with("\x89PNG")) {
+      EXPECT_EQ(ReadAt<BITMAPINFOHEADER>(image, 0).biHeight, 2 * widths.back());
+    }
+  }
+  std::sort(widths.begin(), widths.end());
+  EXPECT_EQ(widths, (std::vector<int>{16, 20, 24, 32, 48, 256}));
+}
+
+}  // namespace
+}  // namespace qn
