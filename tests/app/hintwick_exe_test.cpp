@@ -31,11 +31,9 @@ class HintwickExeTest : public ::testing::Test {
  protected:
   void SetUp() override {
     if (path_.empty()) GTEST_SKIP() << "HINTWICK_EXE is not set; run through ctest";
-    // The image layout: a relative address is an offset from the base.
     module_.reset(LoadLibraryExW(path_.c_str(), nullptr,
                                  LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
     ASSERT_TRUE(module_) << "LoadLibraryExW failed: " << GetLastError();
-    base_ = reinterpret_cast<const char*>(reinterpret_cast<uintptr_t>(module_.get()) & ~3);
   }
   std::string_view Resource(LPCWSTR type, WORD id) const {
     HRSRC info = FindResourceW(module_.get(), MAKEINTRESOURCEW(id), type);
@@ -51,7 +49,6 @@ class HintwickExeTest : public ::testing::Test {
 
   std::wstring path_ = test::HintwickExePath().value_or(L"");
   UniqueHmodule module_;
-  const char* base_ = nullptr;
 };
 
 // This process plays the running instance, first without its message window: a second start
@@ -70,8 +67,7 @@ TEST_F(HintwickExeTest, ASecondStartHandsOverAndEnds) {
                                           nullptr, window_class.hInstance, nullptr));
   StartAndExpectItToEnd();
   MSG note{};
-  ASSERT_TRUE(PeekMessageW(&note, window.get(), WM_APP, WM_APP + 0xFF, PM_REMOVE));
-  EXPECT_EQ(note.message, kMsgAlreadyRunning);
+  EXPECT_TRUE(PeekMessageW(&note, window.get(), kMsgAlreadyRunning, kMsgAlreadyRunning, PM_REMOVE));
   EXPECT_EQ(test::ReadFileBytes(log), "the running instance's log");
   mutex.reset();
   StartAndExpectItToEnd();
@@ -82,14 +78,16 @@ TEST_F(HintwickExeTest, ASecondStartHandsOverAndEnds) {
 // compiler's runtime DLLs, and Windows refuses to start an exe whose manifest it cannot
 // resolve (an activation context built from the resource takes the same path).
 TEST_F(HintwickExeTest, IsAGuiProgramThatWindowsCanStart) {
+  // Mapped with the image layout: a relative address is an offset from the base.
+  const auto* base = reinterpret_cast<const char*>(reinterpret_cast<uintptr_t>(module_.get()) & ~3);
   const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS64*>(
-      base_ + reinterpret_cast<const IMAGE_DOS_HEADER*>(base_)->e_lfanew);
+      base + reinterpret_cast<const IMAGE_DOS_HEADER*>(base)->e_lfanew);
   EXPECT_EQ(nt->OptionalHeader.Subsystem, IMAGE_SUBSYSTEM_WINDOWS_GUI);
   const auto& imports = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-  auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base_ + imports.VirtualAddress);
+  auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + imports.VirtualAddress);
   ASSERT_NE(import->Name, 0u);
   for (; import->Name != 0; ++import) {
-    EXPECT_FALSE(std::string_view(base_ + import->Name).starts_with("lib")) << base_ + import->Name;
+    EXPECT_FALSE(std::string_view(base + import->Name).starts_with("lib")) << base + import->Name;
   }
   EXPECT_NE(Resource(RT_MANIFEST, 1).find("PerMonitorV2"), std::string_view::npos);
   ACTCTXW request{};
@@ -97,9 +95,8 @@ TEST_F(HintwickExeTest, IsAGuiProgramThatWindowsCanStart) {
   request.dwFlags = ACTCTX_FLAG_RESOURCE_NAME_VALID;
   request.lpSource = path_.c_str();
   request.lpResourceName = MAKEINTRESOURCEW(1);
-  const HANDLE context = CreateActCtxW(&request);
-  ASSERT_NE(context, INVALID_HANDLE_VALUE) << "CreateActCtxW failed: " << GetLastError();
-  ReleaseActCtx(context);
+  const UniqueHandle<HANDLE, &ReleaseActCtx, MinusOneIsInvalid> context(CreateActCtxW(&request));
+  EXPECT_TRUE(context) << "CreateActCtxW failed: " << GetLastError();
 }
 
 // Explorer shows the version through the translation the block lists: US English, UTF-16.
