@@ -37,58 +37,53 @@ struct Picture {
   }
 };
 
-class ChatViewDraw : public testing::Test {
- protected:
-  // The view (or, without one, only the backdrop) with its corner at (kMargin, kMargin).
-  static Picture Render(ChatView* view, float scale, float opacity, const wchar_t* png) {
-    const auto width = static_cast<uint32_t>(std::lround(kViewWidth * scale));
-    const auto height = static_cast<uint32_t>(std::lround(kViewHeight * scale));
-    test::OffscreenTarget target;
-    if (!target.Create(width + 2 * kMargin, height + 2 * kMargin)) return {};
-    ID2D1DeviceContext* context = target.context();
-    ComPtr<ID2D1SolidColorBrush> tint;
-    context->CreateSolidColorBrush({0.12f, 0.1f, 0.08f, 1}, tint.put());
-    context->BeginDraw();
-    context->Clear({0.2f, 0.9f, 0.3f, 1});
-    context->FillRectangle({kMargin, kMargin, kMargin + width * 1.0f, kMargin + height * 1.0f},
-                           tint.get());
-    if (view) {
-      EXPECT_TRUE(view->Init(target.dwrite()));
-      view->SetSize(width, height, scale);
-      context->SetTransform(D2D1::Matrix3x2F::Translation(kMargin, kMargin));
-      view->Draw(context, opacity);
-    }
-    EXPECT_HRESULT_SUCCEEDED(context->EndDraw());
-    Picture p{target.width(), target.height(), target.ReadPixels()};
-    if (png && !test::WritePng(test::NextToProgram(png), p.width, p.height, p.pixels))
-      ADD_FAILURE();
-    return p;
+// The view (or, without one, only the backdrop) with its corner at (kMargin, kMargin).
+Picture Render(ChatView* view, float scale, float opacity, const wchar_t* png) {
+  const auto width = static_cast<uint32_t>(std::lround(kViewWidth * scale));
+  const auto height = static_cast<uint32_t>(std::lround(kViewHeight * scale));
+  test::OffscreenTarget target;
+  if (!target.Create(width + 2 * kMargin, height + 2 * kMargin)) return {};
+  ID2D1DeviceContext* context = target.context();
+  ComPtr<ID2D1SolidColorBrush> tint;
+  context->CreateSolidColorBrush({0.12f, 0.1f, 0.08f, 1}, tint.put());
+  context->BeginDraw();
+  context->Clear({0.2f, 0.9f, 0.3f, 1});
+  context->FillRectangle({kMargin, kMargin, kMargin + width * 1.0f, kMargin + height * 1.0f},
+                         tint.get());
+  if (view) {
+    EXPECT_TRUE(view->Init(target.dwrite()));
+    view->SetSize(width, height, scale);
+    context->SetTransform(D2D1::Matrix3x2F::Translation(kMargin, kMargin));
+    view->Draw(context, opacity);
   }
-
-  const ComApartment com_{COINIT_MULTITHREADED};
-};
-
-void FillConversation(ChatModel& chat) {
-  chat.AddHintIfEmpty();
-  chat.SetStatusLine(L"Lanternfall \u2014 Chapter 3, the Sunken Archive");
-  chat.SetText(kRoleQuestion, L"How do I get past the flooded gate in the archive?");
-  chat.SetText(kRoleAnswer,
-               L"You need the **tide key** first. It sits in the *reading room* upstairs, behind "
-               L"the bookcase that slides when you pull the `lever` twice.");
-  chat.SetText(kRoleNotice, L"Noted \u2014 reached the Sunken Archive");
-  chat.SetText(kRoleQuestion, L"Thanks! Is there a save point after that?");
-  chat.BeginAnswer();
-  chat.AppendAnswer(L"Yes: the lantern on the stone bridge, right past the gate.");
-  for (const wchar_t c : std::wstring(L"And a boss")) chat.InsertChar(c);
+  EXPECT_HRESULT_SUCCEEDED(context->EndDraw());
+  Picture p{target.width(), target.height(), target.ReadPixels()};
+  if (png && !test::WritePng(test::NextToProgram(png), p.width, p.height, p.pixels)) ADD_FAILURE();
+  return p;
 }
 
-TEST_F(ChatViewDraw, ConversationReadsOverTheTintAndStaysInsideTheView) {
+TEST(ChatViewDraw, ConversationReadsOverTheTintAndStaysInsideTheView) {
+  const ComApartment com(COINIT_MULTITHREADED);
+  const Picture backdrop = Render(nullptr, 1, 1, nullptr);
   float answer_height[2] = {};
   for (const float scale : {1.0f, 1.5f}) {
     SCOPED_TRACE(scale);
     ChatModel chat;
     ChatView view(chat);
-    FillConversation(chat);
+    chat.AddHintIfEmpty();
+    chat.SetStatusLine(L"Lanternfall \u2014 Chapter 3, the Sunken Archive");
+    chat.SetText(kRoleQuestion, L"How do I get past the flooded gate in the archive?");
+    chat.SetText(kRoleAnswer,
+                 L"You need the **tide key** first. It sits in the *reading room* upstairs, "
+                 L"behind the bookcase that slides when you pull the `lever` twice.");
+    chat.SetText(kRoleNotice, L"Noted \u2014 reached the Sunken Archive");
+    chat.SetText(kRoleQuestion, L"Thanks! Is there a save point after that?");
+    chat.BeginAnswer();
+    chat.AppendAnswer(L"Yes: the lantern on the stone bridge, right past the gate.");
+    for (const wchar_t c : std::wstring(L"And a boss")) chat.InsertChar(c);
+    if (scale == 1) {
+      EXPECT_TRUE(Render(&view, 1, 0, nullptr).pixels == backdrop.pixels) << "drawn at opacity 0";
+    }
     const Picture p =
         Render(&view, scale, 1, scale == 1 ? L"chat_view_96dpi.png" : L"chat_view_144dpi.png");
     ASSERT_FALSE(p.pixels.empty()) << "no Direct2D target on a Direct3D 11 texture";
@@ -120,15 +115,6 @@ TEST_F(ChatViewDraw, ConversationReadsOverTheTintAndStaysInsideTheView) {
     answer_height[scale == 1 ? 0 : 1] = drawn[2].bottom - drawn[2].top;
   }
   EXPECT_NEAR(answer_height[1] / answer_height[0], 1.5f, 0.15f) << "text grows with the DPI";
-}
-
-TEST_F(ChatViewDraw, ZeroOpacityLeavesTheBackdropAlone) {
-  ChatModel chat;
-  ChatView view(chat);
-  FillConversation(chat);
-  const Picture backdrop = Render(nullptr, 1, 1, nullptr);
-  ASSERT_FALSE(backdrop.pixels.empty());
-  EXPECT_TRUE(Render(&view, 1, 0, nullptr).pixels == backdrop.pixels);
 }
 
 }  // namespace

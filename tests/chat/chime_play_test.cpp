@@ -25,13 +25,15 @@ std::string Played(const uint8_t* image) {
 }
 
 BOOL WINAPI FakePlayer(LPCWSTR sound, HMODULE, DWORD flags) {
-  if (!sound) {
-    g_calls.push_back(flags == SND_PURGE ? "purge" : "?");
-  } else {
-    const bool async = flags == (SND_MEMORY | SND_ASYNC | SND_NODEFAULT);
-    g_calls.push_back(async ? Played(reinterpret_cast<const uint8_t*>(sound)) : "?");
-  }
+  const bool play = sound && flags == (SND_MEMORY | SND_ASYNC | SND_NODEFAULT);
+  const auto* image = reinterpret_cast<const uint8_t*>(sound);
+  g_calls.push_back(play ? Played(image) : !sound && flags == SND_PURGE ? "purge" : "?");
   return g_result;
+}
+
+void PlayAt(ULONGLONG tick) {
+  g_now = tick;
+  PlayChime();
 }
 
 // Answers 1.5 s apart get a chime every 3 s; a failing device is tried no more often, and
@@ -44,19 +46,12 @@ TEST(ChimePlay, OneChimePerIntervalFromTheImageOfTheCurrentVolume) {
   const std::string loud = Played(SynthesizeChime(100).data());
   const std::string quiet = Played(SynthesizeChime(10).data());
   BuildChime(100);
-  for (const ULONGLONG tick : {1, 1500, 3001, 4500}) {
-    g_now = tick;
-    PlayChime();
-  }
+  for (const ULONGLONG tick : {1, 1500, 3001, 4500}) PlayAt(tick);
   BuildChime(10);
   g_result = FALSE;
-  for (const ULONGLONG tick : {6001, 7000}) {
-    g_now = tick;
-    PlayChime();
-  }
+  for (const ULONGLONG tick : {6001, 7000}) PlayAt(tick);
   FreeChime();
-  g_now = 20000;
-  PlayChime();
+  PlayAt(20000);
   EXPECT_EQ(g_calls, (std::vector<std::string>{loud, loud, "purge", quiet, "purge"}));
   EXPECT_EQ(log.Count("INFO  chime suppressed (rate limit)\r\n"), 3u);
   EXPECT_EQ(log.Count("WARN  PlaySound failed for the answer cue\r\n"), 1u);
