@@ -237,6 +237,7 @@ bool Capture::IsSupported() {
 
 bool Capture::Start(HWND window, ID3D11Device* device, int throttle_hz, int divisor) {
   Stop();
+  stream_.reset();  // a failed start must not report the last window's counts or closing
   if (!device) {
     Log(kLogError, L"capture start without a device");
     return false;
@@ -334,13 +335,14 @@ void Capture::Stop() {
   if (frame_arrived_subscribed_) pool_->remove_FrameArrived(frame_arrived_token_);
   if (closed_subscribed_) item_->remove_Closed(closed_token_);
   frame_arrived_subscribed_ = closed_subscribed_ = false;
+  // Detached before the pool closes, so that a callback still under way neither recreates
+  // the pool nor keeps a frame. The counters stay readable until the next start.
+  if (stream_) stream_->Detach();
   if (session_) CloseObject(session_.get());
   if (pool_) CloseObject(pool_.get());
   session_.reset();
   pool_.reset();
   item_.reset();
-  // The counters stay readable until the next start; the device goes with the stack.
-  if (stream_) stream_->Detach();
   copy_.reset();
   device_ = nullptr;
 }

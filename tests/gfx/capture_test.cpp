@@ -1,16 +1,12 @@
-// Window capture on fakes of the system's capture objects: Windows.Graphics.Capture is
-// missing under Wine, so this is where the frame handling runs before a player's machine.
+// Wine lacks Windows.Graphics.Capture: the frame handling runs here on fakes of its objects.
 #include "gfx/capture.h"
 
-#include <bcrypt.h>
 #include <d3d11.h>
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <atomic>
 #include <deque>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "support/test_files.h"
@@ -21,9 +17,11 @@ namespace {
 namespace cap = abi::capture;
 namespace dx = abi::directx;
 using abi::foundation::IClosable;
+using abi::foundation::TimeSpan;
+using dx::SizeInt32;
+using Token = EventRegistrationToken;
 
-// Counts references without owning: the test owns every fake, so a leak or one release too
-// many leaves a count other than zero at the end.
+// Counts without owning: the test owns every fake, so a leak or an extra release shows.
 template <typename Primary, typename... More>
 class Fake : public Primary, public IClosable, public More... {
  public:
@@ -58,10 +56,8 @@ struct FakeFrame
   HRESULT STDMETHODCALLTYPE get_Surface(dx::IDirect3DSurface** out) override {
     return AddRef(), *out = this, S_OK;
   }
-  HRESULT STDMETHODCALLTYPE get_SystemRelativeTime(abi::foundation::TimeSpan*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE get_ContentSize(dx::SizeInt32* out) override {
+  HRESULT STDMETHODCALLTYPE get_SystemRelativeTime(TimeSpan*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE get_ContentSize(SizeInt32* out) override {
     return *out = content, S_OK;
   }
   HRESULT STDMETHODCALLTYPE get_Description(dx::SurfaceDescription*) override { return E_NOTIMPL; }
@@ -69,24 +65,23 @@ struct FakeFrame
     return ++reads, texture->QueryInterface(iid, out);
   }
   ComPtr<ID3D11Texture2D> texture;
-  dx::SizeInt32 content;
+  SizeInt32 content;
   int reads = 0;
 };
 
-// One object plays the item, the wrapped device, the pool, its factory and the session: the
-// capture sees only interfaces, and one count shows whether it let go of all of them.
+// One object plays the item, the wrapped device, the pool, its factory and the session.
 struct FakeSystem
     : Fake<cap::IDirect3D11CaptureFramePool, cap::IDirect3D11CaptureFramePoolStatics2,
            cap::IGraphicsCaptureItem, cap::IGraphicsCaptureSession, dx::IDirect3DDevice> {
   HRESULT STDMETHODCALLTYPE CreateFreeThreaded(dx::IDirect3DDevice* device, int32_t format,
-                                               int32_t buffers, dx::SizeInt32 made_size,
+                                               int32_t buffers, SizeInt32 made_size,
                                                cap::IDirect3D11CaptureFramePool** out) override {
     Recreate(device, format, buffers, made_size);
     recreates = 0;
     return AddRef(), *out = this, S_OK;
   }
   HRESULT STDMETHODCALLTYPE Recreate(dx::IDirect3DDevice* device, int32_t format, int32_t,
-                                     dx::SizeInt32 new_size) override {
+                                     SizeInt32 new_size) override {
     EXPECT_TRUE(device && format == 10) << "frames are FP16 scRGB on the renderer's device";
     pool_size = new_size;
     return ++recreates, S_OK;
@@ -97,74 +92,61 @@ struct FakeSystem
     return S_OK;
   }
   // Free-threaded handlers are called from the system's own threads, so they must be agile.
-  HRESULT STDMETHODCALLTYPE add_FrameArrived(cap::IFrameArrivedHandler* handler,
-                                             EventRegistrationToken*) override {
+  HRESULT STDMETHODCALLTYPE add_FrameArrived(cap::IFrameArrivedHandler* handler, Token*) override {
     ComPtr<IAgileObject> agile;
     if (FAILED(handler->QueryInterface(IID_PPV_ARGS(agile.put())))) return E_INVALIDARG;
     return arrived = Ref<cap::IFrameArrivedHandler>(handler), S_OK;
   }
-  HRESULT STDMETHODCALLTYPE remove_FrameArrived(EventRegistrationToken) override {
-    return arrived.reset(), S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE remove_FrameArrived(Token) override { return arrived.reset(), S_OK; }
   HRESULT STDMETHODCALLTYPE CreateCaptureSession(cap::IGraphicsCaptureItem*,
                                                  cap::IGraphicsCaptureSession** out) override {
     return AddRef(), *out = this, S_OK;
   }
   HRESULT STDMETHODCALLTYPE get_DispatcherQueue(IInspectable**) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE get_DisplayName(HSTRING*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE get_Size(dx::SizeInt32* out) override {
-    *out = {640, 480};
-    return S_OK;
+  HRESULT STDMETHODCALLTYPE get_Size(SizeInt32* out) override {
+    return out->width = 640, out->height = 480, S_OK;
   }
-  HRESULT STDMETHODCALLTYPE add_Closed(cap::IItemClosedHandler* handler,
-                                       EventRegistrationToken*) override {
+  HRESULT STDMETHODCALLTYPE add_Closed(cap::IItemClosedHandler* handler, Token*) override {
     return closed = Ref<cap::IItemClosedHandler>(handler), S_OK;
   }
-  HRESULT STDMETHODCALLTYPE remove_Closed(EventRegistrationToken) override {
-    return closed.reset(), S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE remove_Closed(Token) override { return closed.reset(), S_OK; }
   HRESULT STDMETHODCALLTYPE StartCapture() override { return ++starts, S_OK; }
   HRESULT STDMETHODCALLTYPE Trim() override { return S_OK; }
 
   std::deque<FakeFrame*> queued;
   ComPtr<cap::IFrameArrivedHandler> arrived;
   ComPtr<cap::IItemClosedHandler> closed;
-  dx::SizeInt32 pool_size;
+  SizeInt32 pool_size;
   int recreates = 0;
   int starts = 0;
 };
 
-std::atomic<uint64_t> clock_ms{0};
-
-ComPtr<ID3D11Device> MakeDevice() {
-  ComPtr<ID3D11Device> device;
-  EXPECT_HRESULT_SUCCEEDED(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0, nullptr,
-                                             0, D3D11_SDK_VERSION, device.put(), nullptr, nullptr));
-  return device;
-}
-
 class CaptureFramesTest : public testing::Test {
  protected:
-  bool Start(int throttle_hz) {
-    IUnknown* system = static_cast<cap::IDirect3D11CaptureFramePool*>(&system_);
-    const CaptureSources sources = {
-        Ref<cap::IGraphicsCaptureItem>(system), Ref<dx::IDirect3DDevice>(system),
-        Ref<cap::IDirect3D11CaptureFramePoolStatics2>(system), [] { return clock_ms.load(); }};
-    return capture_.Start(sources, device_.get(), throttle_hz, 1);
-  }
-
   // A frame over a texture of its content size, handed to the pool's handler at a time.
   FakeFrame& Deliver(int32_t width, int32_t height, uint64_t at_ms,
                      cap::IFrameArrivedHandler* handler = nullptr) {
     FakeFrame& frame = *frames_.emplace_back(std::make_unique<FakeFrame>());
     frame.content = {width, height};
     const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_R16G16B16A16_FLOAT, static_cast<UINT>(width),
-                                     static_cast<UINT>(height), 1, 1, D3D11_BIND_SHADER_RESOURCE);
+                                     static_cast<UINT>(height), 1, 1);
     EXPECT_HRESULT_SUCCEEDED(device_->CreateTexture2D(&desc, nullptr, frame.texture.put()));
     clock_ms = at_ms;
     system_.queued.push_back(&frame);
     (handler ? handler : system_.arrived.get())->Invoke(&system_, nullptr);
     return frame;
+  }
+
+  void SetUp() override {
+    ASSERT_HRESULT_SUCCEEDED(D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr, 0,
+                                               nullptr, 0, D3D11_SDK_VERSION, device_.put(),
+                                               nullptr, nullptr));
+    IUnknown* system = static_cast<cap::IDirect3D11CaptureFramePool*>(&system_);
+    const CaptureSources sources = {
+        Ref<cap::IGraphicsCaptureItem>(system), Ref<dx::IDirect3DDevice>(system),
+        Ref<cap::IDirect3D11CaptureFramePoolStatics2>(system), [] { return clock_ms.load(); }};
+    ASSERT_TRUE(capture_.Start(sources, device_.get(), 30, 1)) << log_.Text();
   }
 
   // Every frame closed and released exactly once; the session and the pool closed.
@@ -178,17 +160,16 @@ class CaptureFramesTest : public testing::Test {
     EXPECT_EQ(system_.refs.load(), 0);
   }
 
+  static inline std::atomic<uint64_t> clock_ms{0};
   ComApartment com_{COINIT_MULTITHREADED};
   test::CapturedLog log_;
-  ComPtr<ID3D11Device> device_ = MakeDevice();
+  ComPtr<ID3D11Device> device_;
   FakeSystem system_;
   std::vector<std::unique_ptr<FakeFrame>> frames_;
   Capture capture_;  // last, so that it lets go of the fakes before they go
 };
 
-TEST_F(CaptureFramesTest, TheTickGetsTheNewestAcceptedFrameAndEveryOtherIsClosed) {
-  ASSERT_TRUE(Start(30)) << log_.Text();
-  EXPECT_EQ(system_.pool_size.width, 640);
+TEST_F(CaptureFramesTest, TheTickGetsTheNewestAcceptedFrameAndEveryOtherIsClosedOnce) {
   EXPECT_EQ(system_.starts, 1);
   EXPECT_FALSE(capture_.TakeLatest());
   Deliver(640, 480, 1000);
@@ -203,90 +184,32 @@ TEST_F(CaptureFramesTest, TheTickGetsTheNewestAcceptedFrameAndEveryOtherIsClosed
   EXPECT_EQ(capture_.TakeLatest().get(), copy.get()) << "same size: the copy is reused";
   EXPECT_EQ(displaced.reads, 0);
   EXPECT_EQ(newest.reads, 1);
-  const FrameCounts counts = capture_.Counts();
-  EXPECT_EQ(counts.arrived, 4);
-  EXPECT_EQ(counts.accepted, 3);
-  EXPECT_EQ(counts.consumed, 2);
-}
-
-// The pool clips rather than scales: a frame of a resized window shows the wrong part.
-TEST_F(CaptureFramesTest, AResizedWindowRecreatesThePoolAndDropsTheCutFrame) {
-  ASSERT_TRUE(Start(0));
-  EXPECT_EQ(Deliver(800, 600, 1000).closes, 1);
-  EXPECT_EQ(system_.recreates, 1);
-  EXPECT_EQ(system_.pool_size.height, 600);
-  EXPECT_TRUE(log_.Has("capture frames resized to 800x600"));
-  EXPECT_FALSE(capture_.TakeLatest());
-  Deliver(800, 600, 1001);
-  const ComPtr<ID3D11Texture2D> copy = capture_.TakeLatest();
-  ASSERT_TRUE(copy);
-  D3D11_TEXTURE2D_DESC desc;
-  copy->GetDesc(&desc);
-  EXPECT_EQ(desc.Width, 800u);
-  EXPECT_EQ(system_.recreates, 1);
-}
-
-TEST_F(CaptureFramesTest, StopClosesTheWaitingFrameAndOneThatArrivesLate) {
-  ASSERT_TRUE(Start(0));
-  Deliver(640, 480, 1000);
+  EXPECT_EQ(capture_.Counts().arrived, 4);
+  EXPECT_EQ(capture_.Counts().accepted, 3);
+  EXPECT_EQ(capture_.Counts().consumed, 2);
+  // Stop closes the frame still waiting, and one from a callback already under way.
+  const FakeFrame& waiting = Deliver(640, 480, 1200);
   system_.closed->Invoke(&system_, nullptr);
   EXPECT_TRUE(capture_.Closed());
-  // A callback already under way when the subscription ends.
   const ComPtr<cap::IFrameArrivedHandler> late = system_.arrived;
   capture_.Stop();
-  EXPECT_EQ(frames_[0]->closes, 1);
+  EXPECT_EQ(waiting.closes, 1);
   EXPECT_FALSE(system_.arrived || system_.closed);
   EXPECT_EQ(Deliver(640, 480, 2000, late.get()).closes, 1);
   EXPECT_FALSE(capture_.TakeLatest());
 }
 
-// A delegate's IID is SHA-1 over a namespace GUID and its type signature, as a version-5
-// UUID. A wrong one leaves the capture without frames on every player's machine.
-TEST(CaptureAbiTest, DelegateIidsFollowFromTheirTypeSignatures) {
-  const struct {
-    const char* type;
-    GUID declared;
-  } cases[] = {
-      {"Direct3D11CaptureFramePool;{24eb6d22-1975-422e-82e7-780dbd8ddf24}",
-       cap::IFrameArrivedHandler::kIid},
-      {"GraphicsCaptureItem;{79c3f95b-31f7-4ec2-a464-632ef5d30760}", cap::IItemClosedHandler::kIid},
-  };
-  BCRYPT_ALG_HANDLE sha1 = nullptr;
-  ASSERT_EQ(BCryptOpenAlgorithmProvider(&sha1, BCRYPT_SHA1_ALGORITHM, nullptr, 0), 0);
-  for (const auto& c : cases) {
-    std::string input = "\x11\xf4\x7a\xd5\x7b\x73\x42\xc0\xab\xae\x87\x8b\x1e\x16\xad\xee";
-    input += std::string("pinterface({9de1c534-6ae1-11e0-84e1-18a905bcc53f};rc(") +
-             "Windows.Graphics.Capture." + c.type + ");cinterface(IInspectable))";
-    uint8_t d[20] = {};
-    ASSERT_EQ(BCryptHash(sha1, nullptr, 0, reinterpret_cast<PUCHAR>(input.data()),
-                         static_cast<ULONG>(input.size()), d, 20),
-              0);
-    const GUID iid = {
-        (uint32_t{d[0]} << 24) | (uint32_t{d[1]} << 16) | (uint32_t{d[2]} << 8) | d[3],
-        static_cast<uint16_t>((d[4] << 8) | d[5]),
-        static_cast<uint16_t>((((d[6] & 0x0F) | 0x50) << 8) | d[7]),
-        {static_cast<uint8_t>((d[8] & 0x3F) | 0x80), d[9], d[10], d[11], d[12], d[13], d[14],
-         d[15]}};
-    EXPECT_TRUE(iid == c.declared) << c.type;
-  }
-  BCryptCloseAlgorithmProvider(sha1, 0);
-}
-
-// Wine has no window capture: its absence is reported and survived. This steps aside on a
-// system that has it.
-TEST(CaptureUnsupportedTest, StartFailsCleanlyAndSaysWhy) {
-  ComApartment com(COINIT_MULTITHREADED);
-  test::CapturedLog log;
-  if (Capture::IsSupported()) GTEST_SKIP() << "window capture is available here";
-  UniqueHwnd window(CreateWindowExW(0, L"STATIC", L"game", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, 0,
-                                    640, 480, nullptr, nullptr, nullptr, nullptr));
-  Capture capture;
-  EXPECT_FALSE(capture.Start(window.get(), MakeDevice().get(), 30, 1));
-  EXPECT_TRUE(log.Has("ERROR RoGetActivationFactory(GraphicsCaptureSession) failed: 0x80040154"));
-  EXPECT_TRUE(log.Has("ERROR RoGetActivationFactory(GraphicsCaptureItem) failed: 0x80040154"))
-      << log.Text();
-  EXPECT_FALSE(capture.TakeLatest());
-  EXPECT_FALSE(capture.Closed());
+// The pool clips rather than scales: a frame of a resized window shows the wrong part.
+TEST_F(CaptureFramesTest, AResizedWindowRecreatesThePoolAndDropsTheCutFrame) {
+  EXPECT_EQ(Deliver(800, 600, 1000).closes, 1);
+  EXPECT_EQ(system_.pool_size.height, 600);
+  EXPECT_TRUE(log_.Has("capture frames resized to 800x600"));
+  EXPECT_FALSE(capture_.TakeLatest());
+  Deliver(800, 600, 1100);
+  D3D11_TEXTURE2D_DESC desc = {};
+  if (const auto copy = capture_.TakeLatest()) copy->GetDesc(&desc);
+  EXPECT_EQ(desc.Width, 800u);
+  EXPECT_EQ(system_.recreates, 1);
 }
 
 }  // namespace
