@@ -139,6 +139,9 @@ TEST_F(ChatTurnTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
   app.CopyAnswer();
   EXPECT_EQ(ClipboardText(), L"Go **north**");
   EXPECT_EQ(Conversation().back(), L"2:Answer copied.");
+  app.Chat().Clear();
+  app.CopyAnswer();
+  EXPECT_TRUE(app.Chat().Messages().empty()) << "nothing to copy, nothing said";
 
   auto other = std::make_unique<GameLookupResult>();
   other->key = "h";
