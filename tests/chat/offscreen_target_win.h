@@ -21,7 +21,7 @@ class OffscreenTarget {
   bool Create(uint32_t width, uint32_t height) {
     width_ = width;
     height_ = height;
-    return CreateDevice() && CreateTexture() && CreateContext() &&
+    return CreateTexture() && CreateContext() &&
            SUCCEEDED(DWriteCreateFactory(DWRITE_FACTORY_TYPE_SHARED, __uuidof(IDWriteFactory),
                                          reinterpret_cast<IUnknown**>(dwrite_.put())));
   }
@@ -55,21 +55,17 @@ class OffscreenTarget {
   }
 
  private:
-  bool CreateDevice() {
+  bool CreateTexture() {
+    const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_B8G8R8A8_UNORM, width_, height_, 1, 1,
+                                     D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE);
     for (const D3D_DRIVER_TYPE type : {D3D_DRIVER_TYPE_HARDWARE, D3D_DRIVER_TYPE_WARP}) {
       if (SUCCEEDED(D3D11CreateDevice(nullptr, type, nullptr, D3D11_CREATE_DEVICE_BGRA_SUPPORT,
                                       nullptr, 0, D3D11_SDK_VERSION, device_.put(), nullptr,
                                       immediate_.put()))) {
-        return true;
+        return SUCCEEDED(device_->CreateTexture2D(&desc, nullptr, texture_.put()));
       }
     }
     return false;
-  }
-
-  bool CreateTexture() {
-    const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_B8G8R8A8_UNORM, width_, height_, 1, 1,
-                                     D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE);
-    return SUCCEEDED(device_->CreateTexture2D(&desc, nullptr, texture_.put()));
   }
 
   bool CreateContext() {
@@ -92,8 +88,7 @@ class OffscreenTarget {
     return true;
   }
 
-  uint32_t width_ = 0;
-  uint32_t height_ = 0;
+  uint32_t width_ = 0, height_ = 0;
   ComPtr<ID3D11Device> device_;
   ComPtr<ID3D11DeviceContext> immediate_;
   ComPtr<ID3D11Texture2D> texture_;
