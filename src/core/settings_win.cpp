@@ -50,13 +50,15 @@ Settings LoadSettings() { return LoadSettingsFrom(SettingsPath()); }
 bool SaveSettings(const Settings& settings) { return SaveSettingsTo(SettingsPath(), settings); }
 
 Settings LoadSettingsFrom(const std::wstring& path) {
-  const std::optional<std::string> text =
+  std::optional<std::string> text =
       path.empty() ? std::nullopt : ReadStateFile(path, kMaxSettingsBytes);
   if (!text || text->empty()) {
     Log(kLogInfo, L"no config.json; using defaults");
     return Settings();
   }
   Settings settings = ParseSettingsText(*text);
+  // An older version kept the password in this text; it must not linger in freed memory.
+  SecureZeroMemory(text->data(), text->size());
   if (settings.password_migration_pending) {
     Log(kLogWarn,
         L"config.json holds a plaintext password; migrating to a stored token and removing it");

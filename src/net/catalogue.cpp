@@ -1,6 +1,7 @@
 #include "net/catalogue.h"
 
 #include <limits>
+#include <utility>
 
 #include "core/json.h"
 
@@ -66,6 +67,25 @@ std::optional<std::string> NonEmptyString(std::string_view text, std::string_vie
 
 }  // namespace
 
+void GameTable::StoreLive(std::vector<GameEntry> games) {
+  games_ = std::move(games);
+  stale_ = false;
+}
+
+std::optional<std::vector<GameEntry>> GameTable::Held(bool service_failed) {
+  if (games_.empty()) return std::nullopt;
+  if (service_failed) stale_ = true;
+  return games_;
+}
+
+std::vector<GameEntry> GameTable::FillFromCache(std::vector<GameEntry> cached) {
+  if (games_.empty()) {
+    games_ = std::move(cached);
+    stale_ = true;
+  }
+  return games_;
+}
+
 std::vector<GameEntry> ParseCatalogue(std::string_view text) {
   std::vector<GameEntry> entries;
   for (size_t open = text.find('{'); open != std::string_view::npos;) {
@@ -109,10 +129,20 @@ TokenReply ParseTokenReply(std::string_view text) {
   return {NonEmptyString(text, "access_token"), NonEmptyString(text, "refresh_token")};
 }
 
+// The body is the password's only copy, which the caller wipes after the request: it is
+// reserved whole up front (six bytes is the widest escape of one byte), so no reallocation
+// leaves a piece of the password in freed memory, and each byte is escaped on its own, in a
+// temporary small enough to stay out of the heap.
 std::string CredentialsBody(std::string_view email, std::string_view password) {
-  return JsonWriteFlatObject({{"email", std::string(email)},
-                              {"password", std::string(password)},
-                              {"device_label", "windows-client"}});
+  constexpr size_t kWidestEscape = 6;
+  std::string body;
+  body.reserve(kWidestEscape * (email.size() + password.size()) + 64);
+  body += R"({"email":")";
+  body += JsonEscape(email);
+  body += R"(","password":")";
+  for (const char byte : password) body += JsonEscape(std::string_view(&byte, 1));
+  body += R"(","device_label":"windows-client"})";
+  return body;
 }
 
 std::string RefreshTokenBody(std::string_view refresh_token) {

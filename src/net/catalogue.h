@@ -44,6 +44,25 @@ struct TokenReply {
   std::optional<std::string> refresh_token;  // absent also when empty
 };
 
+// The catalogue the session holds, and whether it may be out of date (read from games.json,
+// or kept after the service failed to answer). Plain values: the session locks around it,
+// and reads games.json between two locked calls, with the lock released.
+class GameTable {
+ public:
+  // A live reply replaces the table and makes it fresh.
+  void StoreLive(std::vector<GameEntry> games);
+  // The table, when one is held; a request to the service that just failed marks it stale.
+  std::optional<std::vector<GameEntry>> Held(bool service_failed);
+  // Fills only a table still empty: one stored while the file was being read came from the
+  // service and is newer than the file.
+  std::vector<GameEntry> FillFromCache(std::vector<GameEntry> cached);
+  bool stale() const { return stale_; }
+
+ private:
+  std::vector<GameEntry> games_;
+  bool stale_ = false;
+};
+
 // Every flat object of the text in order, wherever it sits, without validating the text
 // around it. A reply wrapped in an outer object therefore reads as one entry without a slug
 // and yields nothing: the service sends a bare array.

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "core/failure_log.h"
 #include "core/log.h"
 #include "core/utf.h"
 #include "net/http_client.h"
@@ -39,14 +40,14 @@ std::wstring HeaderBlock(const std::string& token, bool streaming) {
 
 void SetTimeoutOption(HINTERNET request, DWORD option, DWORD timeout_ms) {
   if (!WinHttpSetOption(request, option, &timeout_ms, sizeof(timeout_ms))) {
-    Log(kLogWarn, L"WinHttpSetOption failed: %lu", GetLastError());
+    LogLastError(L"WinHttpSetOption", kLogWarn);
   }
 }
 
 void SetRequestTimeouts(HINTERNET request, DWORD timeout_ms, bool streaming) {
   const int all = static_cast<int>(timeout_ms);
   if (timeout_ms != 0 && !WinHttpSetTimeouts(request, all, all, all, all)) {
-    Log(kLogWarn, L"WinHttpSetTimeouts failed: %lu", GetLastError());
+    LogLastError(L"WinHttpSetTimeouts", kLogWarn);
   }
   if (streaming) SetTimeoutOption(request, WINHTTP_OPTION_RECEIVE_TIMEOUT, kStreamReceiveTimeoutMs);
   // The wait for the response head has a time-out of its own, which Wine neither derives
@@ -96,7 +97,7 @@ int32_t QueryStatusCode(HINTERNET request) {
   DWORD size = sizeof(status);
   if (!WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
                            WINHTTP_HEADER_NAME_BY_INDEX, &status, &size, WINHTTP_NO_HEADER_INDEX)) {
-    Log(kLogWarn, L"WinHttpQueryHeaders failed: %lu", GetLastError());
+    LogLastError(L"WinHttpQueryHeaders", kLogWarn);
     return 0;
   }
   return static_cast<int32_t>(status);
@@ -129,12 +130,12 @@ bool HttpClient::Init(const std::wstring& base_url) {
   session_.reset(WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY, WINHTTP_NO_PROXY_NAME,
                              WINHTTP_NO_PROXY_BYPASS, 0));
   if (!session_) {
-    Log(kLogError, L"WinHttpOpen failed: %lu", GetLastError());
+    LogLastError(L"WinHttpOpen", kLogError);
     return false;
   }
   if (!WinHttpSetTimeouts(session_.get(), kResolveTimeoutMs, kConnectTimeoutMs, kSendTimeoutMs,
                           kReceiveTimeoutMs)) {
-    Log(kLogWarn, L"WinHttpSetTimeouts failed: %lu", GetLastError());
+    LogLastError(L"WinHttpSetTimeouts", kLogWarn);
   }
   Log(kLogInfo, L"net client ready: %ls://%ls:%u", secure_ ? L"https" : L"http", host_.c_str(),
       unsigned{port_});
@@ -146,7 +147,7 @@ bool HttpClient::OpenRequest(const wchar_t* verb, const std::string& path, const
   if (!session_) return false;
   handles.connection.reset(WinHttpConnect(session_.get(), host_.c_str(), port_, 0));
   if (!handles.connection) {
-    Log(kLogWarn, L"WinHttpConnect failed: %lu", GetLastError());
+    LogLastError(L"WinHttpConnect", kLogWarn);
     return false;
   }
   const std::wstring object = Utf8ToWide(path);
@@ -154,14 +155,14 @@ bool HttpClient::OpenRequest(const wchar_t* verb, const std::string& path, const
                                            WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
                                            secure_ ? WINHTTP_FLAG_SECURE : 0));
   if (!handles.request) {
-    Log(kLogWarn, L"WinHttpOpenRequest failed: %lu", GetLastError());
+    LogLastError(L"WinHttpOpenRequest", kLogWarn);
     return false;
   }
   SetRequestTimeouts(handles.request.get(), timeout_ms, streaming);
   const std::wstring headers = HeaderBlock(token, streaming);
   if (!WinHttpAddRequestHeaders(handles.request.get(), headers.c_str(), static_cast<DWORD>(-1),
                                 WINHTTP_ADDREQ_FLAG_ADD | WINHTTP_ADDREQ_FLAG_REPLACE)) {
-    Log(kLogWarn, L"WinHttpAddRequestHeaders failed: %lu", GetLastError());
+    LogLastError(L"WinHttpAddRequestHeaders", kLogWarn);
     return false;
   }
   return true;

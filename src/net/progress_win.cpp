@@ -2,12 +2,14 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
+#include <thread>
+#include <utility>
 
 #include "core/data_dir.h"
 #include "core/log.h"
-#include "net/session.h"
 #include "core/state_file.h"
-#include "net/token_store.h"
+#include "net/session.h"
 
 namespace qn {
 namespace {
@@ -47,36 +49,30 @@ std::optional<std::vector<GameEntry>> Session::FetchGames(DWORD timeout_ms) {
   if (games.empty()) return std::nullopt;
   {
     std::lock_guard lock(mutex_);
-    games_ = games;
-    games_stale_ = false;
+    games_.StoreLive(games);
   }
   if (const std::wstring path = GamesPath(); !path.empty()) ReplaceStateFile(path, reply.body);
   return games;
 }
 
 // A table already in memory is at least as new as games.json, which only ever holds what
-// a live fetch also put in memory.
-std::vector<GameEntry> Session::CachedGames(bool service_was_asked) {
+// a live fetch also put in memory. The file is read without the lock.
+std::vector<GameEntry> Session::CachedGames(bool service_failed) {
   {
     std::lock_guard lock(mutex_);
-    if (!games_.empty()) {
-      if (service_was_asked) games_stale_ = true;
-      return games_;
-    }
+    if (std::optional<std::vector<GameEntry>> held = games_.Held(service_failed)) return *held;
   }
   const std::wstring path = GamesPath();
   const std::optional<std::string> text =
       path.empty() ? std::nullopt : ReadStateFile(path, kMaxCatalogueBytes);
-  std::vector<GameEntry> games = ParseCatalogue(text.value_or(std::string()));
+  std::vector<GameEntry> cached = ParseCatalogue(text.value_or(std::string()));
   std::lock_guard lock(mutex_);
-  games_ = games;
-  games_stale_ = true;
-  return games;
+  return games_.FillFromCache(std::move(cached));
 }
 
 bool Session::IsCatalogueStale() const {
   std::lock_guard lock(mutex_);
-  return games_stale_;
+  return games_.stale();
 }
 
 MemoryRecord Session::GetMemory(const std::string& slug, DWORD timeout_ms) {
@@ -114,31 +110,58 @@ bool Session::NewPlaythrough(const std::string& slug) {
   return false;
 }
 
-// Dropped rather than queued while one runs: the lookup is re-asked on every game switch,
-// so a queued one would only report a game the player has already left.
 void Session::LookupGameAsync(const std::string& key, HWND window,
                               PostedMessage<GameLookupResult> message) {
-  bool idle = false;
-  if (!lookup_running_.compare_exchange_strong(idle, true)) return;
+  {
+    std::lock_guard lock(mutex_);
+    lookup_wanted_ = LookupRequest{key, window, message};
+    if (lookup_running_) return;  // the running worker takes it next
+    lookup_running_ = true;
+  }
   if (lookup_thread_.joinable()) lookup_thread_.join();
   try {
-    lookup_thread_ = std::thread(&Session::RunLookup, this, key, window, message);
+    lookup_thread_ = std::thread(&Session::RunLookups, this);
   } catch (const std::exception& e) {
-    lookup_running_.store(false);
+    {
+      std::lock_guard lock(mutex_);
+      lookup_running_ = false;
+    }
     Log(kLogWarn, L"game lookup thread failed: %hs", e.what());
   }
 }
 
-void Session::RunLookup(const std::string& key, HWND window,
-                        PostedMessage<GameLookupResult> message) noexcept {
-  try {
-    PostOwned(window, message, std::make_unique<GameLookupResult>(Lookup(key)));
-  } catch (const std::exception& e) {
-    Log(kLogWarn, L"game lookup failed: %hs", e.what());
-  } catch (...) {
-    Log(kLogWarn, L"game lookup failed: %hs", "unknown exception");
+// Runs requests until none is left. A result is posted only when no other game was asked
+// for meanwhile: the player has left that game, and its result would only hold the status
+// line on the wrong game while the right one waits.
+void Session::RunLookups() noexcept {
+  while (std::optional<LookupRequest> request = TakeLookupRequest()) {
+    try {
+      auto result = std::make_unique<GameLookupResult>(Lookup(request->key));
+      if (!Superseded(*request)) PostOwned(request->window, request->message, std::move(result));
+    } catch (const std::exception& e) {
+      Log(kLogWarn, L"game lookup failed: %hs", e.what());
+    } catch (...) {
+      Log(kLogWarn, L"game lookup failed: %hs", "unknown exception");
+    }
   }
-  lookup_running_.store(false);
+}
+
+// Nothing: the worker has stopped, and the next request starts a new one.
+std::optional<Session::LookupRequest> Session::TakeLookupRequest() {
+  std::lock_guard lock(mutex_);
+  std::optional<LookupRequest> request = std::move(lookup_wanted_);
+  lookup_wanted_.reset();
+  lookup_running_ = request.has_value();
+  return request;
+}
+
+// A request for the same game asked again meanwhile is answered by this result.
+bool Session::Superseded(const LookupRequest& done) {
+  std::lock_guard lock(mutex_);
+  if (!lookup_wanted_) return false;
+  if (lookup_wanted_->key != done.key) return true;
+  lookup_wanted_.reset();
+  return false;
 }
 
 // A stale table means the service just failed to answer the catalogue request; asking it for

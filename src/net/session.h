@@ -45,6 +45,7 @@ class Session {
   // Once, on the UI thread: loads config.json, readies the client, restores the session.
   bool Start();
   bool RestoreSession();
+  // False also when a sign-in or sign-out replaced the refresh token while the request was out.
   bool RefreshAccessToken();
   // Refreshes first when no access token is held; empty when that fails.
   std::string AccessToken();
@@ -64,8 +65,9 @@ class Session {
   MemoryRecord GetMemory(const std::string& slug, DWORD timeout_ms);
   bool PatchMemory(const std::string& slug, const MemoryPatch& patch);
   bool NewPlaythrough(const std::string& slug);
-  // Returns at once; the result arrives as `message` to `window`. Dropped, not queued, while
-  // a lookup is running.
+  // Returns at once; the result arrives as `message` to `window`. Asked while a lookup runs,
+  // the latest request wins: a lookup for another game is run next and the running one's
+  // result is never posted.
   void LookupGameAsync(const std::string& key, HWND window, PostedMessage<GameLookupResult> message);
 
   // Returns at once. Each event of the answer arrives as `event_message` to `window`; a null
@@ -80,17 +82,30 @@ class Session {
   void Shutdown();
 
  private:
+  struct LookupRequest {
+    std::string key;
+    HWND window = nullptr;
+    PostedMessage<GameLookupResult> message;
+  };
+
   void RecordFailure(ServiceFailure failure);
   void RemovePlaintextPassword();
+  bool LegacyPasswordHeld() const;
+  void ForgetLegacyPasswordLocked();
   bool MigratePassword();
+  ServiceFailure Refresh();
+  HttpResponse PostCredentials(const char* path, const std::string& email,
+                               const std::string& password);
   ServiceFailure FinishSignIn(const std::string& body, const std::string& email,
                               const wchar_t* log_format);
-  void StoreRefreshedTokens(const TokenReply& tokens);
+  bool StoreRefreshedTokens(const TokenReply& tokens, const std::string& used);
   void RejectRefreshToken(int32_t status, const std::string& refused);
+  void WriteTokenFile(uint64_t generation, const std::string& refresh_token);
   std::optional<std::vector<GameEntry>> FetchGames(DWORD timeout_ms);
-  std::vector<GameEntry> CachedGames(bool service_was_asked);
-  void RunLookup(const std::string& key, HWND window,
-                 PostedMessage<GameLookupResult> message) noexcept;
+  std::vector<GameEntry> CachedGames(bool service_failed);
+  void RunLookups() noexcept;
+  std::optional<LookupRequest> TakeLookupRequest();
+  bool Superseded(const LookupRequest& done);
   GameLookupResult Lookup(const std::string& key);
 
   struct ChatStreamJob;
@@ -104,11 +119,16 @@ class Session {
   Settings settings_;
   std::string access_token_;
   std::string refresh_token_;
+  uint64_t token_generation_ = 0;  // counts the stores of refresh_token_ that token.bin follows
   ServiceFailure last_failure_ = ServiceFailure::kNone;
-  std::vector<GameEntry> games_;
-  bool games_stale_ = false;
+  GameTable games_;
+  std::optional<LookupRequest> lookup_wanted_;  // the latest request no worker has taken yet
+  bool lookup_running_ = false;
 
-  std::atomic<bool> lookup_running_{false};
+  // Orders the writes of token.bin; taken without mutex_, so a slow disk holds up no reader.
+  std::mutex token_file_mutex_;
+  uint64_t token_file_generation_ = 0;  // the store that token.bin holds now
+
   std::thread lookup_thread_;  // touched only by the thread that calls LookupGameAsync
 
   std::atomic<bool> streaming_{false};

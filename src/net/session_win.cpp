@@ -7,7 +7,6 @@
 namespace qn {
 namespace {
 
-
 constexpr size_t kMinPasswordBytes = 10;
 
 // The bytes past the end may still hold an older, longer value, so the whole capacity is
@@ -35,9 +34,9 @@ bool Session::Start() {
   const bool migrate = loaded.password_migration_pending;
   {
     std::lock_guard lock(mutex_);
-    settings_ = loaded;
+    settings_ = std::move(loaded);
   }
-  Wipe(loaded.legacy_password);
+  Wipe(loaded.legacy_password);  // a short password stays behind in the moved-from string
   if (!client_.Init(base_url)) return false;
   if (migrate) RemovePlaintextPassword();
   return RestoreSession();
@@ -57,16 +56,26 @@ bool Session::RestoreSession() {
     std::lock_guard lock(mutex_);
     refresh_token_ = std::move(stored);
   }
-  if (RefreshAccessToken()) return true;
-  bool migrate = false;
-  {
-    std::lock_guard lock(mutex_);
-    migrate = settings_.password_migration_pending;
-  }
-  if (migrate) return MigratePassword();
-  RecordFailure(ServiceFailure::kNotSignedIn);
+  const ServiceFailure refresh = Refresh();
+  if (refresh == ServiceFailure::kNone) return true;
+  if (LegacyPasswordHeld()) return MigratePassword();
+  // Offline, the stored token is kept for the next try, and the player is told that the
+  // service cannot be reached rather than sent to sign in again.
+  RecordFailure(refresh == ServiceFailure::kUnreachable ? refresh : ServiceFailure::kNotSignedIn);
   Log(kLogInfo, L"no stored session; waiting for sign-in from the tray window");
   return false;
+}
+
+bool Session::LegacyPasswordHeld() const {
+  std::lock_guard lock(mutex_);
+  return settings_.password_migration_pending;
+}
+
+// Once the session is back, by whatever path, the password an older version left in
+// config.json has nothing more to do and must not linger in memory.
+void Session::ForgetLegacyPasswordLocked() {
+  settings_.password_migration_pending = false;
+  Wipe(settings_.legacy_password);
 }
 
 // Tried once whatever the outcome: a password the service refuses now will not improve by
@@ -84,44 +93,71 @@ bool Session::MigratePassword() {
   Wipe(password);
   {
     std::lock_guard lock(mutex_);
-    settings_.password_migration_pending = false;
-    Wipe(settings_.legacy_password);
+    ForgetLegacyPasswordLocked();
   }
   if (!signed_in) Log(kLogWarn, L"migration sign-in failed: %hs", ServiceFailureText(failure));
   return signed_in;
 }
 
-bool Session::RefreshAccessToken() {
-  std::string refresh_token;
+bool Session::RefreshAccessToken() { return Refresh() == ServiceFailure::kNone; }
+
+ServiceFailure Session::Refresh() {
+  std::string used;
   {
     std::lock_guard lock(mutex_);
-    refresh_token = refresh_token_;
+    used = refresh_token_;
   }
-  if (refresh_token.empty()) return false;
-  const HttpResponse reply =
-      client_.Post("/v1/auth/refresh", RefreshTokenBody(refresh_token), std::string());
+  if (used.empty()) return ServiceFailure::kNotSignedIn;
+  const HttpResponse reply = client_.Post("/v1/auth/refresh", RefreshTokenBody(used), {});
   if (!reply.ok) {
-    RecordFailure(ServiceFailure::kUnreachable);
-    return false;
+    std::lock_guard lock(mutex_);
+    // After a sign-out meanwhile, "not signed in" stays the truer word.
+    if (refresh_token_ == used) last_failure_ = ServiceFailure::kUnreachable;
+    return ServiceFailure::kUnreachable;
   }
   if (reply.status != 200) {
-    RejectRefreshToken(reply.status, refresh_token);
-    return false;
+    RejectRefreshToken(reply.status, used);
+    return ServiceFailure::kNotSignedIn;
   }
   const TokenReply tokens = ParseTokenReply(reply.body);
-  if (!tokens.access_token) return false;
-  StoreRefreshedTokens(tokens);
+  if (!tokens.access_token) return ServiceFailure::kBadReply;
+  if (!StoreRefreshedTokens(tokens, used)) return ServiceFailure::kNotSignedIn;
   Log(kLogInfo, L"access token refreshed");
+  return ServiceFailure::kNone;
+}
+
+// A sign-out or a sign-in while the request was out replaced the token it used: the reply
+// belongs to a session that has ended, and storing it would sign the player back in or mix
+// two accounts' tokens.
+bool Session::StoreRefreshedTokens(const TokenReply& tokens, const std::string& used) {
+  uint64_t generation = 0;
+  {
+    std::lock_guard lock(mutex_);
+    if (refresh_token_ != used) return false;
+    access_token_ = *tokens.access_token;
+    last_failure_ = ServiceFailure::kNone;
+    ForgetLegacyPasswordLocked();
+    if (tokens.refresh_token) {
+      refresh_token_ = *tokens.refresh_token;
+      generation = ++token_generation_;
+    }
+  }
+  if (generation != 0) WriteTokenFile(generation, *tokens.refresh_token);
   return true;
 }
 
-void Session::StoreRefreshedTokens(const TokenReply& tokens) {
-  {
-    std::lock_guard lock(mutex_);
-    access_token_ = *tokens.access_token;
-    if (tokens.refresh_token) refresh_token_ = *tokens.refresh_token;
+// token.bin follows the stores in the order they were made: a write that a later store has
+// overtaken is skipped, so a slow save cannot put back a token that a sign-in or a sign-out
+// has replaced. An empty token removes the file.
+void Session::WriteTokenFile(uint64_t generation, const std::string& refresh_token) {
+  std::lock_guard lock(token_file_mutex_);
+  if (generation <= token_file_generation_) return;
+  token_file_generation_ = generation;
+  if (refresh_token.empty()) {
+    TokenStore::Remove();
+  } else {
+    TokenStore::Save(refresh_token);
   }
-  if (tokens.refresh_token) TokenStore::Save(*tokens.refresh_token);
 }
 
 // token.bin stays: the next start tries it again, and a spent token is harmless on disk.
@@ -168,10 +204,18 @@ Settings Session::CurrentSettings() const {
   return copy;
 }
 
+// The body holding the password is wiped as soon as it has been sent.
+HttpResponse Session::PostCredentials(const char* path, const std::string& email,
+                                      const std::string& password) {
+  std::string body = CredentialsBody(email, password);
+  HttpResponse reply = client_.Post(path, body, std::string());
+  Wipe(body);
+  return reply;
+}
+
 ServiceFailure Session::SignIn(const std::string& email, const std::string& password) {
   if (email.empty() || password.empty()) return ServiceFailure::kMissingCredentials;
-  const HttpResponse reply =
-      client_.Post("/v1/auth/login", CredentialsBody(email, password), std::string());
+  const HttpResponse reply = PostCredentials("/v1/auth/login", email, password);
   if (reply.ok && reply.status == 200) {
     return FinishSignIn(reply.body, email, L"signed in as %hs");
   }
@@ -190,8 +234,7 @@ ServiceFailure Session::Register(const std::string& email, const std::string& pa
   if (email.empty() || password.size() < kMinPasswordBytes) {
     return ServiceFailure::kPasswordTooShort;
   }
-  const HttpResponse reply =
-      client_.Post("/v1/auth/register", CredentialsBody(email, password), std::string());
+  const HttpResponse reply = PostCredentials("/v1/auth/register", email, password);
   if (reply.ok && reply.status == 200) {
     return FinishSignIn(reply.body, email, L"registered and signed in as %hs");
   }
@@ -219,13 +262,16 @@ bool Session::ApplyTokenReply(const std::string& body) {
     RecordFailure(ServiceFailure::kBadReply);
     return false;
   }
+  uint64_t generation = 0;
   {
     std::lock_guard lock(mutex_);
     access_token_ = *tokens.access_token;
     refresh_token_ = *tokens.refresh_token;
     last_failure_ = ServiceFailure::kNone;
+    ForgetLegacyPasswordLocked();
+    generation = ++token_generation_;
   }
-  TokenStore::Save(*tokens.refresh_token);
+  WriteTokenFile(generation, *tokens.refresh_token);
   return true;
 }
 
@@ -245,10 +291,14 @@ void Session::SignOut() {
 }
 
 void Session::ClearTokens() {
-  TokenStore::Remove();
-  std::lock_guard lock(mutex_);
-  access_token_.clear();
-  refresh_token_.clear();
+  uint64_t generation = 0;
+  {
+    std::lock_guard lock(mutex_);
+    access_token_.clear();
+    refresh_token_.clear();
+    generation = ++token_generation_;
+  }
+  WriteTokenFile(generation, std::string());
 }
 
 }  // namespace qn

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/data_dir.h"
+#include "core/failure_log.h"
 #include "core/handles.h"
 #include "core/log.h"
 #include "core/state_file.h"
@@ -35,7 +36,7 @@ void TokenStore::Save(const std::string& refresh_token) {
   DATA_BLOB protected_blob{};
   if (!CryptProtectData(&plain, L"Hintwick refresh token", nullptr, nullptr, nullptr,
                         CRYPTPROTECT_UI_FORBIDDEN, &protected_blob)) {
-    Log(kLogWarn, L"CryptProtectData failed: %lu", GetLastError());
+    LogLastError(L"CryptProtectData", kLogWarn);
     return;
   }
   const UniqueLocalMemory owner(protected_blob.pbData);
@@ -67,7 +68,7 @@ void TokenStore::Remove() {
   if (path.empty() || DeleteFileW(path.c_str())) return;
   const DWORD error = GetLastError();
   if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) {
-    Log(kLogWarn, L"DeleteFileW failed: %lu", error);
+    LogLastError(L"DeleteFileW", kLogWarn);
   }
 }
 

@@ -1,14 +1,20 @@
 #pragma once
 // Common ground of the tests that run a real Session against the fake service: the state
-// files in the data directory, a fresh log, and a session started against the fake.
+// files in the data directory, the log, a session started against the fake, and a window
+// that receives what the session's workers post.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
+#include <vector>
 
+#include "app/messages.h"
 #include "core/data_dir.h"
+#include "core/handles.h"
 #include "core/log.h"
 #include "core/utf.h"
 #include "net/session.h"
@@ -18,17 +24,17 @@
 
 namespace qn {
 
+inline void PrintTo(ServiceFailure failure, std::ostream* out) {
+  *out << (failure == ServiceFailure::kNone ? "none" : ServiceFailureText(failure));
+}
+
 inline std::wstring StatePath(const wchar_t* name) { return DataDir() + L"\\" + name; }
 
 class SessionFixture : public ::testing::Test {
  protected:
-  void SetUp() override {
-    RemoveStateFiles();
-    OpenLogAt(log_path_);
-  }
+  void SetUp() override { RemoveStateFiles(); }
   void TearDown() override {
     session_.reset();
-    CloseLog();
     RemoveStateFiles();
   }
   static void RemoveStateFiles() {
@@ -41,8 +47,7 @@ class SessionFixture : public ::testing::Test {
     session_.reset();
     fake_ = std::make_unique<test::FakeService>();
     RemoveStateFiles();
-    CloseLog();
-    OpenLogAt(log_path_);
+    log_.Clear();
   }
   void WriteConfig(const std::string& members = "") {
     test::WriteFileBytes(StatePath(L"config.json"),
@@ -59,13 +64,68 @@ class SessionFixture : public ::testing::Test {
     EXPECT_EQ(session_->Start(), signed_in);
     return *session_;
   }
-  std::string LogText() const { return test::ReadFileBytes(log_path_).value_or(""); }
-  bool Logged(const std::string& text) const { return LogText().find(text) != std::string::npos; }
+  // An empty text asks for nothing, so that table rows without a log line can pass "".
+  bool Logged(const std::string& text) const { return text.empty() || log_.Has(text); }
+  std::vector<test::RecordedRequest> RequestsTo(const std::string& path) const {
+    std::vector<test::RecordedRequest> found;
+    for (auto& request : fake_->Requests()) {
+      if (request.path == path) found.push_back(request);
+    }
+    return found;
+  }
 
-  test::TempDir dir_;
-  std::wstring log_path_ = dir_.File(L"hintwick.log");
+  test::CapturedLog log_;
   std::unique_ptr<test::FakeService> fake_ = std::make_unique<test::FakeService>();
   std::unique_ptr<Session> session_;
+};
+
+// The receiving end of the workers: a message-only window that takes ownership of each chat
+// event ("<end>" for the end mark) and each lookup result, in arrival order.
+class ReceiverWindow {
+ public:
+  ReceiverWindow() {
+    WNDCLASSW window_class{};
+    window_class.lpfnWndProc = &ReceiverWindow::Procedure;
+    window_class.hInstance = GetModuleHandleW(nullptr);
+    window_class.lpszClassName = L"HintwickNetTestReceiver";
+    RegisterClassW(&window_class);
+    window_.reset(CreateWindowExW(0, window_class.lpszClassName, L"", 0, 0, 0, 0, 0, HWND_MESSAGE,
+                                  nullptr, window_class.hInstance, nullptr));
+    SetWindowLongPtrW(window_.get(), GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+  }
+  HWND get() const { return window_.get(); }
+
+  // Pumps until `done` holds or the time is up; returns `done`.
+  bool PumpUntil(const std::function<bool()>& done, DWORD timeout_ms = 15000) {
+    const ULONGLONG deadline = GetTickCount64() + timeout_ms;
+    MSG message;
+    while (!done() && GetTickCount64() < deadline) {
+      MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
+      while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
+    }
+    return done();
+  }
+
+  std::vector<std::string> events;
+  std::vector<std::unique_ptr<GameLookupResult>> results;
+  std::function<void()> on_end;  // called at each end mark, after it is recorded
+
+ private:
+  static LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+    auto* self = reinterpret_cast<ReceiverWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    if (message == kMsgProgressSnapshot.id) {
+      self->results.push_back(AdoptPosted(kMsgProgressSnapshot, wparam));
+    } else if (message == kMsgChatEvent.id) {
+      const std::unique_ptr<std::string> event = AdoptPosted(kMsgChatEvent, wparam);
+      self->events.push_back(event ? *event : "<end>");
+      if (!event && self->on_end) self->on_end();
+    } else {
+      return DefWindowProcW(window, message, wparam, lparam);
+    }
+    return 0;
+  }
+
+  UniqueHwnd window_;
 };
 
 }  // namespace qn

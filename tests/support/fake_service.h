@@ -53,12 +53,8 @@ struct ScriptedReply {
   std::vector<ReplyChunk> chunks;  // when set: Transfer-Encoding: chunked, one chunk each
   // False sends the chunks bare, with no length: the body ends when the connection closes.
   bool chunked = true;
-  std::optional<std::string> raw;   // when set: these bytes exactly, instead of a reply
-  std::optional<size_t> cut_after;  // close the connection after this many reply bytes
-  bool never_answer = false;        // read the request, then hold the connection silently
-  DWORD drip_ms = 0;                // when set: one byte of the reply per this many ms
-  // Overrides Content-Length (e.g. to promise more body than is sent).
-  std::optional<size_t> content_length;
+  std::optional<std::string> raw;  // when set: these bytes exactly, then the connection closes
+  bool never_answer = false;       // read the request, then hold the connection silently
 };
 
 struct ServiceState;  // shared with the server's threads
@@ -94,11 +90,13 @@ inline ScriptedReply Reply(int status, std::string body = "") {
   return reply;
 }
 
-// The connection closes before any response: the client sees no answer at all.
-inline ScriptedReply NoAnswer() {
+inline ScriptedReply Raw(std::string bytes) {
   ScriptedReply reply;
-  reply.cut_after = 0;
+  reply.raw = std::move(bytes);
   return reply;
 }
+
+// The connection closes before any response: the client sees no answer at all.
+inline ScriptedReply NoAnswer() { return Raw(""); }
 
 }  // namespace qn::test
