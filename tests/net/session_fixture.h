@@ -32,21 +32,15 @@ inline std::wstring StatePath(const wchar_t* name) { return DataDir() + L"\\" + 
 
 class SessionFixture : public ::testing::Test {
  protected:
-  void SetUp() override { RemoveStateFiles(); }
-  void TearDown() override {
-    session_.reset();
-    RemoveStateFiles();
-  }
-  static void RemoveStateFiles() {
-    for (const wchar_t* name : {L"config.json", L"token.bin", L"games.json"}) {
-      DeleteFileW(StatePath(name).c_str());
-    }
-  }
+  void SetUp() override { Reset(); }
+  void TearDown() override { Reset(); }
   // A fresh service, data directory and log for one row of a table.
   void Reset() {
     session_.reset();
     fake_ = std::make_unique<test::FakeService>();
-    RemoveStateFiles();
+    for (const wchar_t* name : {L"config.json", L"token.bin", L"games.json"}) {
+      DeleteFileW(StatePath(name).c_str());
+    }
     log_.Clear();
   }
   void WriteConfig(const std::string& members = "") {
@@ -75,7 +69,7 @@ class SessionFixture : public ::testing::Test {
   }
 
   test::CapturedLog log_;
-  std::unique_ptr<test::FakeService> fake_ = std::make_unique<test::FakeService>();
+  std::unique_ptr<test::FakeService> fake_;
   std::unique_ptr<Session> session_;
 };
 
