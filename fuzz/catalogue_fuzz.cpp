@@ -99,6 +99,12 @@ void CheckTokenReply(std::string_view text) {
   FUZZ_CHECK(!reply.refresh_token || !reply.refresh_token->empty());
   const std::string body = qn::RefreshTokenBody(text);
   FUZZ_CHECK(qn::JsonGetString(body, "refresh_token") == std::string(text));
+  const std::vector<std::string> parts = SplitAtNul(text, 2);
+  const std::string password = parts.size() > 1 ? parts[1] : "";
+  const std::string login = qn::CredentialsBody(parts[0], password);
+  FUZZ_CHECK(qn::JsonGetString(login, "email") == parts[0]);
+  FUZZ_CHECK(qn::JsonGetString(login, "password") == password);
+  FUZZ_CHECK(qn::JsonGetString(login, "device_label") == std::string("windows-client"));
 }
 
 }  // namespace

@@ -68,7 +68,8 @@ class Session {
   // Returns at once; the result arrives as `message` to `window`. Asked while a lookup runs,
   // the latest request wins: a lookup for another game is run next and the running one's
   // result is never posted.
-  void LookupGameAsync(const std::string& key, HWND window, PostedMessage<GameLookupResult> message);
+  void LookupGameAsync(const std::string& key, HWND window,
+                       PostedMessage<GameLookupResult> message);
 
   // Returns at once. Each event of the answer arrives as `event_message` to `window`; a null
   // payload comes once, last, on every outcome. A question asked while a turn runs is dropped

@@ -221,8 +221,8 @@ ServiceFailure Session::SignIn(const std::string& email, const std::string& pass
   }
   ServiceFailure failure = ServiceFailure::kUnreachable;
   if (reply.ok) {
-    failure = reply.status == 401 ? ServiceFailure::kWrongCredentials
-                                  : ServiceFailure::kSignInRefused;
+    failure =
+        reply.status == 401 ? ServiceFailure::kWrongCredentials : ServiceFailure::kSignInRefused;
     Log(kLogWarn, L"login returned %d", reply.status);
   }
   RecordFailure(failure);

@@ -63,7 +63,7 @@ TEST(ParseMemoryRecord, ReadsTheKnownKeysOverTheDefaults) {
             (MemoryRecord{true, "act 2", std::numeric_limits<int32_t>::min(), "", true,
                           9007199254740993}));
   EXPECT_EQ(ParseMemoryRecord(R"({"last":{"stage":"x"},"stage_ordinal":"3"})"),
-            MemoryRecord{.loaded = true});
+            (MemoryRecord{true, "", 0, "", false, 0}));
 }
 
 TEST(RequestBodies, AreFlatObjectsInFixedOrder) {

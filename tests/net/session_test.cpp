@@ -98,7 +98,6 @@ TEST_F(SessionTest, SignInAndRegisterOutcomes) {
        "INFO  registered and signed in as p@x.org"},
       {true, "pw-0123456", Reply(409), F::kAccountExists, ""},
       {true, "pw-0123456", Reply(500), F::kRegisterRefused, "WARN  register returned 500"},
-      {true, "pw-0123456", NoAnswer(), F::kUnreachable, ""},
       {true, "123456789", std::nullopt, F::kPasswordTooShort, ""},
   };
   for (const auto& c : cases) {

@@ -99,17 +99,6 @@ TEST_F(ProgressTest, TheProgressRecordIsReadAndChanged) {
   }
 }
 
-TEST_F(ProgressTest, NothingIsSentWithoutATokenOrWithoutAChange) {
-  EXPECT_TRUE(Start().PatchMemory("g", {}));
-  EXPECT_EQ(fake_->RequestCount(), 1u);  // the start's refresh only
-  Reset();
-  Session& session = Start(false);
-  EXPECT_FALSE(session.GetMemory("g", 4000).loaded);
-  EXPECT_FALSE(session.PatchMemory("g", {.spoilers_ok = false}));
-  EXPECT_FALSE(session.NewPlaythrough("g"));
-  EXPECT_EQ(fake_->RequestCount(), 0u);
-}
-
 TEST_F(ProgressTest, ALookupPostsWhatTheServiceKnowsOfTheGame) {
   const struct {
     const char* what;
