@@ -48,15 +48,6 @@ TEST_F(ProgressTest, TheCatalogueComesLiveAndFallsBackToWhatIsKept) {
   EXPECT_TRUE(warm.IsCatalogueStale());
   EXPECT_EQ(GamesFile(), cached);
   EXPECT_TRUE(Logged("WARN  games lookup unavailable; falling back to the cached table"));
-
-  // A fresh session has only the file; a reply wrapped in an object is no catalogue.
-  Reset();
-  fake_->Script("GET", "/v1/games", Reply(200, std::string("{\"games\":") + kCatalogue + "}"));
-  test::WriteFileBytes(StatePath(L"games.json"), cached);
-  Session& cold = Start();
-  EXPECT_EQ(Describe(cold.GetGames(true, 4000)), "old|Old|i;");
-  EXPECT_TRUE(cold.IsCatalogueStale());
-  EXPECT_EQ(GamesFile(), cached);
 }
 
 // Reads and changes of the progress record, each with its log line; the slug goes into the
