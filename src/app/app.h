@@ -50,7 +50,7 @@ class App {
 
   void SendPrompt(const std::wstring& prompt);
   // Takes ownership; null is the end of the turn.
-  void OnChatEvent(std::string* event);
+  void OnChatEvent(ChatTurnId turn, std::string* event);
   void CopyAnswer();
   void RefreshStatusLine();
   // Takes ownership.

@@ -19,9 +19,9 @@ constexpr wchar_t kCopiedNotice[] = L"Answer copied.";
 // only frees what they sent.
 std::atomic<App*> g_app{nullptr};
 
-void DeliverChatEvent(WPARAM wparam) {
+void DeliverChatEvent(WPARAM wparam, LPARAM turn) {
   std::unique_ptr<std::string> event = AdoptPosted(kMsgChatEvent, wparam);
-  if (App* app = g_app.load()) app->OnChatEvent(event.release());
+  if (App* app = g_app.load()) app->OnChatEvent(static_cast<ChatTurnId>(turn), event.release());
 }
 
 void DeliverSnapshot(WPARAM wparam) {
@@ -35,7 +35,7 @@ LRESULT CALLBACK MessageWindowProc(HWND window, UINT message, WPARAM wparam,
   try {
     switch (message) {
       case kMsgChatEvent.id:
-        DeliverChatEvent(wparam);
+        DeliverChatEvent(wparam, lparam);
         return 0;
       case kMsgProgressSnapshot.id:
         DeliverSnapshot(wparam);

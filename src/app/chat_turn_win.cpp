@@ -25,14 +25,14 @@ void App::SendPrompt(const std::wstring& prompt) {
     return;
   }
   ChatTurns::Ask(chat_);
-  if (session_.StreamChatAsync(shell_.game_key, WideToUtf8(prompt), window_.get(), kMsgChatEvent)) {
-    turns_.Accepted();
-  }
+  const ChatTurnId turn =
+      session_.StreamChatAsync(shell_.game_key, WideToUtf8(prompt), window_.get(), kMsgChatEvent);
+  if (turn != 0) turns_.Accepted(turn);
 }
 
-void App::OnChatEvent(std::string* event) {
+void App::OnChatEvent(ChatTurnId turn, std::string* event) {
   const std::unique_ptr<std::string> owned(event);
-  CarryOut(turns_.Apply(owned.get(), Context(), chat_));
+  CarryOut(turns_.Apply(turn, owned.get(), Context(), chat_));
 }
 
 TurnContext App::Context() const {

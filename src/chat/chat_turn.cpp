@@ -87,25 +87,19 @@ ServiceFailure ChatTurns::Refuse(ServiceFailure last_failure, ChatModel& model) 
   return last_failure;
 }
 
-TurnEffects ChatTurns::Apply(const std::string* event, const TurnContext& context,
-                             ChatModel& model) {
+// The worker frees the session before it posts its end, so the player may already have asked
+// again: what an older turn still had queued must not touch the newer answer.
+TurnEffects ChatTurns::Apply(ChatTurnId turn, const std::string* event,
+                             const TurnContext& context, ChatModel& model) {
+  if (turn != current_) return {};
   if (!event) return End(context, model);
-  if (context.view_ready && !FromAnEarlierTurn()) ApplyEvent(*event, context, model);
+  if (context.view_ready) ApplyEvent(*event, context, model);
   return {};
 }
-
-// A turn's messages all come before the next turn's (the session joins the old worker before
-// it starts a new one), so the end marks counted so far tell whose message this is. The
-// worker frees the session before it posts its end, so the player may already have asked
-// again: what the older turn still had queued must not touch the newer answer.
-bool ChatTurns::FromAnEarlierTurn() const { return accepted_ > ended_ + 1; }
 
 // The chime tells a player who closed the drawer mid-answer that it is complete; one who
 // reopened it meanwhile has seen that already.
 TurnEffects ChatTurns::End(const TurnContext& context, ChatModel& model) {
-  const bool earlier = FromAnEarlierTurn();
-  if (ended_ < accepted_) ++ended_;
-  if (earlier) return {};
   if (context.view_ready) model.FinishAnswer();
   TurnEffects effects;
   effects.play_chime = context.chime_pending && !context.drawer_open && context.sound_enabled;

@@ -10,6 +10,7 @@
 
 #include "chat/chat_model.h"
 #include "net/catalogue.h"
+#include "net/chat_turn_id.h"
 #include "net/service_failure.h"
 
 namespace qn {
@@ -51,17 +52,17 @@ class ChatTurns {
   static ServiceFailure Refuse(ServiceFailure last_failure, ChatModel& model);
   // The question is on its way: the waiting mark stands until the first piece of the answer.
   static void Ask(ChatModel& model) { model.BeginAnswer(); }
-  // The session took the question; it drops one asked while a turn runs.
-  void Accepted() { ++accepted_; }
-  // One posted message of the turn: an event's JSON text, or null for the end of the turn.
-  TurnEffects Apply(const std::string* event, const TurnContext& context, ChatModel& model);
+  // The session took the question as `turn`; it drops one asked while a turn runs, and the
+  // running turn goes on.
+  void Accepted(ChatTurnId turn) { current_ = turn; }
+  // One posted message of `turn`: an event's JSON text, or null for the end of the turn.
+  TurnEffects Apply(ChatTurnId turn, const std::string* event, const TurnContext& context,
+                    ChatModel& model);
 
  private:
-  bool FromAnEarlierTurn() const;
   TurnEffects End(const TurnContext& context, ChatModel& model);
 
-  uint64_t accepted_ = 0;
-  uint64_t ended_ = 0;
+  ChatTurnId current_ = 0;
 };
 
 // The status line while the game's progress is looked up: the catalogue's title for the

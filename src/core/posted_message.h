@@ -15,10 +15,12 @@ struct PostedMessage {
   UINT id;
 };
 
-// A null payload is a valid message of its own (the end of a chat turn).
+// A null payload is a valid message of its own (the end of a chat turn). `tag` rides in
+// LPARAM, for a receiver that must tell one worker's run from the next.
 template <typename T>
-bool PostOwned(HWND window, PostedMessage<T> message, std::unique_ptr<T> payload) {
-  if (!PostMessageW(window, message.id, reinterpret_cast<WPARAM>(payload.get()), 0)) {
+bool PostOwned(HWND window, PostedMessage<T> message, std::unique_ptr<T> payload,
+               LPARAM tag = 0) {
+  if (!PostMessageW(window, message.id, reinterpret_cast<WPARAM>(payload.get()), tag)) {
     return LogLastError(L"PostMessageW", kLogWarn);
   }
   static_cast<void>(payload.release());  // the receiver owns it now

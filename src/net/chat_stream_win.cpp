@@ -19,6 +19,15 @@ struct Session::ChatStreamJob {
   std::string body;
   HWND window = nullptr;
   PostedMessage<std::string> event_message;
+  ChatTurnId turn = 0;
+
+  // A failed post is not retried: the window is gone or its queue is full, and a retry would
+  // fare no better. The receiver drops what is not tagged with its current turn, so a lost
+  // message cannot make it misplace the next turn's.
+  void Post(std::unique_ptr<std::string> payload) const {
+    PostOwned(window, event_message, std::move(payload), static_cast<LPARAM>(turn));
+  }
+  void Post(const std::string& payload) const { Post(std::make_unique<std::string>(payload)); }
 };
 
 namespace {
@@ -27,12 +36,6 @@ constexpr char kChatPath[] = "/v1/chat";
 // Failures travel as ordinary events, so the UI thread has one path for every outcome.
 constexpr char kNotSignedInEvent[] = R"({"type":"error","message":"not signed in"})";
 constexpr char kUnreachableEvent[] = R"({"type":"error","message":"could not reach the service"})";
-
-// A failed post is not retried: the window is gone or its queue is full, and a retry would
-// fare no better.
-void PostEvent(HWND window, PostedMessage<std::string> event_message, const std::string& payload) {
-  PostOwned(window, event_message, std::make_unique<std::string>(payload));
-}
 
 // Without a thread the turn can neither run nor end, and the view would wait for ever; the
 // crash path records why instead.
@@ -44,22 +47,23 @@ void PostEvent(HWND window, PostedMessage<std::string> event_message, const std:
 
 }  // namespace
 
-bool Session::StreamChatAsync(const std::string& game, const std::string& message, HWND window,
-                              PostedMessage<std::string> event_message) {
+ChatTurnId Session::StreamChatAsync(const std::string& game, const std::string& message,
+                                    HWND window, PostedMessage<std::string> event_message) {
   if (streaming_.exchange(true)) {
     Log(kLogWarn, L"a stream is already running; ignoring");
-    return false;
+    return 0;
   }
   if (chat_thread_.joinable()) chat_thread_.join();
   cancel_requested_.store(false);
   try {
     auto job = std::make_unique<ChatStreamJob>(ChatStreamJob{
-        *this, JsonWriteFlatObject({{"game", game}, {"message", message}}), window, event_message});
+        *this, JsonWriteFlatObject({{"game", game}, {"message", message}}), window, event_message,
+        ++last_turn_});
     chat_thread_ = std::thread(&Session::ChatStreamWorker, std::move(job));
   } catch (const std::exception& e) {
     FailThreadStart(e.what());
   }
-  return true;
+  return last_turn_;
 }
 
 void Session::CancelStream() { cancel_requested_.store(true); }
@@ -76,7 +80,7 @@ void Session::ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept {
   // Cleared before the end mark goes out: a question the player sends as soon as the end is
   // shown must find the session free, or it is dropped and its answer never comes.
   session.streaming_.store(false);
-  PostOwned(job->window, job->event_message, std::unique_ptr<std::string>());
+  job->Post(std::unique_ptr<std::string>());
 }
 
 // One retry after a refresh: an access token that expired mid-session fails the first
@@ -85,20 +89,18 @@ void Session::ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept {
 void Session::RunChatTurn(const ChatStreamJob& job) {
   std::string token = CopyAccessToken();
   if (token.empty()) {
-    PostEvent(job.window, job.event_message, kNotSignedInEvent);
+    job.Post(kNotSignedInEvent);
     return;
   }
   EventStream stream(client_);
-  const auto on_event = [&job](const std::string& payload) {
-    PostEvent(job.window, job.event_message, payload);
-  };
+  const auto on_event = [&job](const std::string& payload) { job.Post(payload); };
   const auto cancelled = [this] { return cancel_requested_.load(); };
   if (stream.Post(kChatPath, job.body, token, on_event, cancelled)) return;
   if (!cancelled() && RefreshAccessToken()) {
     token = CopyAccessToken();
     if (stream.Post(kChatPath, job.body, token, on_event, cancelled)) return;
   }
-  PostEvent(job.window, job.event_message, kUnreachableEvent);
+  job.Post(kUnreachableEvent);
 }
 
 std::string Session::CopyAccessToken() const {

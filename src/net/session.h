@@ -15,6 +15,7 @@
 #include "core/posted_message.h"
 #include "core/settings.h"
 #include "net/catalogue.h"
+#include "net/chat_turn_id.h"
 #include "net/http_client.h"
 #include "net/service_failure.h"
 
@@ -71,10 +72,11 @@ class Session {
   void LookupGameAsync(const std::string& key, HWND window,
                        PostedMessage<GameLookupResult> message);
 
-  // Returns at once. Each event of the answer arrives as `event_message` to `window`; a null
-  // payload comes once, last, on every outcome. A question asked while a turn runs is dropped
-  // and false returned.
-  bool StreamChatAsync(const std::string& game, const std::string& message, HWND window,
+  // Returns at once with the turn's number, which every message of the turn carries in its
+  // LPARAM. Each event of the answer arrives as `event_message` to `window`; a null payload
+  // comes once, last, on every outcome. A question asked while a turn runs is dropped and 0
+  // returned.
+  ChatTurnId StreamChatAsync(const std::string& game, const std::string& message, HWND window,
                        PostedMessage<std::string> event_message);
   // The running turn stops at its next read and still posts its end mark.
   void CancelStream();
@@ -134,7 +136,9 @@ class Session {
 
   std::atomic<bool> streaming_{false};
   std::atomic<bool> cancel_requested_{false};
-  std::thread chat_thread_;  // touched only by the thread that calls StreamChatAsync
+  // Both touched only by the thread that calls StreamChatAsync.
+  std::thread chat_thread_;
+  ChatTurnId last_turn_ = 0;
 };
 
 }  // namespace qn

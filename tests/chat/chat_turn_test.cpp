@@ -20,13 +20,18 @@ std::string Token(const std::string& text) { return R"({"type":"token","text":")
 struct Chat {
   ChatModel model;
   ChatTurns turns;
+  ChatTurnId last_turn = 0;
 
+  // A question the session drops gets no number.
   void Ask(bool accepted = true) {
     ChatTurns::Ask(model);
-    if (accepted) turns.Accepted();
+    if (accepted) turns.Accepted(++last_turn);
   }
-  TurnEffects Deliver(const std::string& message, const TurnContext& context = {"g", true}) {
-    return turns.Apply(message == kEnd ? nullptr : &message, context, model);
+  // A message of the last turn the session took, unless `turn` says otherwise.
+  TurnEffects Deliver(const std::string& message, const TurnContext& context = {"g", true},
+                      ChatTurnId turn = 0) {
+    return turns.Apply(turn ? turn : last_turn, message == kEnd ? nullptr : &message, context,
+                       model);
   }
   // "role:raw text", one line per message.
   Lines Conversation() const {
@@ -106,7 +111,8 @@ TEST(ChatTurns, AnEndMarkOfAnEarlierTurnLeavesTheNewAnswerAlone) {
   chat.Ask();
   chat.Deliver(Token("one"));
   chat.Ask();
-  EXPECT_EQ(chat.Deliver(kEnd, kClosedMidAnswer), TurnEffects{}) << "no chime, no timer yet";
+  EXPECT_EQ(chat.Deliver(kEnd, kClosedMidAnswer, 1), TurnEffects{}) << "no chime, no timer yet";
+  chat.Deliver(Token("late"), {"g", true}, 1);
   EXPECT_TRUE(chat.model.Waiting());
   chat.Deliver(Token("two"));
   // A question the session dropped shows the waiting mark; the running answer goes on there.

@@ -101,6 +101,7 @@ class ReceiverWindow {
   }
 
   std::vector<std::string> events;
+  std::vector<ChatTurnId> event_turns;  // the turn each of `events` was tagged with
   std::vector<std::unique_ptr<GameLookupResult>> results;
   std::function<void()> on_end;  // called at each end mark, after it is recorded
 
@@ -112,6 +113,7 @@ class ReceiverWindow {
     } else if (message == kMsgChatEvent.id) {
       const std::unique_ptr<std::string> event = AdoptPosted(kMsgChatEvent, wparam);
       self->events.push_back(event ? *event : "<end>");
+      self->event_turns.push_back(static_cast<ChatTurnId>(lparam));
       if (!event && self->on_end) self->on_end();
     } else {
       return DefWindowProcW(window, message, wparam, lparam);

@@ -158,7 +158,8 @@ TEST_F(ProgressTest, TheLatestLookupWins) {
 using ChatStreamTest = SessionFixture;
 
 // Each turn's events arrive in order with its end mark last, and a question the player sends
-// the moment the end mark arrives starts the next turn instead of being dropped. The gap a
+// the moment the end mark arrives starts the next turn instead of being dropped, under the
+// next number. The gap a
 // late-cleared flag would leave is narrow: one turn in a hundred or so falls into it here.
 TEST_F(ChatStreamTest, AQuestionSentAtTheEndMarkStartsTheNextTurn) {
   constexpr size_t kTurns = 300;
@@ -171,21 +172,27 @@ TEST_F(ChatStreamTest, AQuestionSentAtTheEndMarkStartsTheNextTurn) {
   fake_->Script("POST", "/v1/chat", answer);
   Session& session = Start();
   ReceiverWindow window;
-  std::vector<bool> accepted;
+  std::vector<ChatTurnId> accepted;
   window.on_end = [&] {
     if (accepted.size() < kTurns) {
       accepted.push_back(session.StreamChatAsync("g", "q", window.get(), kMsgChatEvent));
     }
   };
-  ASSERT_TRUE(session.StreamChatAsync("g", "q", window.get(), kMsgChatEvent));
+  ASSERT_EQ(session.StreamChatAsync("g", "q", window.get(), kMsgChatEvent), 1u);
   window.PumpUntil(
       [&] { return accepted.size() == kTurns && window.events.size() == (kTurns + 1) * 3; });
   session.Shutdown();
   window.PumpUntil([] { return false; }, 100);
-  EXPECT_EQ(accepted, std::vector<bool>(kTurns, true));
   std::vector<std::string> expected;
-  for (size_t i = 0; i <= kTurns; ++i) expected.insert(expected.end(), turn.begin(), turn.end());
+  std::vector<ChatTurnId> expected_turns;
+  for (ChatTurnId id = 1; id <= kTurns + 1; ++id) {
+    expected.insert(expected.end(), turn.begin(), turn.end());
+    expected_turns.insert(expected_turns.end(), turn.size(), id);
+  }
   EXPECT_EQ(window.events, expected);
+  EXPECT_EQ(window.event_turns, expected_turns);
+  EXPECT_EQ(accepted.front(), 2u);
+  EXPECT_EQ(accepted.back(), kTurns + 1);
   const auto sent = RequestsTo("/v1/chat");
   ASSERT_EQ(sent.size(), kTurns + 1);
   for (const auto& request : sent) {

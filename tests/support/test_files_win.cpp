@@ -38,6 +38,7 @@ std::string CapturedLog::Text() const {
 }
 
 size_t CapturedLog::Count(const std::string& fragment) const {
+  if (fragment.empty()) return 0;
   const std::string text = Text();
   size_t count = 0;
   for (size_t at = text.find(fragment); at != std::string::npos;
