@@ -150,28 +150,6 @@ TEST_F(ChatTurnTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
   EXPECT_EQ(app.Chat().StatusLine(), L"g \u2014 act 2") << "from the memory event";
 }
 
-TEST_F(ChatTurnTest, AQuestionWhileSignedOutIsRefusedWithoutAnyRequest) {
-  const struct {
-    bool sign_in;
-    std::wstring_view notice;
-    const char* logged;
-  } cases[] = {{false, kSignInNotice, "not signed in"},
-               {true, kUnreachableNotice, "cannot reach the service"}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.logged);
-    Reset();
-    fake_->Script("POST", "/v1/auth/login", test::NoAnswer());
-    App& app = MakeApp(false);
-    if (c.sign_in) {
-      EXPECT_NE(app.ServiceSession().SignIn("p@example.com", "secret"), ServiceFailure::kNone);
-    }
-    app.SendPrompt(L"q");
-    EXPECT_EQ(Conversation(), Lines{L"2:" + std::wstring(c.notice)});
-    EXPECT_TRUE(Logged(std::string("WARN  prompt not sent: ") + c.logged + "\r\n"));
-    EXPECT_TRUE(RequestsTo(kChat).empty());
-  }
-}
-
 // What the worker still posts while the application shuts down is freed, not applied: no
 // chime, no timer on the way out.
 TEST_F(ChatTurnTest, ShutdownMidAnswerStopsTheTurnAndOnlyFreesItsLastEvents) {

@@ -37,34 +37,6 @@ TEST(UniqueHandle, ClosesEachHandleOnceAndKeepsTheLastError) {
   EXPECT_FALSE(UniqueFileHandle(INVALID_HANDLE_VALUE));
 }
 
-class CountedObject : public IUnknown {
- public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    *out = iid == __uuidof(IUnknown) ? this : nullptr;
-    if (*out) AddRef();
-    return *out ? S_OK : E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
-  ULONG STDMETHODCALLTYPE Release() override { return --references; }
-  ULONG references = 1;
-};
-
-TEST(ComPtr, BalancesReferencesAcrossCopiesMovesAndQueries) {
-  CountedObject object;
-  {
-    ComPtr<IUnknown> first;
-    first.attach(&object);
-    ComPtr<IUnknown> copy = first;
-    ComPtr<IUnknown> moved = std::move(copy);
-    ComPtr<IUnknown> queried = first.As<IUnknown>();
-    EXPECT_FALSE(first.As<IClassFactory>());
-    EXPECT_EQ(object.references, 3u);
-    *moved.put() = nullptr;  // put() lets go of what it held
-    EXPECT_EQ(object.references, 2u);
-  }
-  EXPECT_EQ(object.references, 0u);
-}
-
 // A refused post frees its payload; a delivered one is adopted as the type it was sent as.
 TEST(PostedMessage, PayloadIsOwnedByExactlyOneSide) {
   using Payload = std::shared_ptr<int>;  // its use count tells whether a copy is still alive

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <optional>
-#include <tuple>
 #include <utility>
 
 namespace qn {
@@ -27,19 +26,6 @@ TEST(BlurPlan, FirstPassReadsOnlyTheCrop) {
   EXPECT_FLOAT_EQ(first.uv_scale[1], 300.0f / 900.0f);
   EXPECT_FLOAT_EQ(first.uv_offset[0], 0.1f);
   EXPECT_FLOAT_EQ(first.uv_offset[1], 600.0f / 900.0f);
-}
-
-// Captured frames are linear scRGB; an 8-bit frame is already encoded for the display.
-TEST(BlurPlan, CompositeEncodesScRgbAndToneMapsOnlyOnHdr) {
-  const std::tuple<uint32_t, uint8_t, CompositeEncode> cases[] = {
-      {kFormatRgba16Float, 0, CompositeEncode::kSrgb},
-      {kFormatRgba16Float, 1, CompositeEncode::kToneMapSrgb},
-      {87, 0, CompositeEncode::kAsIs},
-      {87, 1, CompositeEncode::kAsIs},
-  };
-  for (const auto& [format, hdr, encode] : cases) {
-    EXPECT_EQ(CompositeEncodeFor({{0, 0, 0, 0}, 1.0f, hdr}, format), encode) << format << hdr;
-  }
 }
 
 }  // namespace

@@ -8,11 +8,6 @@
 namespace qn {
 namespace {
 
-// The capture tests cover a 30 Hz throttle; these rates do not throttle at all.
-TEST(CapturePolicyTest, RatesOfNoWholeMillisecondAcceptEveryFrame) {
-  for (const int hz : {0, -5, 1001}) EXPECT_TRUE(ShouldAcceptFrame(MinFrameIntervalMs(hz), 50, 50));
-}
-
 TEST(CapturePolicyTest, PoolIsRecreatedOnlyWhenContentNeedsAnotherSize) {
   const std::pair<FrameSize, std::optional<FrameSize>> cases[] = {
       {{1280, 720}, std::nullopt},

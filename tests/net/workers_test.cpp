@@ -158,9 +158,9 @@ TEST_F(ProgressTest, TheLatestLookupWins) {
 using ChatStreamTest = SessionFixture;
 
 // Each turn's events arrive in order with its end mark last, and a question the player sends
-// the moment the end mark arrives starts the next turn instead of being dropped, under the
-// next number. The gap a
-// late-cleared flag would leave is narrow: one turn in a hundred or so falls into it here.
+// the moment the end mark arrives starts the next turn, under the next number, instead of
+// being dropped. The gap a late-cleared flag would leave is narrow: one turn in a hundred or
+// so falls into it here.
 TEST_F(ChatStreamTest, AQuestionSentAtTheEndMarkStartsTheNextTurn) {
   constexpr size_t kTurns = 300;
   const std::vector<std::string> turn = {R"({"type":"token","text":"n"})", R"({"type":"done"})",
