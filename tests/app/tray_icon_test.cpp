@@ -1,0 +1,340 @@
+#include "app/tray_icon_win.h"
+
+#include <gtest/gtest.h>
+#include <shellapi.h>
+
+#include <algorithm>
+#include <ostream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "app/tray_menu.h"
+#include "chat/offscreen_target_win.h"
+#include "core/handles.h"
+#include "core/settings.h"
+
+namespace qn {
+
+void PrintTo(const TrayMenuEntry& entry, std::ostream* out) {
+  *out << entry.command << " \"" << std::string(entry.text.begin(), entry.text.end()) << '"';
+}
+
+namespace {
+
+// What Wine's Shell_NotifyIconW hands the "Shell_TrayWnd" window as WM_COPYDATA, whose
+// dwData is the NIM_ message; the icon's pixels follow the record.
+struct WineNotifyData {
+  LONG owner;
+  UINT id;
+  UINT flags;
+  UINT callback_message;
+  WCHAR tip[128];
+  DWORD state;
+  DWORD state_mask;
+  WCHAR info[256];
+  UINT timeout_or_version;
+  WCHAR info_title[64];
+  DWORD info_flags;
+  GUID guid;
+  UINT icon_width, icon_height, icon_planes, icon_bpp;
+};
+
+struct Notification {
+  ULONG_PTR message;
+  HWND owner;
+  UINT id, flags, callback;
+  std::wstring tip, info, info_title;
+  DWORD info_flags;
+  UINT icon_width;
+};
+
+bool UnderWine() {
+  return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
+// Stands in for the notification area, so that what reaches it can be read back exactly.
+class FakeTray {
+ public:
+  FakeTray() {
+    WNDCLASSEXW window_class = {};
+    window_class.cbSize = sizeof(window_class);
+    window_class.lpfnWndProc = &Proc;
+    window_class.hInstance = GetModuleHandleW(nullptr);
+    window_class.lpszClassName = L"Shell_TrayWnd";
+    RegisterClassExW(&window_class);
+    window_.reset(CreateWindowExW(0, L"Shell_TrayWnd", nullptr, WS_POPUP, 0, 0, 0, 0, nullptr,
+                                  nullptr, GetModuleHandleW(nullptr), nullptr));
+    SetWindowLongPtrW(window_.get(), GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+  }
+  // The shell's own tray window, if the bench runs one, must not be the one that is found.
+  bool IsTheOneFound() const {
+    return window_ && FindWindowExW(nullptr, nullptr, L"Shell_TrayWnd", nullptr) == window_.get();
+  }
+
+  std::vector<Notification> received;
+  bool refuse = false;
+
+ private:
+  static LRESULT CALLBACK Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+    auto* self = reinterpret_cast<FakeTray*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    if (message != WM_COPYDATA || !self) return DefWindowProcW(window, message, wparam, lparam);
+    const auto* copy = reinterpret_cast<const COPYDATASTRUCT*>(lparam);
+    if (copy->cbData < sizeof(WineNotifyData)) return FALSE;
+    const auto& data = *static_cast<const WineNotifyData*>(copy->lpData);
+    // Other programs on the bench may find this window too; only this one's icons count.
+    const HWND owner = reinterpret_cast<HWND>(LongToHandle(data.owner));
+    DWORD process = 0;
+    GetWindowThreadProcessId(owner, &process);
+    if (process != GetCurrentProcessId()) return TRUE;
+    self->received.push_back({copy->dwData, owner, data.id, data.flags, data.callback_message,
+                              data.tip, data.info, data.info_title, data.info_flags,
+                              data.icon_width});
+    return self->refuse ? FALSE : TRUE;
+  }
+
+  UniqueHwnd window_;
+};
+
+constexpr UINT_PTR kFindMenuTimer = 1, kCloseMenuTimer = 2;
+
+// Reads the open menu from inside TrackPopupMenu's modal loop, leaves a picture of it, and
+// closes it: by choosing its last entry from the keyboard, or by cancelling.
+struct MenuProbe {
+  ULONGLONG deadline = GetTickCount64() + 10000;
+  bool choose_last = false;
+  std::wstring picture;
+  std::vector<TrayMenuEntry> entries;
+  bool all_enabled = true;
+  RECT rect = {};
+  size_t picture_colours = 0;
+  bool picture_written = false;
+};
+
+struct Owner {
+  TrayIcon* tray = nullptr;
+  MenuProbe* probe = nullptr;
+  std::vector<WPARAM> commands;
+};
+Owner g_owner;
+
+HWND OpenMenuWindow() {
+  for (HWND window = FindWindowExW(nullptr, nullptr, L"#32768", nullptr); window;
+       window = FindWindowExW(nullptr, window, L"#32768", nullptr)) {
+    if (GetWindowThreadProcessId(window, nullptr) == GetCurrentThreadId() &&
+        IsWindowVisible(window)) {
+      return window;
+    }
+  }
+  return nullptr;
+}
+
+void ReadEntries(HMENU menu, MenuProbe& probe) {
+  for (int i = 0; i < GetMenuItemCount(menu); ++i) {
+    wchar_t text[128] = {};
+    MENUITEMINFOW info = {};
+    info.cbSize = sizeof(info);
+    info.fMask = MIIM_FTYPE | MIIM_ID | MIIM_STATE | MIIM_STRING;
+    info.dwTypeData = text;
+    info.cch = static_cast<UINT>(std::size(text));
+    GetMenuItemInfoW(menu, static_cast<UINT>(i), TRUE, &info);
+    const bool separator = (info.fType & MFT_SEPARATOR) != 0;
+    probe.entries.push_back({separator ? 0u : info.wID, text});
+    // Separators read as disabled.
+    if (!separator && (info.fState & MFS_DISABLED)) probe.all_enabled = false;
+  }
+}
+
+// The screen as the user sees it around the menu. False while the menu is not on the screen
+// yet (all one colour): Wine hands a window's drawing to X a moment after it is made.
+bool TakePicture(MenuProbe& probe) {
+  RECT area = probe.rect;
+  InflateRect(&area, 16, 16);
+  area.left = std::max(area.left, 0L);
+  area.top = std::max(area.top, 0L);
+  area.right = std::min(area.right, static_cast<LONG>(GetSystemMetrics(SM_CXSCREEN)));
+  area.bottom = std::min(area.bottom, static_cast<LONG>(GetSystemMetrics(SM_CYSCREEN)));
+  const LONG width = area.right - area.left, height = area.bottom - area.top;
+  if (width <= 0 || height <= 0) return false;
+  UniqueHdc screen(CreateDCW(L"DISPLAY", nullptr, nullptr, nullptr));
+  UniqueHdc memory(CreateCompatibleDC(screen.get()));
+  BITMAPINFO format = {};
+  format.bmiHeader.biSize = sizeof(format.bmiHeader);
+  format.bmiHeader.biWidth = width;
+  format.bmiHeader.biHeight = -height;  // top row first
+  format.bmiHeader.biPlanes = 1;
+  format.bmiHeader.biBitCount = 32;
+  void* bits = nullptr;
+  UniqueHbitmap bitmap(CreateDIBSection(screen.get(), &format, DIB_RGB_COLORS, &bits, nullptr, 0));
+  if (!screen || !memory || !bitmap) return false;
+  const HGDIOBJ previous = SelectObject(memory.get(), bitmap.get());
+  BitBlt(memory.get(), 0, 0, width, height, screen.get(), area.left, area.top, SRCCOPY);
+  SelectObject(memory.get(), previous);
+  GdiFlush();
+  std::vector<uint32_t> pixels(static_cast<const uint32_t*>(bits),
+                               static_cast<const uint32_t*>(bits) + width * height);
+  for (uint32_t& pixel : pixels) pixel |= 0xFF000000u;  // BitBlt leaves alpha at zero
+  probe.picture_colours = std::set<uint32_t>(pixels.begin(), pixels.end()).size();
+  if (probe.picture_colours < 3) return false;
+  probe.picture_written = test::WritePng(test::NextToProgram(probe.picture), width, height, pixels);
+  return true;
+}
+
+void FindMenu(HWND owner, MenuProbe& probe) {
+  const HWND menu_window = OpenMenuWindow();
+  if (menu_window && probe.entries.empty()) {
+    ReadEntries(reinterpret_cast<HMENU>(SendMessageW(menu_window, MN_GETHMENU, 0, 0)), probe);
+    GetWindowRect(menu_window, &probe.rect);
+  }
+  const bool done = menu_window && TakePicture(probe);
+  if (!done && GetTickCount64() < probe.deadline) return;
+  KillTimer(owner, kFindMenuTimer);
+  if (!done || !probe.choose_last) {
+    EndMenu();
+    return;
+  }
+  // The menu loop takes the thread's keyboard messages whichever window they name.
+  PostMessageW(owner, WM_KEYDOWN, VK_UP, 0);
+  PostMessageW(owner, WM_KEYDOWN, VK_RETURN, 0);
+  SetTimer(owner, kCloseMenuTimer, 20, nullptr);
+}
+
+LRESULT CALLBACK OwnerProc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+  if (message == WM_COMMAND) g_owner.commands.push_back(LOWORD(wparam));
+  if (message == WM_TIMER && wparam == kFindMenuTimer && g_owner.probe) {
+    FindMenu(window, *g_owner.probe);
+  }
+  if (message == WM_TIMER && wparam == kCloseMenuTimer && g_owner.probe &&
+      GetTickCount64() > g_owner.probe->deadline) {
+    EndMenu();  // the keyboard did not reach the menu
+  }
+  if (g_owner.tray && g_owner.tray->OnShellMessage(message)) return 0;
+  return DefWindowProcW(window, message, wparam, lparam);
+}
+
+// Message-only, as the application's own window is.
+UniqueHwnd CreateOwner() {
+  WNDCLASSEXW window_class = {};
+  window_class.cbSize = sizeof(window_class);
+  window_class.lpfnWndProc = &OwnerProc;
+  window_class.hInstance = GetModuleHandleW(nullptr);
+  window_class.lpszClassName = L"HintwickTrayTestOwner";
+  RegisterClassExW(&window_class);
+  return UniqueHwnd(CreateWindowExW(0, window_class.lpszClassName, nullptr, 0, 0, 0, 0, 0,
+                                    HWND_MESSAGE, nullptr, GetModuleHandleW(nullptr), nullptr));
+}
+
+class TrayIconTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!UnderWine()) GTEST_SKIP() << "reads the notification area in Wine's own format";
+    ASSERT_TRUE(owner_);
+    ASSERT_TRUE(shell_.IsTheOneFound()) << "another Shell_TrayWnd is found first";
+  }
+  void TearDown() override { g_owner = {}; }
+
+  MenuProbe OpenMenu(TrayIcon& tray, std::wstring_view hotkey, bool signed_in, std::wstring picture,
+                     bool choose_last) {
+    MenuProbe probe;
+    probe.picture = std::move(picture);
+    probe.choose_last = choose_last;
+    g_owner.probe = &probe;
+    SetTimer(owner_.get(), kFindMenuTimer, 10, nullptr);
+    tray.ShowTrayMenu(hotkey, signed_in);
+    KillTimer(owner_.get(), kFindMenuTimer);
+    KillTimer(owner_.get(), kCloseMenuTimer);
+    g_owner.probe = nullptr;
+    return probe;
+  }
+
+  // Posted commands arrive once the loop runs again.
+  void Pump() {
+    MSG message;
+    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
+  }
+
+  FakeTray shell_;
+  UniqueHwnd owner_ = CreateOwner();
+  ComApartment com_{COINIT_APARTMENTTHREADED};
+};
+
+TEST_F(TrayIconTest, AddsOnceRemovesOnceAndComesBackWithTheShell) {
+  TrayIcon tray(owner_.get(), GetModuleHandleW(nullptr));
+  g_owner.tray = &tray;
+  ASSERT_TRUE(tray.AddTrayIcon());
+  tray.ShowTrayBalloon(kBalloonRunning);
+  tray.ShowTrayBalloon(std::wstring(300, L'x'));
+  SendMessageW(owner_.get(), RegisterWindowMessageW(L"TaskbarCreated"), 0, 0);
+  EXPECT_FALSE(tray.OnShellMessage(WM_APP + 7));
+  tray.RemoveTrayIcon();
+  tray.RemoveTrayIcon();
+  EXPECT_FALSE(tray.added());
+
+  const auto& got = shell_.received;
+  ASSERT_EQ(got.size(), 5u);
+  const UINT add_flags = NIF_MESSAGE | NIF_ICON | NIF_TIP;
+  for (const size_t i : {0u, 3u}) {  // first add, and again for the restarted shell
+    EXPECT_EQ(got[i].message, static_cast<ULONG_PTR>(NIM_ADD)) << i;
+    EXPECT_EQ(got[i].flags, add_flags) << i;
+    EXPECT_EQ(got[i].callback, 0x8001u) << i;
+    EXPECT_EQ(got[i].tip, L"Hintwick - Shift+Alt+X") << i;
+    EXPECT_EQ(got[i].icon_width, static_cast<UINT>(GetSystemMetrics(SM_CXSMICON))) << i;
+  }
+  for (const size_t i : {1u, 2u}) {
+    EXPECT_EQ(got[i].message, static_cast<ULONG_PTR>(NIM_MODIFY)) << i;
+    EXPECT_EQ(got[i].flags, static_cast<UINT>(NIF_INFO)) << i;
+    EXPECT_EQ(got[i].info_flags, static_cast<DWORD>(NIIF_INFO)) << i;
+    EXPECT_EQ(got[i].info_title, L"Hintwick") << i;
+  }
+  EXPECT_EQ(got[1].info, kBalloonRunning);
+  EXPECT_EQ(got[2].info, std::wstring(255, L'x'));
+  EXPECT_EQ(got[4].message, static_cast<ULONG_PTR>(NIM_DELETE));
+  for (const Notification& each : got) {
+    EXPECT_EQ(each.owner, owner_.get());
+    EXPECT_EQ(each.id, 1u);
+  }
+}
+
+TEST_F(TrayIconTest, RefusedAddLeavesNothingToRemove) {
+  shell_.refuse = true;
+  {
+    TrayIcon tray(owner_.get(), GetModuleHandleW(nullptr));
+    EXPECT_FALSE(tray.AddTrayIcon());
+    EXPECT_FALSE(tray.added());
+  }
+  ASSERT_EQ(shell_.received.size(), 1u);  // the add; neither a removal nor the destructor's
+  EXPECT_EQ(shell_.received[0].message, static_cast<ULONG_PTR>(NIM_ADD));
+}
+
+TEST_F(TrayIconTest, MenuNamesTheCurrentHotkeyAndTheSessionWhileTheTooltipStays) {
+  TrayIcon tray(owner_.get(), GetModuleHandleW(nullptr));
+  ASSERT_TRUE(tray.AddTrayIcon());
+  SetCursorPos(400, 500);
+  const MenuProbe out = OpenMenu(tray, HotkeyText(kModCtrl | kModAlt, VK_F1), false,
+                                 L"tray_menu_signed_out.png", false);
+  const MenuProbe in = OpenMenu(tray, L"Shift+Alt+X", true, L"tray_menu_signed_in.png", true);
+  Pump();
+
+  const std::vector<TrayMenuEntry> expected_out = {
+      {101, L"Hintwick (Ctrl+Alt+F1)"}, {0, L""}, {102, L"Sign in..."},
+      {103, L"Check for updates..."},   {0, L""}, {100, L"Exit"}};
+  std::vector<TrayMenuEntry> expected_in = expected_out;
+  expected_in[0].text = L"Hintwick (Shift+Alt+X)";
+  expected_in[2].text = L"Account and settings...";
+  EXPECT_EQ(out.entries, expected_out);
+  EXPECT_EQ(in.entries, expected_in);
+  for (const MenuProbe* probe : {&out, &in}) {
+    EXPECT_TRUE(probe->all_enabled);
+    EXPECT_TRUE(probe->picture_written) << "colours seen: " << probe->picture_colours;
+    // Opened at the cursor, above it.
+    EXPECT_EQ(probe->rect.left, 400);
+    EXPECT_EQ(probe->rect.bottom, 500);
+  }
+  // Cancelling sends nothing; choosing the last entry sends Exit.
+  EXPECT_EQ(g_owner.commands, std::vector<WPARAM>{kCmdExit});
+  ASSERT_EQ(shell_.received.size(), 1u);  // the tooltip was never touched again
+  EXPECT_EQ(shell_.received[0].tip, L"Hintwick - Shift+Alt+X");
+}
+
+}  // namespace
+}  // namespace qn
