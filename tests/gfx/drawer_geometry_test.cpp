@@ -36,7 +36,7 @@ TEST(CoversMonitor, EdgesWithinTwoPixelsOrBeyond) {
 // Opening takes 160 ms and closing 110, both linear; the offset is clamped, NaN included.
 TEST(Slide, LinearClampedAndNeverOutOfPlace) {
   const std::tuple<int64_t, float, float> cases[] = {
-      {-50, 0.0f, 1.0f}, {55, 55 / 160.0f, 0.5f}, {110, 0.6875f, 0.0f}, {160, 1.0f, 0.0f}};
+      {-50, 0.0f, 1.0f}, {33, 33 / 160.0f, 0.7f}, {110, 0.6875f, 0.0f}, {160, 1.0f, 0.0f}};
   for (const auto& [elapsed, opening, closing] : cases) {
     EXPECT_FLOAT_EQ(SlideOpening(elapsed), opening) << elapsed;
     EXPECT_FLOAT_EQ(SlideClosing(elapsed), closing) << elapsed;
