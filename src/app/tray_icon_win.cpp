@@ -5,7 +5,6 @@
 
 #include "app/tray_menu.h"
 #include "core/failure_log.h"
-#include "core/handles.h"
 
 namespace qn {
 namespace {
@@ -34,13 +33,66 @@ bool AppendEntry(HMENU menu, const TrayMenuEntry& entry) {
   return appended || LogLastError(L"AppendMenuW", kLogWarn);
 }
 
+UniqueHmenu BuildMenu(std::wstring_view hotkey_text, bool signed_in) {
+  UniqueHmenu menu(CreatePopupMenu());
+  if (!menu) {
+    LogLastError(L"CreatePopupMenu", kLogWarn);
+    return menu;
+  }
+  for (const TrayMenuEntry& entry : TrayMenuEntries(hotkey_text, signed_in)) {
+    if (!AppendEntry(menu.get(), entry)) return UniqueHmenu();
+  }
+  return menu;
+}
+
+// The chosen entry's id, or zero. A dismissed menu also returns zero; only a set error is a
+// failure.
+UINT TrackMenu(HMENU menu, HWND owner) {
+  POINT cursor = {};
+  if (!GetCursorPos(&cursor)) LogLastError(L"GetCursorPos", kLogWarn);
+  SetLastError(ERROR_SUCCESS);
+  const BOOL command = TrackPopupMenu(menu, TPM_RIGHTBUTTON | TPM_BOTTOMALIGN | TPM_RETURNCMD,
+                                      cursor.x, cursor.y, 0, owner, nullptr);
+  if (command == 0 && GetLastError() != ERROR_SUCCESS) LogLastError(L"TrackPopupMenu", kLogWarn);
+  return static_cast<UINT>(command);
+}
+
+// A class already registered by an earlier icon is fine. Without a listener the icon still
+// works, but is lost to a shell restart and its menu may stay open when the user clicks away.
+UniqueHwnd CreateListener(HINSTANCE instance, WNDPROC proc) {
+  WNDCLASSEXW window_class = {};
+  window_class.cbSize = sizeof(window_class);
+  window_class.lpfnWndProc = proc;
+  window_class.hInstance = instance;
+  window_class.lpszClassName = kTrayListenerClass;
+  if (!RegisterClassExW(&window_class) && GetLastError() != ERROR_CLASS_ALREADY_EXISTS)
+    LogLastError(L"RegisterClassExW", kLogWarn);
+  UniqueHwnd listener(CreateWindowExW(WS_EX_TOOLWINDOW, kTrayListenerClass, L"", WS_POPUP, 0, 0, 0,
+                                      0, nullptr, nullptr, instance, nullptr));
+  if (!listener) LogLastError(L"CreateWindowExW", kLogWarn);
+  return listener;
+}
+
 }  // namespace
 
 TrayIcon::TrayIcon(HWND owner, HINSTANCE instance)
     : owner_(owner),
       icon_(LoadSmallIcon(instance)),
-      taskbar_created_(RegisterWindowMessageW(L"TaskbarCreated")) {
+      taskbar_created_(RegisterWindowMessageW(L"TaskbarCreated")),
+      listener_(CreateListener(instance, &ListenerProc)) {
   if (taskbar_created_ == 0) LogLastError(L"RegisterWindowMessageW", kLogWarn);
+  if (listener_)
+    SetWindowLongPtrW(listener_.get(), GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+}
+
+// The shell's broadcast arrives here, not at a message-only owner.
+LRESULT CALLBACK TrayIcon::ListenerProc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
+  auto* self = reinterpret_cast<TrayIcon*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+  try {
+    if (self && self->OnShellMessage(message)) return 0;
+  } catch (...) {  // only the failure's log line can throw; the icon stays as it was
+  }
+  return DefWindowProcW(window, message, wparam, lparam);
 }
 
 TrayIcon::~TrayIcon() { RemoveTrayIcon(); }
@@ -83,25 +135,17 @@ void TrayIcon::ShowTrayBalloon(std::wstring_view text) {
 }
 
 void TrayIcon::ShowTrayMenu(std::wstring_view hotkey_text, bool signed_in) {
-  UniqueHmenu menu(CreatePopupMenu());
-  if (!menu) {
-    LogLastError(L"CreatePopupMenu", kLogWarn);
-    return;
-  }
-  for (const TrayMenuEntry& entry : TrayMenuEntries(hotkey_text, signed_in)) {
-    if (!AppendEntry(menu.get(), entry)) return;
-  }
-  POINT cursor = {};
-  if (!GetCursorPos(&cursor)) LogLastError(L"GetCursorPos", kLogWarn);
-  // Unless its owner is in the foreground, the menu stays open when the user clicks away.
-  SetForegroundWindow(owner_);
-  // Without TPM_RETURNCMD a dismissed menu may also return zero; only a set error is a failure.
-  SetLastError(ERROR_SUCCESS);
-  if (!TrackPopupMenu(menu.get(), TPM_RIGHTBUTTON | TPM_BOTTOMALIGN, cursor.x, cursor.y, 0, owner_,
-                      nullptr) &&
-      GetLastError() != ERROR_SUCCESS) {
-    LogLastError(L"TrackPopupMenu", kLogWarn);
-  }
+  const UniqueHmenu menu = BuildMenu(hotkey_text, signed_in);
+  if (!menu) return;
+  // Unless its owner is in the foreground, the menu stays open when the user clicks away; a
+  // message-only window never is, so the listener owns it.
+  const HWND menu_owner = listener_ ? listener_.get() : owner_;
+  SetForegroundWindow(menu_owner);
+  const UINT command = TrackMenu(menu.get(), menu_owner);
+  // Without this the next menu may open and close at once.
+  PostMessageW(menu_owner, WM_NULL, 0, 0);
+  if (command != 0 && !PostMessageW(owner_, WM_COMMAND, MAKEWPARAM(command, 0), 0))
+    LogLastError(L"PostMessageW(WM_COMMAND)", kLogWarn);
 }
 
 // Added whether or not it was before: a shell that was not up yet at start-up is the usual

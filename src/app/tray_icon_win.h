@@ -3,11 +3,12 @@
 // on it and its context menu. Interface thread only.
 #include <windows.h>
 
-#include <shellapi.h>
 // After windows.h, which it needs.
 #include <shellapi.h>
 
 #include <string_view>
+
+#include "core/handles.h"
 
 namespace qn {
 
@@ -15,6 +16,8 @@ namespace qn {
 // lParam is the event (WM_RBUTTONUP, WM_CONTEXTMENU, WM_LBUTTONDBLCLK...).
 inline constexpr UINT kTrayCallbackMessage = WM_APP + 1;
 inline constexpr UINT kTrayIconId = 1;
+// The hidden top-level window each TrayIcon keeps for what its message-only owner cannot do.
+inline constexpr wchar_t kTrayListenerClass[] = L"HintwickTrayListener";
 
 class TrayIcon {
  public:
@@ -30,21 +33,26 @@ class TrayIcon {
   // Does nothing unless the icon is there.
   void RemoveTrayIcon();
   void ShowTrayBalloon(std::wstring_view text);
-  // Returns once the menu has closed; a chosen entry reaches the owner as WM_COMMAND.
+  // Returns once the menu has closed; a chosen entry is posted to the owner as WM_COMMAND.
   void ShowTrayMenu(std::wstring_view hotkey_text, bool signed_in);
   // A restarted shell has forgotten every icon and says so with the "TaskbarCreated"
   // broadcast: the icon is added again. True when `message` was that broadcast. Broadcasts
-  // reach top-level windows only, so a message-only owner never hears it.
+  // reach top-level windows only, so the icon's own listener window hears it for a
+  // message-only owner.
   bool OnShellMessage(UINT message);
   bool added() const { return added_; }
 
  private:
+  static LRESULT CALLBACK ListenerProc(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
   NOTIFYICONDATAW Identity() const;
 
   HWND owner_;
   HICON icon_;
   UINT taskbar_created_;
   bool added_ = false;
+  // Hidden, never in Alt+Tab: hears the shell's broadcast and owns the menu, which needs a
+  // window that can be in the foreground.
+  UniqueHwnd listener_;
 };
 
 }  // namespace qn

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <shellapi.h>
 
-#include <algorithm>
 #include <ostream>
 #include <set>
 #include <string>
@@ -26,12 +25,9 @@ namespace {
 // dwData is the NIM_ message; the icon's pixels follow the record.
 struct WineNotifyData {
   LONG owner;
-  UINT id;
-  UINT flags;
-  UINT callback_message;
+  UINT id, flags, callback_message;
   WCHAR tip[128];
-  DWORD state;
-  DWORD state_mask;
+  DWORD state, state_mask;
   WCHAR info[256];
   UINT timeout_or_version;
   WCHAR info_title[64];
@@ -53,18 +49,22 @@ bool UnderWine() {
   return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
 }
 
+// A class registered by an earlier test stays registered, which is fine.
+HWND CreateTestWindow(const wchar_t* class_name, WNDPROC proc, DWORD style, HWND parent) {
+  WNDCLASSEXW window_class = {};
+  window_class.cbSize = sizeof(window_class);
+  window_class.lpfnWndProc = proc;
+  window_class.hInstance = GetModuleHandleW(nullptr);
+  window_class.lpszClassName = class_name;
+  RegisterClassExW(&window_class);
+  return CreateWindowExW(0, class_name, nullptr, style, 0, 0, 0, 0, parent, nullptr,
+                         GetModuleHandleW(nullptr), nullptr);
+}
+
 // Stands in for the notification area, so that what reaches it can be read back exactly.
 class FakeTray {
  public:
-  FakeTray() {
-    WNDCLASSEXW window_class = {};
-    window_class.cbSize = sizeof(window_class);
-    window_class.lpfnWndProc = &Proc;
-    window_class.hInstance = GetModuleHandleW(nullptr);
-    window_class.lpszClassName = L"Shell_TrayWnd";
-    RegisterClassExW(&window_class);
-    window_.reset(CreateWindowExW(0, L"Shell_TrayWnd", nullptr, WS_POPUP, 0, 0, 0, 0, nullptr,
-                                  nullptr, GetModuleHandleW(nullptr), nullptr));
+  FakeTray() : window_(CreateTestWindow(L"Shell_TrayWnd", &Proc, WS_POPUP, nullptr)) {
     SetWindowLongPtrW(window_.get(), GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
   }
   // The shell's own tray window, if the bench runs one, must not be the one that is found.
@@ -106,17 +106,16 @@ struct MenuProbe {
   std::wstring picture;
   std::vector<TrayMenuEntry> entries;
   bool all_enabled = true;
+  HWND menu_owner = nullptr, foreground = nullptr;
   RECT rect = {};
   size_t picture_colours = 0;
   bool picture_written = false;
 };
 
 struct Owner {
-  TrayIcon* tray = nullptr;
   MenuProbe* probe = nullptr;
   std::vector<WPARAM> commands;
-};
-Owner g_owner;
+} g_owner;
 
 HWND OpenMenuWindow() {
   for (HWND window = FindWindowExW(nullptr, nullptr, L"#32768", nullptr); window;
@@ -149,13 +148,10 @@ void ReadEntries(HMENU menu, MenuProbe& probe) {
 // yet (all one colour): Wine hands a window's drawing to X a moment after it is made.
 bool TakePicture(MenuProbe& probe) {
   RECT area = probe.rect;
+  const RECT screen_rect = {0, 0, GetSystemMetrics(SM_CXSCREEN), GetSystemMetrics(SM_CYSCREEN)};
   InflateRect(&area, 16, 16);
-  area.left = std::max(area.left, 0L);
-  area.top = std::max(area.top, 0L);
-  area.right = std::min(area.right, static_cast<LONG>(GetSystemMetrics(SM_CXSCREEN)));
-  area.bottom = std::min(area.bottom, static_cast<LONG>(GetSystemMetrics(SM_CYSCREEN)));
+  if (!IntersectRect(&area, &area, &screen_rect)) return false;
   const LONG width = area.right - area.left, height = area.bottom - area.top;
-  if (width <= 0 || height <= 0) return false;
   UniqueHdc screen(CreateDCW(L"DISPLAY", nullptr, nullptr, nullptr));
   UniqueHdc memory(CreateCompatibleDC(screen.get()));
   BITMAPINFO format = {};
@@ -185,6 +181,8 @@ void FindMenu(HWND owner, MenuProbe& probe) {
   if (menu_window && probe.entries.empty()) {
     ReadEntries(reinterpret_cast<HMENU>(SendMessageW(menu_window, MN_GETHMENU, 0, 0)), probe);
     GetWindowRect(menu_window, &probe.rect);
+    probe.menu_owner = GetWindow(menu_window, GW_OWNER);
+    probe.foreground = GetForegroundWindow();
   }
   const bool done = menu_window && TakePicture(probe);
   if (!done && GetTickCount64() < probe.deadline) return;
@@ -208,20 +206,7 @@ LRESULT CALLBACK OwnerProc(HWND window, UINT message, WPARAM wparam, LPARAM lpar
       GetTickCount64() > g_owner.probe->deadline) {
     EndMenu();  // the keyboard did not reach the menu
   }
-  if (g_owner.tray && g_owner.tray->OnShellMessage(message)) return 0;
   return DefWindowProcW(window, message, wparam, lparam);
-}
-
-// Message-only, as the application's own window is.
-UniqueHwnd CreateOwner() {
-  WNDCLASSEXW window_class = {};
-  window_class.cbSize = sizeof(window_class);
-  window_class.lpfnWndProc = &OwnerProc;
-  window_class.hInstance = GetModuleHandleW(nullptr);
-  window_class.lpszClassName = L"HintwickTrayTestOwner";
-  RegisterClassExW(&window_class);
-  return UniqueHwnd(CreateWindowExW(0, window_class.lpszClassName, nullptr, 0, 0, 0, 0, 0,
-                                    HWND_MESSAGE, nullptr, GetModuleHandleW(nullptr), nullptr));
 }
 
 class TrayIconTest : public testing::Test {
@@ -254,17 +239,19 @@ class TrayIconTest : public testing::Test {
   }
 
   FakeTray shell_;
-  UniqueHwnd owner_ = CreateOwner();
+  // Message-only, as the application's own window is.
+  UniqueHwnd owner_{CreateTestWindow(L"HintwickTrayTestOwner", &OwnerProc, 0, HWND_MESSAGE)};
   ComApartment com_{COINIT_APARTMENTTHREADED};
 };
 
 TEST_F(TrayIconTest, AddsOnceRemovesOnceAndComesBackWithTheShell) {
   TrayIcon tray(owner_.get(), GetModuleHandleW(nullptr));
-  g_owner.tray = &tray;
   ASSERT_TRUE(tray.AddTrayIcon());
   tray.ShowTrayBalloon(kBalloonRunning);
   tray.ShowTrayBalloon(std::wstring(300, L'x'));
-  SendMessageW(owner_.get(), RegisterWindowMessageW(L"TaskbarCreated"), 0, 0);
+  // As the shell announces itself: the message-only owner cannot hear it, the listener must.
+  PostMessageW(HWND_BROADCAST, RegisterWindowMessageW(L"TaskbarCreated"), 0, 0);
+  Pump();
   EXPECT_FALSE(tray.OnShellMessage(WM_APP + 7));
   tray.RemoveTrayIcon();
   tray.RemoveTrayIcon();
@@ -301,7 +288,12 @@ TEST_F(TrayIconTest, RefusedAddLeavesNothingToRemove) {
     TrayIcon tray(owner_.get(), GetModuleHandleW(nullptr));
     EXPECT_FALSE(tray.AddTrayIcon());
     EXPECT_FALSE(tray.added());
+    // The listener is never seen, not even in Alt+Tab, and goes with the icon.
+    const HWND listener = FindWindowW(kTrayListenerClass, nullptr);
+    EXPECT_TRUE(listener && !IsWindowVisible(listener) &&
+                (GetWindowLongPtrW(listener, GWL_EXSTYLE) & WS_EX_TOOLWINDOW));
   }
+  EXPECT_FALSE(FindWindowW(kTrayListenerClass, nullptr));
   ASSERT_EQ(shell_.received.size(), 1u);  // the add; neither a removal nor the destructor's
   EXPECT_EQ(shell_.received[0].message, static_cast<ULONG_PTR>(NIM_ADD));
 }
@@ -325,6 +317,9 @@ TEST_F(TrayIconTest, MenuNamesTheCurrentHotkeyAndTheSessionWhileTheTooltipStays)
   EXPECT_EQ(in.entries, expected_in);
   for (const MenuProbe* probe : {&out, &in}) {
     EXPECT_TRUE(probe->all_enabled);
+    // Owned by a window that can take the foreground, so a click elsewhere closes it.
+    EXPECT_EQ(probe->menu_owner, FindWindowW(kTrayListenerClass, nullptr));
+    EXPECT_EQ(probe->foreground, probe->menu_owner);
     EXPECT_TRUE(probe->picture_written) << "colours seen: " << probe->picture_colours;
     // Opened at the cursor, above it.
     EXPECT_EQ(probe->rect.left, 400);
