@@ -1,73 +1,72 @@
 #pragma once
-// The one application object of the process: it owns the chat view and the session, and its
-// message-only window is where the workers' results reach the interface thread. Everything
-// here runs on that thread.
+// The one application object of the process. It owns the parts of the running program in
+// the order they depend on each other and connects them; what each part does is its own.
+// Everything here runs on the interface thread.
 #include <windows.h>
 
-#include <string>
+#include <cstdint>
+#include <optional>
 
-#include "chat/chat_model.h"
-#include "chat/chat_turn.h"
-#include "chat/chat_view.h"
+#include "app/conversation_win.h"
+#include "app/drawer_control_win.h"
+#include "app/keyboard_hooks_win.h"
+#include "app/message_window_win.h"
+#include "app/tray_icon_win.h"
 #include "core/handles.h"
 #include "net/session.h"
 
 namespace qn {
 
-inline constexpr wchar_t kAppTitle[] = L"Hintwick";
-
-// What the drawer, the foreground tracking and the settings window will keep up to date.
-// Until they exist, whoever drives the application sets these directly.
-struct ShellState {
-  bool drawer_open = false;
-  bool drawer_window_exists = false;
-  bool chat_view_ready = false;
-  // An answer was still streaming when the drawer closed; its end chimes.
-  bool chime_pending = false;
-  bool sound_enabled = true;
-  // The catalogue key of the game under the drawer.
-  std::string game_key;
+// What decides whether the program may start, and how long the graphics outlive the drawer.
+// Tests replace these so that everything after the checks runs under Wine, which has no
+// window capture; the program never does.
+struct StartChecks {
+  uint32_t (*os_build)() = nullptr;  // null: the running system's
+  bool (*capture_supported)() = nullptr;
+  UINT idle_release_ms = 30000;
 };
 
 class App {
  public:
-  explicit App(HINSTANCE instance);
+  explicit App(HINSTANCE instance, StartChecks checks = {});
   ~App();
   App(const App&) = delete;
   App& operator=(const App&) = delete;
 
-  // Becomes the process-wide application and creates the message window.
+  // False when the program must not run; Shutdown is still due.
   bool Init();
-  // Stops the session's workers, frees what they posted that was never handled, and lets go
-  // of the window. Safe to run more than once.
+  // Returns the exit code.
+  int Run();
+  // Safe to run more than once, and after a failed Init.
   void Shutdown();
 
   HWND MessageWindow() const { return window_.get(); }
-  ShellState& Shell() { return shell_; }
-  ChatModel& Chat() { return chat_; }
-  ChatView& View() { return chat_view_; }
+  Conversation& Chat() { return conversation_; }
+  DrawerControl& Drawer() { return drawer_; }
   Session& ServiceSession() { return session_; }
 
-  void SendPrompt(const std::wstring& prompt);
-  // Takes ownership; null is the end of the turn.
-  void OnChatEvent(ChatTurnId turn, std::string* event);
-  void CopyAnswer();
-  void RefreshStatusLine();
-  // Takes ownership.
-  void OnProgressSnapshot(GameLookupResult* snapshot);
-
  private:
-  bool CreateMessageWindow();
-  TurnContext Context() const;
-  void CarryOut(const TurnEffects& effects);
+  uint32_t OsBuild() const;
+  bool PlatformAllowsStart();
+  void RegisterHotkey();
+  void ConnectMessages();
+  void ConnectTray();
+  void ConnectWorkers();
+  void OnCapturedKey(const KeyEventRecord& record);
+  void ShowStartBalloon();
 
   HINSTANCE instance_ = nullptr;
-  UniqueHwnd window_;
-  ShellState shell_;
-  ChatModel chat_{&ReadClipboardText};
-  ChatView chat_view_{chat_};
-  ChatTurns turns_;
+  StartChecks checks_;
+  qn::MessageWindow window_;
+  UniqueWinEventHook foreground_hook_;
+  std::optional<AppHotkey> hotkey_;
   Session session_;
+  Conversation conversation_;
+  DrawerControl drawer_;
+  std::optional<TrayIcon> tray_;
+  // The account and settings window, once it exists: the loop gives it keyboard navigation.
+  HWND settings_window_ = nullptr;
+  bool shut_down_ = false;
 };
 
 }  // namespace qn

@@ -1,169 +1,137 @@
 #include "app/app.h"
 
-#include <atomic>
-#include <cstring>
-#include <exception>
-#include <memory>
+#include <utility>
 
+#include "app/key_capture.h"
 #include "app/messages.h"
-#include "app/single_instance.h"
+#include "app/tray_menu.h"
+#include "chat/chime.h"
+#include "core/data_dir.h"
 #include "core/failure_log.h"
 #include "core/log.h"
+#include "core/os.h"
+#include "core/settings.h"
+#include "gfx/capture.h"
 
 namespace qn {
 namespace {
 
-constexpr wchar_t kCopiedNotice[] = L"Answer copied.";
+constexpr wchar_t kOldSystemText[] =
+    L"Hintwick needs Windows 10 version 1903 or newer.\n\nThe drawer's blurred backdrop is drawn "
+    L"from a live capture of the game window, and the API that provides it does not exist on "
+    L"older builds. There is deliberately no alternate look, so rather than appear different "
+    L"here, it does not run.";
+constexpr wchar_t kNoCaptureText[] =
+    L"Screen capture is unavailable on this system, so the drawer cannot be drawn.";
 
-// Workers post to the window after the application may be gone; the window procedure then
-// only frees what they sent.
-std::atomic<App*> g_app{nullptr};
+uint32_t RunningOsBuild() { return GetOsVersion().build; }
 
-void DeliverChatEvent(WPARAM wparam, LPARAM turn) {
-  std::unique_ptr<std::string> event = AdoptPosted(kMsgChatEvent, wparam);
-  if (App* app = g_app.load()) app->OnChatEvent(static_cast<ChatTurnId>(turn), event.release());
-}
-
-void DeliverSnapshot(WPARAM wparam) {
-  std::unique_ptr<GameLookupResult> snapshot = AdoptPosted(kMsgProgressSnapshot, wparam);
-  if (App* app = g_app.load()) app->OnProgressSnapshot(snapshot.release());
-}
-
-// The system calls this from its own frames, which no exception may cross.
-LRESULT CALLBACK MessageWindowProc(HWND window, UINT message, WPARAM wparam,
-                                   LPARAM lparam) noexcept {
-  try {
-    switch (message) {
-      case kMsgChatEvent.id:
-        DeliverChatEvent(wparam, lparam);
-        return 0;
-      case kMsgProgressSnapshot.id:
-        DeliverSnapshot(wparam);
-        return 0;
-      default:
-        break;
-    }
-  } catch (const std::exception& e) {
-    Log(kLogWarn, L"message 0x%04X failed: %hs", message, e.what());
-    return 0;
-  } catch (...) {
-    Log(kLogWarn, L"message 0x%04X failed: %hs", message, "unknown exception");
-    return 0;
-  }
-  return DefWindowProcW(window, message, wparam, lparam);
-}
-
-// Payloads of the workers that were joined after their last post but before it was handled.
-void FreeUndelivered(HWND window) {
-  MSG message;
-  for (const UINT kind : {kMsgChatEvent.id, kMsgProgressSnapshot.id}) {
-    while (PeekMessageW(&message, window, kind, kind, PM_REMOVE)) DispatchMessageW(&message);
-  }
-}
-
-// The clipboard stays open and the notice is shown whatever happens here, so failures are
-// only logged.
-void PutOnClipboard(const std::wstring& text) {
-  EmptyClipboard();
-  const size_t bytes = (text.size() + 1) * sizeof(wchar_t);
-  UniqueGlobal memory(GlobalAlloc(GMEM_MOVEABLE, bytes));
-  if (!memory) {
-    LogLastError(L"GlobalAlloc", kLogWarn);
-    return;
-  }
-  {
-    const GlobalLockScope<wchar_t> target(memory.get());
-    if (!target) {
-      LogLastError(L"GlobalLock", kLogWarn);
-      return;
-    }
-    std::memcpy(target.get(), text.c_str(), bytes);
-  }
-  if (SetClipboardData(CF_UNICODETEXT, memory.get())) {
-    static_cast<void>(memory.release());  // the clipboard owns it now
-  } else {
-    LogLastError(L"SetClipboardData", kLogWarn);
-  }
-}
-
-ProgressFacts FactsOf(const GameLookupResult& snapshot) {
-  return {snapshot.key,
-          snapshot.signed_in,
-          snapshot.known ? snapshot.display_name : "",
-          snapshot.has_index,
-          snapshot.memory_loaded,
-          snapshot.stage,
-          snapshot.catalogue_stale};
-}
+// Following the game in the foreground is the drawer's, which is not wired in yet; the hook
+// is set now so that start-up takes its final shape.
+void CALLBACK OnForegroundChange(HWINEVENTHOOK, DWORD, HWND, LONG, LONG, DWORD, DWORD) {}
 
 }  // namespace
 
-App::App(HINSTANCE instance) : instance_(instance) {}
+App::App(HINSTANCE instance, StartChecks checks)
+    : instance_(instance),
+      checks_(checks),
+      conversation_(session_, window_,
+                    {[this] { return drawer_.Facts(); }, [this] { drawer_.ArmIdleRelease(); }}),
+      drawer_(conversation_.View(), checks.idle_release_ms,
+              {[this] { conversation_.OnDrawerClosed(); }}) {}
 
 App::~App() { Shutdown(); }
 
 bool App::Init() {
-  g_app.store(this);
-  return CreateMessageWindow();
+  MigratePreRenameState();
+  OpenLog();
+  if (!PlatformAllowsStart() || !window_.Create(instance_)) return false;
+  drawer_.Attach(window_.get());
+  ConnectMessages();
+  // Only now: a visible window made before this would keep the older awareness.
+  if (!SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2)) {
+    LogLastError(L"SetProcessDpiAwarenessContext", kLogWarn);
+  }
+  tray_.emplace(window_.get(), instance_);
+  tray_->AddTrayIcon();
+  hotkey_.emplace(window_.get(), instance_);
+  RegisterHotkey();
+  foreground_hook_.reset(SetWinEventHook(EVENT_SYSTEM_FOREGROUND, EVENT_SYSTEM_FOREGROUND,
+                                         nullptr, &OnForegroundChange, 0, 0,
+                                         WINEVENT_OUTOFCONTEXT));
+  if (!foreground_hook_) Log(kLogWarn, L"SetWinEventHook failed");
+  Log(kLogInfo, L"initialised (build %lu); waiting for hotkey", OsBuild());
+  const bool established = session_.Start();
+  const Settings settings = session_.CurrentSettings();
+  // Registered before the settings were read; a player's own hotkey replaces the default.
+  if (settings.hotkey_mods != kDefaultHotkeyMods || settings.hotkey_vk != kDefaultHotkeyVk) {
+    RegisterHotkey();
+  }
+  drawer_.SetHeightFraction(settings.drawer_pct / 100.0);
+  BuildChime(settings.sound_volume);
+  if (!established) {
+    Log(kLogWarn, L"session not established: %hs", ServiceFailureText(session_.LastFailure()));
+  }
+  ShowStartBalloon();
+  return true;
 }
 
-bool App::CreateMessageWindow() {
-  WNDCLASSEXW window_class = {};
-  window_class.cbSize = sizeof(window_class);
-  window_class.lpfnWndProc = &MessageWindowProc;
-  window_class.hInstance = instance_;
-  window_class.lpszClassName = kMessageWindowClass;
-  // Already registered by an earlier application object of this process.
-  if (!RegisterClassExW(&window_class) && GetLastError() != ERROR_CLASS_ALREADY_EXISTS) {
-    Log(kLogError, L"message window creation failed: %lu", GetLastError());
+uint32_t App::OsBuild() const {
+  return (checks_.os_build ? checks_.os_build : &RunningOsBuild)();
+}
+
+// Deliberately no degraded mode: without the live capture there is no backdrop to draw.
+bool App::PlatformAllowsStart() {
+  const uint32_t build = OsBuild();
+  if (build < kMinimumOsBuild) {
+    Log(kLogError, L"unsupported OS: build %lu, need %lu+", build, kMinimumOsBuild);
+    MessageBoxW(nullptr, kOldSystemText, kMessageWindowTitle, MB_OK | MB_ICONINFORMATION);
     return false;
   }
-  window_.reset(CreateWindowExW(0, kMessageWindowClass, kAppTitle, 0, 0, 0, 0, 0, HWND_MESSAGE,
-                                nullptr, instance_, nullptr));
-  if (!window_) Log(kLogError, L"message window creation failed: %lu", GetLastError());
-  return static_cast<bool>(window_);
+  if (!(checks_.capture_supported ? checks_.capture_supported : &Capture::IsSupported)()) {
+    Log(kLogError, L"Windows.Graphics.Capture reports unsupported");
+    MessageBoxW(nullptr, kNoCaptureText, kMessageWindowTitle, MB_OK | MB_ICONERROR);
+    return false;
+  }
+  return true;
 }
 
-// The pointer goes before the last payloads are freed, so that they are only freed: applying
-// them now could chime or arm a timer on the way out.
+void App::RegisterHotkey() {
+  const Settings settings = session_.CurrentSettings();
+  if (!hotkey_->RegisterAppHotkey(settings.hotkey_mods, settings.hotkey_vk)) {
+    Log(kLogWarn, L"no hotkey could be registered; the drawer can only be opened from the tray");
+  }
+}
+
+void App::ShowStartBalloon() {
+  tray_->ShowTrayBalloon(hotkey_->registered() ? kBalloonRunning : kBalloonHotkeyTaken);
+}
+
+int App::Run() {
+  MSG message = {};
+  BOOL got = FALSE;
+  while ((got = GetMessageW(&message, nullptr, 0, 0)) > 0) {
+    if (settings_window_ && IsDialogMessageW(settings_window_, &message)) continue;
+    TranslateMessage(&message);
+    DispatchMessageW(&message);
+  }
+  if (got < 0) LogLastError(L"GetMessageW", kLogError);
+  return static_cast<int>(message.wParam);
+}
+
 void App::Shutdown() {
+  if (std::exchange(shut_down_, true)) return;
+  if (drawer_.IsOpen()) drawer_.Close();
+  foreground_hook_.reset();
+  if (hotkey_) hotkey_->Remove();
+  RemoveKeyboardCaptureHook();
+  FreeChime();
   session_.Shutdown();
-  App* self = this;
-  g_app.compare_exchange_strong(self, nullptr);
-  if (window_) FreeUndelivered(window_.get());
-  window_.reset();
-}
-
-// The owner would be the drawer window; the message window stands in for it until the drawer
-// exists. Not null: with no owner, EmptyClipboard leaves a clipboard that SetClipboardData
-// refuses to fill.
-void App::CopyAnswer() {
-  const std::wstring answer = chat_.AnswerText();
-  if (answer.empty()) return;
-  {
-    const OpenedClipboard clipboard(window_.get());
-    if (!clipboard) {
-      LogLastError(L"OpenClipboard", kLogWarn);
-      return;
-    }
-    PutOnClipboard(answer);
-  }
-  chat_.SetText(kRoleNotice, kCopiedNotice);
-}
-
-// Only the table already at hand: this runs on the interface thread, which must not wait on
-// the service.
-void App::RefreshStatusLine() {
-  ShowLookupStatus(session_.IsSignedIn(), session_.GetGames(false, 0), Context(), chat_);
-}
-
-void App::OnProgressSnapshot(GameLookupResult* snapshot) {
-  const std::unique_ptr<GameLookupResult> owned(snapshot);
-  if (!owned) return;
-  if (ShowProgressStatus(FactsOf(*owned), Context(), chat_) == ProgressUse::kOtherGame) {
-    Log(kLogInfo, L"discarding a progress snapshot for '%hs'; current game is '%hs'",
-        owned->key.c_str(), shell_.game_key.c_str());
-  }
+  if (tray_) tray_->RemoveTrayIcon();
+  drawer_.ReleaseGraphics();
+  window_.Destroy();
+  Log(kLogInfo, L"shutdown");
+  CloseLog();
 }
 
 }  // namespace qn

@@ -2,12 +2,11 @@
 
 #include <objbase.h>
 
+#include "app/app.h"
 #include "app/single_instance.h"
-#include "core/data_dir.h"
 #include "core/handles.h"
-#include "core/log.h"
 
-int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE, PWSTR, int) {
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
   const qn::ComApartment com(COINIT_MULTITHREADED);
   if (!com) {
     // Nothing can work without COM; a non-continuable exception carrying the HRESULT takes
@@ -18,8 +17,9 @@ int WINAPI wWinMain(HINSTANCE /*instance*/, HINSTANCE, PWSTR, int) {
     qn::NotifyRunningInstance();
     return 0;
   }
-  qn::MigratePreRenameState();
-  qn::OpenLog();
-  qn::Log(qn::kLogInfo, L"no application object in this build; exiting");
-  return 0;
+  qn::App app(instance);
+  const bool running = app.Init();
+  const int exit_code = running ? app.Run() : 1;
+  app.Shutdown();
+  return exit_code;
 }

@@ -100,6 +100,7 @@ TurnEffects ChatTurns::Apply(ChatTurnId turn, const std::string* event,
 // The chime tells a player who closed the drawer mid-answer that it is complete; one who
 // reopened it meanwhile has seen that already.
 TurnEffects ChatTurns::End(const TurnContext& context, ChatModel& model) {
+  ended_ = current_;
   if (context.view_ready) model.FinishAnswer();
   TurnEffects effects;
   effects.play_chime = context.chime_pending && !context.drawer_open && context.sound_enabled;

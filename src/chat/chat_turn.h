@@ -58,11 +58,14 @@ class ChatTurns {
   // One posted message of `turn`: an event's JSON text, or null for the end of the turn.
   TurnEffects Apply(ChatTurnId turn, const std::string* event, const TurnContext& context,
                     ChatModel& model);
+  // A turn was taken and its end has not arrived yet.
+  bool Running() const { return current_ != ended_; }
 
  private:
   TurnEffects End(const TurnContext& context, ChatModel& model);
 
   ChatTurnId current_ = 0;
+  ChatTurnId ended_ = 0;
 };
 
 // The status line while the game's progress is looked up: the catalogue's title for the

@@ -20,6 +20,8 @@ struct PostedMessage {
 template <typename T>
 bool PostOwned(HWND window, PostedMessage<T> message, std::unique_ptr<T> payload,
                LPARAM tag = 0) {
+  // A null window would make it a thread message, which no window procedure ever frees.
+  if (!window) return false;
   if (!PostMessageW(window, message.id, reinterpret_cast<WPARAM>(payload.get()), tag)) {
     return LogLastError(L"PostMessageW", kLogWarn);
   }

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace qn::test {
 
@@ -51,8 +52,9 @@ struct ProcessResult {
   bool finished = false;
   DWORD exit_code = 0;
 };
-// Starts a program and waits for it, at most timeout_ms.
+// Starts a program and waits for it, at most timeout_ms. With `boxes`, each message box the
+// program shows is answered with OK as it appears, and its text kept there.
 ProcessResult RunProcess(const std::wstring& program, const std::wstring& arguments,
-                         DWORD timeout_ms);
+                         DWORD timeout_ms, std::vector<std::wstring>* boxes = nullptr);
 
 }  // namespace qn::test

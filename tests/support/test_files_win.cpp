@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
+#include <string_view>
 
 namespace qn::test {
 
@@ -73,8 +74,45 @@ std::optional<std::wstring> HintwickExePath() {
   return std::wstring(buffer, length);
 }
 
+namespace {
+
+struct BoxSearch {
+  DWORD process_id;
+  std::vector<std::wstring>* texts;
+};
+
+BOOL CALLBACK AnswerBox(HWND window, LPARAM search_address) {
+  const auto& search = *reinterpret_cast<const BoxSearch*>(search_address);
+  DWORD owner = 0;
+  GetWindowThreadProcessId(window, &owner);
+  wchar_t kind[16] = {};
+  if (owner != search.process_id || !IsWindowVisible(window) || !GetClassNameW(window, kind, 16) ||
+      std::wstring_view(kind) != L"#32770") {
+    return TRUE;
+  }
+  wchar_t text[1024] = {};
+  GetDlgItemTextW(window, 0xFFFF, text, 1024);  // a message box's static text
+  search.texts->push_back(text);
+  SendMessageW(window, WM_COMMAND, IDOK, 0);
+  return TRUE;
+}
+
+// Polled: a message box of another process announces itself to nobody.
+bool WaitAnsweringBoxes(HANDLE process, DWORD process_id, DWORD timeout_ms,
+                        std::vector<std::wstring>* boxes) {
+  const ULONGLONG deadline = GetTickCount64() + timeout_ms;
+  BoxSearch search{process_id, boxes};
+  while (WaitForSingleObject(process, boxes ? 50 : timeout_ms) == WAIT_TIMEOUT) {
+    if (!boxes || GetTickCount64() > deadline) return false;
+    EnumWindows(&AnswerBox, reinterpret_cast<LPARAM>(&search));
+  }
+  return true;
+}
+
+}  // namespace
+
 ProcessResult RunProcess(const std::wstring& program, const std::wstring& arguments,
-                         DWORD timeout_ms) {
+                         DWORD timeout_ms, std::vector<std::wstring>* boxes) {
   std::wstring command_line = L"\"" + program + L"\" " + arguments;
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
@@ -86,7 +124,7 @@ ProcessResult RunProcess(const std::wstring& program, const std::wstring& argume
   const UniqueKernelHandle thread(process.hThread);
   const UniqueKernelHandle handle(process.hProcess);
   ProcessResult result;
-  result.finished = WaitForSingleObject(handle.get(), timeout_ms) == WAIT_OBJECT_0;
+  result.finished = WaitAnsweringBoxes(handle.get(), process.dwProcessId, timeout_ms, boxes);
   if (result.finished) {
     GetExitCodeProcess(handle.get(), &result.exit_code);
   } else {

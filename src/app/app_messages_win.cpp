@@ -1,0 +1,81 @@
+// The message window's table: what reaches the interface thread and which part takes it.
+#include "app/app.h"
+#include "app/key_capture.h"
+#include "app/messages.h"
+#include "app/tray_menu.h"
+#include "core/log.h"
+#include "core/settings.h"
+
+namespace qn {
+namespace {
+
+constexpr WPARAM kHotkeyId = 1;
+
+}  // namespace
+
+void App::ConnectMessages() {
+  window_.On(WM_DESTROY, [](WPARAM, LPARAM) { PostQuitMessage(0); });
+  window_.On(WM_HOTKEY, [this](WPARAM id, LPARAM) {
+    if (id == kHotkeyId) drawer_.Toggle();
+  });
+  window_.OnTimer(kTickTimer, [this] {
+    drawer_.Tick();
+    conversation_.SendSubmitted();
+  });
+  window_.OnTimer(kIdleReleaseTimer, [this] { drawer_.ReleaseIdleGraphics(); });
+  window_.On(kMsgAlreadyRunning, [this](WPARAM, LPARAM) {
+    if (tray_) tray_->ShowTrayBalloon(kBalloonAlreadyRunning);
+  });
+  window_.OnPosted<KeyEventRecord>(kMsgCapturedKey, [this](auto record, LPARAM) {
+    if (record) OnCapturedKey(*record);
+  });
+  ConnectTray();
+  ConnectWorkers();
+}
+
+void App::ConnectTray() {
+  window_.On(kTrayCallbackMessage, [this](WPARAM, LPARAM lparam) {
+    const UINT mouse = LOWORD(lparam);
+    if (mouse == WM_RBUTTONUP || mouse == WM_CONTEXTMENU) {
+      const Settings settings = session_.CurrentSettings();
+      tray_->ShowTrayMenu(HotkeyText(settings.hotkey_mods, settings.hotkey_vk),
+                          session_.IsSignedIn());
+    } else if (mouse == WM_LBUTTONDBLCLK) {
+      drawer_.Toggle();
+    }
+  });
+  window_.OnCommand(kCmdExit, [] { PostQuitMessage(0); });
+  // The account window and the updater arrive with their own builds.
+  window_.OnCommand(kCmdAccount, [this] {
+    drawer_.Close();
+    Log(kLogInfo, L"account and settings window requested; not in this build");
+  });
+  window_.OnCommand(kCmdCheckForUpdates, [this] {
+    drawer_.Close();
+    Log(kLogInfo, L"update check requested; not in this build");
+  });
+}
+
+void App::ConnectWorkers() {
+  window_.OnPosted<std::string>(kMsgChatEvent, [this](auto event, LPARAM turn) {
+    conversation_.OnChatEvent(static_cast<ChatTurnId>(turn), std::move(event));
+  });
+  window_.OnPosted<GameLookupResult>(kMsgProgressSnapshot, [this](auto snapshot, LPARAM) {
+    conversation_.OnProgressSnapshot(std::move(snapshot));
+  });
+}
+
+void App::OnCapturedKey(const KeyEventRecord& record) {
+  switch (UseOfKeyRecord(record, drawer_.IsOpen(), drawer_.Facts().view_ready)) {
+    case KeyRecordUse::kCloseDrawer:
+      drawer_.Close();
+      break;
+    case KeyRecordUse::kType:
+      TypeKeyRecord(record, conversation_.Model());
+      break;
+    case KeyRecordUse::kIgnore:
+      break;
+  }
+}
+
+}  // namespace qn

@@ -1,0 +1,210 @@
+// The application object started for real under Wine: its refusals, its start-up, its
+// message table and the chat turns through it against the fake service. Wine has no window
+// capture, so the start checks are the tests' to answer.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "app/app.h"
+#include "app/messages.h"
+#include "app/tray_menu.h"
+#include "chat/chime.h"
+#include "net/session_fixture.h"
+
+namespace qn {
+namespace {
+
+using Lines = std::vector<std::wstring>;
+using test::Reply;
+
+uint32_t Windows10() { return 19045; }
+uint32_t Build18361() { return 18361; }
+bool Supported() { return true; }
+bool Unsupported() { return false; }
+
+// Closes each message box of this thread as it opens and keeps its text. A box may be
+// activated more than once before it goes.
+std::vector<std::wstring> g_boxes;
+HWND g_last_box = nullptr;
+HHOOK g_box_hook = nullptr;
+LRESULT CALLBACK CloseBoxes(int code, WPARAM wparam, LPARAM lparam) {
+  const auto box = reinterpret_cast<HWND>(wparam);
+  wchar_t kind[16] = {};
+  if (code == HCBT_ACTIVATE && box != g_last_box && GetClassNameW(box, kind, 16) &&
+      std::wstring_view(kind) == L"#32770") {
+    g_last_box = box;
+    wchar_t text[1024] = {};
+    GetDlgItemTextW(box, 0xFFFF, text, 1024);  // the static control of a message box
+    g_boxes.push_back(text);
+    PostMessageW(box, WM_COMMAND, IDOK, 0);
+  }
+  return CallNextHookEx(g_box_hook, code, wparam, lparam);
+}
+
+int g_plays = 0, g_now = 0;
+ULONGLONG WINAPI SteppingClock() { return g_now += 10000; }
+BOOL WINAPI CountingPlayer(LPCWSTR sound, HMODULE, DWORD) {
+  if (sound) ++g_plays;
+  return TRUE;
+}
+
+std::string Token(const std::string& text) { return R"({"type":"token","text":")" + text + "\"}"; }
+
+class AppTest : public SessionFixture {
+ protected:
+  void SetUp() override {
+    SessionFixture::SetUp();
+    g_box_hook = SetWindowsHookExW(WH_CBT, &CloseBoxes, nullptr, GetCurrentThreadId());
+    g_boxes.clear();
+    SetChimeHooks(&SteppingClock, &CountingPlayer);
+    g_plays = 0;
+  }
+  void TearDown() override {
+    app_.reset();
+    SetChimeHooks(nullptr, nullptr);
+    UnhookWindowsHookEx(g_box_hook);
+    SessionFixture::TearDown();
+  }
+
+  // Signed in as "a1" against the fake when asked; the log goes to the data directory as in
+  // the program, until `log_` takes it back.
+  bool Start(StartChecks checks = {&Windows10, &Supported, 200}, bool signed_in = true) {
+    if (signed_in) {
+      TokenStore::Save("r0");
+      fake_->Script("POST", "/v1/auth/refresh", Reply(200, R"({"access_token":"a1"})"));
+    }
+    WriteConfig();
+    app_ = std::make_unique<App>(GetModuleHandleW(nullptr), checks);
+    const bool started = app_->Init();
+    startup_log_ = test::ReadFileBytes(StatePath(L"hintwick.log")).value_or("");
+    log_.Clear();
+    return started;
+  }
+
+  // Dispatches what arrives until `done` holds or a generous deadline passes.
+  template <typename Done>
+  bool PumpUntil(Done done) {
+    MSG message;
+    for (const ULONGLONG deadline = GetTickCount64() + 20000; !done();) {
+      if (GetTickCount64() > deadline) return false;
+      MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
+      while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
+    }
+    return true;
+  }
+  void Post(UINT message, WPARAM wparam = 0, LPARAM lparam = 0) {
+    PostMessageW(app_->MessageWindow(), message, wparam, lparam);
+  }
+  void PostKey(uint32_t key) {
+    auto record = std::make_unique<KeyEventRecord>();
+    record->key = key;
+    PostOwned(app_->MessageWindow(), kMsgCapturedKey, std::move(record));
+  }
+  Lines Said() const {
+    Lines lines;
+    for (const ChatMessage& m : app_->Chat().Model().Messages()) {
+      if (m.raw != kHintText) lines.push_back(std::to_wstring(m.role) + L":" + m.raw);
+    }
+    return lines;
+  }
+
+  std::unique_ptr<App> app_;
+  std::string startup_log_;
+};
+
+TEST_F(AppTest, AnUnsupportedSystemIsToldWhyAndNothingStarts) {
+  const struct {
+    StartChecks checks;
+    const char* logged;
+    const wchar_t* box_starts;
+  } cases[] = {
+      {{&Build18361, &Supported}, "ERROR unsupported OS: build 18361, need 18362+",
+       L"Hintwick needs Windows 10 version 1903 or newer.\n\nThe drawer's blurred backdrop"},
+      {{&Windows10, &Unsupported}, "ERROR Windows.Graphics.Capture reports unsupported",
+       L"Screen capture is unavailable on this system, so the drawer cannot be drawn."},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.logged);
+    g_boxes.clear();
+    EXPECT_FALSE(Start(c.checks, false));
+    EXPECT_NE(startup_log_.find(c.logged), std::string::npos) << startup_log_;
+    ASSERT_EQ(g_boxes.size(), 1u) << testing::PrintToString(g_boxes);
+    EXPECT_EQ(g_boxes[0].rfind(c.box_starts, 0), 0u) << g_boxes[0];
+    EXPECT_EQ(FindWindowExW(HWND_MESSAGE, nullptr, L"HintwickMessageWindow", nullptr), nullptr);
+    EXPECT_TRUE(fake_->Requests().empty()) << "no session before the checks pass";
+    app_.reset();
+  }
+}
+
+// The start-up lines in order, then the hotkey, the tray's double click and Escape open and
+// close the drawer, whose graphics go once the idle delay has passed, unless it reopens.
+TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
+  ASSERT_TRUE(Start());
+  size_t at = 0;
+  for (const char* line : {"INFO  initialised (build 19045); waiting for hotkey",
+                           "INFO  access token refreshed"}) {
+    at = startup_log_.find(line, at);
+    EXPECT_NE(at, std::string::npos) << line << "\n" << startup_log_;
+  }
+  const DrawerControl& drawer = app_->Drawer();
+  Post(WM_HOTKEY, 1);
+  ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
+  PostKey('A');
+  PostKey(27);
+  ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
+  EXPECT_EQ(app_->Chat().Model().Input(), L"a");
+  Post(kTrayCallbackMessage, 0, WM_LBUTTONDBLCLK);
+  ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
+  Post(WM_HOTKEY, 1);
+  ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
+  PostKey('B');  // the drawer is closed: nothing is typed
+  Post(WM_HOTKEY, 1);
+  Post(WM_HOTKEY, 1);  // reopened and closed again: the release waits its full delay anew
+  ASSERT_TRUE(PumpUntil([&] { return log_.Has("idle: released GPU stack and drawer window"); }));
+  EXPECT_FALSE(app_->Drawer().Facts().window_exists);
+  EXPECT_EQ(app_->Chat().Model().Input(), L"a");
+  EXPECT_EQ(log_.Count("INFO  drawer opened"), 3u);
+  EXPECT_EQ(log_.Count("idle: released"), 1u);
+
+  Post(WM_COMMAND, kCmdExit);
+  EXPECT_EQ(app_->Run(), 0);
+}
+
+TEST_F(AppTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
+  const std::string memory = R"({"type":"memory","stage":"act 2","changes":["found the key"]})";
+  test::ScriptedReply answer = Reply(200, "data: " + Token("Go **north**") + "\n\ndata: " +
+                                               memory + "\n\ndata: {\"type\":\"done\"}\n\n");
+  answer.headers = {{"Content-Type", "text/event-stream"}};
+  fake_->Script("POST", "/v1/chat", answer);
+  test::WriteFileBytes(StatePath(L"games.json"), R"([{"slug":"g","display_name":"G \u00e9"}])");
+  ASSERT_TRUE(Start());
+  Conversation& chat = app_->Chat();
+  app_->Drawer().FollowGame("g");
+  app_->Drawer().Open();
+  chat.RefreshStatusLine();
+  EXPECT_EQ(chat.Model().StatusLine(), L"G \u00e9 \u2014 checking\u2026");
+
+  chat.SendPrompt(L"caf\u00e9 \"x\"");
+  app_->Drawer().Close();  // mid-answer: its end chimes
+  ASSERT_TRUE(PumpUntil([&] { return !chat.Model().Waiting() && g_plays > 0; }));
+  EXPECT_EQ(RequestsTo("/v1/chat").at(0).body,
+            "{\"game\":\"g\",\"message\":\"caf\xC3\xA9 \\\"x\\\"\"}");
+  EXPECT_EQ(Said(), (Lines{L"1:Go **north**", L"2:Noted \u2014 found the key"}));
+  EXPECT_EQ(g_plays, 1);
+  EXPECT_EQ(chat.Model().StatusLine(), L"g \u2014 act 2");
+
+  chat.CopyAnswer();
+  EXPECT_EQ(Said().back(), L"2:Answer copied.");
+  auto other = std::make_unique<GameLookupResult>();
+  other->key = "h";
+  chat.OnProgressSnapshot(std::move(other));
+  EXPECT_TRUE(Logged("INFO  discarding a progress snapshot for 'h'; current game is 'g'\r\n"));
+}
+
+}  // namespace
+}  // namespace qn
