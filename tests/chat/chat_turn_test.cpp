@@ -112,6 +112,7 @@ TEST(ChatTurns, AnEndMarkOfAnEarlierTurnLeavesTheNewAnswerAlone) {
   chat.Deliver(Token("one"));
   chat.Ask();
   EXPECT_EQ(chat.Deliver(kEnd, kClosedMidAnswer, 1), TurnEffects{}) << "no chime, no timer yet";
+  EXPECT_TRUE(chat.turns.Running());
   chat.Deliver(Token("late"), {"g", true}, 1);
   EXPECT_TRUE(chat.model.Waiting());
   chat.Deliver(Token("two"));
@@ -119,6 +120,7 @@ TEST(ChatTurns, AnEndMarkOfAnEarlierTurnLeavesTheNewAnswerAlone) {
   chat.Ask(false);
   chat.Deliver(Token(" more"));
   EXPECT_EQ(chat.Deliver(kEnd, kClosedMidAnswer), (TurnEffects{true, true, true}));
+  EXPECT_FALSE(chat.turns.Running());
   EXPECT_EQ(chat.Conversation(), (Lines{L"1:one", L"1:two", L"1: more"}));
   EXPECT_FALSE(chat.model.Waiting());
 }
