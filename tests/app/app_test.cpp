@@ -15,6 +15,7 @@
 #include "app/tray_menu.h"
 #include "chat/chime.h"
 #include "net/session_fixture.h"
+#include "support/fake_tray_win.h"
 
 namespace qn {
 namespace {
@@ -173,6 +174,34 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
 
   Post(WM_COMMAND, kCmdExit);
   EXPECT_EQ(app_->Run(), 0);
+}
+
+// The start balloon says how to open the drawer, or that the tray is the way when another
+// program holds the hotkey; a second start is answered with a note on the icon.
+TEST_F(AppTest, TheBalloonsSayHowToOpenTheDrawer) {
+  if (!test::UnderWine()) GTEST_SKIP() << "reads the notification area in Wine's own format";
+  for (const bool hotkey_taken : {false, true}) {
+    SCOPED_TRACE(hotkey_taken ? "hotkey taken" : "hotkey free");
+    test::FakeTray tray;
+    ASSERT_TRUE(tray.IsTheOneFound());
+    const UniqueHwnd holder(test::CreateTestWindow(L"HintwickHotkeyHolder", &DefWindowProcW, 0,
+                                                   HWND_MESSAGE));
+    EXPECT_EQ(hotkey_taken && RegisterHotKey(holder.get(), 7, MOD_SHIFT | MOD_ALT, 'X'),
+              hotkey_taken);
+    ASSERT_TRUE(Start());
+    Post(kMsgAlreadyRunning);
+    ASSERT_TRUE(PumpUntil([&] { return tray.received.size() >= 3; }));
+    const auto& added = tray.received[0];
+    EXPECT_EQ(added.message, static_cast<ULONG_PTR>(NIM_ADD));
+    EXPECT_EQ(added.owner, app_->MessageWindow());
+    EXPECT_EQ(added.callback, kTrayCallbackMessage);
+    EXPECT_EQ(tray.received[1].info, hotkey_taken ? kBalloonHotkeyTaken : kBalloonRunning);
+    EXPECT_EQ(tray.received[2].info, kBalloonAlreadyRunning);
+    app_.reset();
+    EXPECT_EQ(tray.received.back().message, static_cast<ULONG_PTR>(NIM_DELETE));
+    UnregisterHotKey(holder.get(), 7);
+    Reset();
+  }
 }
 
 TEST_F(AppTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
