@@ -39,6 +39,8 @@ class App {
   int Run();
   // Safe to run more than once, and after a failed Init.
   void Shutdown();
+  // The account and settings window saved new settings into the session.
+  void OnSettingsApplied();
 
   HWND MessageWindow() const { return window_.get(); }
   Conversation& Chat() { return conversation_; }
@@ -54,6 +56,7 @@ class App {
   void ConnectWorkers();
   void OnCapturedKey(const KeyEventRecord& record);
   void ShowStartBalloon();
+  void ApplyDrawerAndSound(const Settings& settings);
 
   HINSTANCE instance_ = nullptr;
   StartChecks checks_;

@@ -67,8 +67,7 @@ bool App::Init() {
   if (settings.hotkey_mods != kDefaultHotkeyMods || settings.hotkey_vk != kDefaultHotkeyVk) {
     RegisterHotkey();
   }
-  drawer_.SetHeightFraction(settings.drawer_pct / 100.0);
-  BuildChime(settings.sound_volume);
+  ApplyDrawerAndSound(settings);
   if (!established) {
     Log(kLogWarn, L"session not established: %hs", ServiceFailureText(session_.LastFailure()));
   }
@@ -101,6 +100,20 @@ void App::RegisterHotkey() {
   if (!hotkey_->RegisterAppHotkey(settings.hotkey_mods, settings.hotkey_vk)) {
     Log(kLogWarn, L"no hotkey could be registered; the drawer can only be opened from the tray");
   }
+}
+
+void App::ApplyDrawerAndSound(const Settings& settings) {
+  drawer_.SetHeightFraction(settings.drawer_pct / 100.0);
+  BuildChime(settings.sound_volume);
+}
+
+// The blur strength is only logged: the backdrop always goes through the whole blur chain.
+void App::OnSettingsApplied() {
+  RegisterHotkey();
+  const Settings settings = session_.CurrentSettings();
+  ApplyDrawerAndSound(settings);
+  Log(kLogInfo, L"settings applied: drawer %d%%, blur %d%%", settings.drawer_pct,
+      settings.blur_pct);
 }
 
 void App::ShowStartBalloon() {

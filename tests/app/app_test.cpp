@@ -143,7 +143,8 @@ TEST_F(AppTest, AnUnsupportedSystemIsToldWhyAndNothingStarts) {
 }
 
 // The start-up lines in order, then the hotkey, the tray's double click and Escape open and
-// close the drawer, whose graphics go once the idle delay has passed, unless it reopens.
+// close the drawer, which takes typing only while open and whose graphics go once the idle
+// delay has passed, unless it reopens.
 TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   ASSERT_TRUE(Start());
   size_t at = 0;
@@ -156,9 +157,13 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   Post(WM_HOTKEY, 1);
   ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
   PostKey('A');
+  PostKey(13);  // the tick sends what Enter submitted
+  ASSERT_TRUE(PumpUntil([&] { return !RequestsTo("/v1/chat").empty(); }));
+  EXPECT_EQ(RequestsTo("/v1/chat")[0].body, R"({"game":"","message":"a"})");
+  PostKey('C');
   PostKey(27);
   ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
-  EXPECT_EQ(app_->Chat().Model().Input(), L"a");
+  EXPECT_EQ(app_->Chat().Model().Input(), L"c");
   Post(kTrayCallbackMessage, 0, WM_LBUTTONDBLCLK);
   ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
   Post(WM_HOTKEY, 1);
@@ -168,9 +173,13 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   Post(WM_HOTKEY, 1);  // reopened and closed again: the release waits its full delay anew
   ASSERT_TRUE(PumpUntil([&] { return log_.Has("idle: released GPU stack and drawer window"); }));
   EXPECT_FALSE(app_->Drawer().Facts().window_exists);
-  EXPECT_EQ(app_->Chat().Model().Input(), L"a");
+  EXPECT_EQ(app_->Chat().Model().Input(), L"c");
   EXPECT_EQ(log_.Count("INFO  drawer opened"), 3u);
   EXPECT_EQ(log_.Count("idle: released"), 1u);
+
+  app_->OnSettingsApplied();
+  EXPECT_TRUE(log_.Has("INFO  hotkey registered: Shift+Alt+X"));
+  EXPECT_TRUE(log_.Has("INFO  settings applied: drawer 33%, blur 100%"));
 
   Post(WM_COMMAND, kCmdExit);
   EXPECT_EQ(app_->Run(), 0);
