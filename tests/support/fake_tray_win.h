@@ -33,7 +33,6 @@ struct Notification {
   HWND owner;
   UINT id, flags, callback;
   std::wstring tip, info, info_title;
-  DWORD info_flags;
   UINT icon_width;
 };
 
@@ -65,7 +64,6 @@ class FakeTray {
   }
 
   std::vector<Notification> received;
-  bool refuse = false;
 
  private:
   static LRESULT CALLBACK Proc(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
@@ -80,9 +78,8 @@ class FakeTray {
     GetWindowThreadProcessId(owner, &process);
     if (process != GetCurrentProcessId()) return TRUE;
     self->received.push_back({copy->dwData, owner, data.id, data.flags, data.callback_message,
-                              data.tip, data.info, data.info_title, data.info_flags,
-                              data.icon_width});
-    return self->refuse ? FALSE : TRUE;
+                              data.tip, data.info, data.info_title, data.icon_width});
+    return TRUE;
   }
 
   UniqueHwnd window_;
