@@ -105,6 +105,7 @@ void App::RegisterHotkey() {
 void App::ApplyDrawerAndSound(const Settings& settings) {
   drawer_.SetHeightFraction(settings.drawer_pct / 100.0);
   BuildChime(settings.sound_volume);
+  conversation_.SetSoundEnabled(settings.sound_enabled);
 }
 
 // The blur strength is only logged: the backdrop always goes through the whole blur chain.

@@ -82,7 +82,7 @@ void Conversation::OnChatEvent(ChatTurnId turn, std::unique_ptr<std::string> eve
 TurnContext Conversation::Context(const DrawerFacts& drawer) const {
   return {drawer.game_key,      drawer.view_ready,
           drawer.open,          drawer.window_exists,
-          chime_pending_,       session_.CurrentSettings().sound_enabled};
+          chime_pending_,       sound_enabled_};
 }
 
 void Conversation::CarryOut(const TurnEffects& effects) {

@@ -47,6 +47,8 @@ class Conversation {
   void CopyAnswer();
   // Only the catalogue already at hand: the interface thread must not wait on the service.
   void RefreshStatusLine();
+  // Set with the chime's volume, at start and when settings are applied.
+  void SetSoundEnabled(bool enabled) { sound_enabled_ = enabled; }
   // An answer still streaming when the drawer closes chimes when it ends.
   void OnDrawerClosed() { chime_pending_ = turns_.Running(); }
 
@@ -61,6 +63,7 @@ class Conversation {
   ChatView view_{model_};
   ChatTurns turns_;
   bool chime_pending_ = false;
+  bool sound_enabled_ = true;
 };
 
 }  // namespace qn

@@ -95,11 +95,15 @@ AppHotkey::AppHotkey(HWND message_window, HINSTANCE instance)
 
 AppHotkey::~AppHotkey() { Remove(); }
 
-bool AppHotkey::RegisterAppHotkey(uint32_t modifiers, uint32_t key) {
+void AppHotkey::Unregister() {
   if (registered_ && !UnregisterHotKey(window_, kHotkeyId)) {
     LogLastError(L"UnregisterHotKey", kLogWarn);
   }
   registered_ = false;
+}
+
+bool AppHotkey::RegisterAppHotkey(uint32_t modifiers, uint32_t key) {
+  Unregister();
   g_hotkey = {modifiers, key};
   if (RegisterHotKey(window_, kHotkeyId, modifiers | MOD_NOREPEAT, key)) {
     registered_ = true;
@@ -121,10 +125,7 @@ bool AppHotkey::RegisterAppHotkey(uint32_t modifiers, uint32_t key) {
 }
 
 void AppHotkey::Remove() {
-  if (registered_ && !UnregisterHotKey(window_, kHotkeyId)) {
-    LogLastError(L"UnregisterHotKey", kLogWarn);
-  }
-  registered_ = false;
+  Unregister();
   g_fallback_target = nullptr;
   fallback_.reset();
 }

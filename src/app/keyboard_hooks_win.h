@@ -31,6 +31,8 @@ class AppHotkey {
   void Remove();
 
  private:
+  void Unregister();
+
   HWND window_;
   HINSTANCE instance_;
   bool registered_ = false;

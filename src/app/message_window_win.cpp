@@ -4,6 +4,7 @@
 
 #include "app/single_instance.h"
 #include "core/log.h"
+#include "core/os.h"
 
 namespace qn {
 
@@ -13,8 +14,7 @@ bool MessageWindow::Create(HINSTANCE instance) {
   window_class.lpfnWndProc = &Procedure;
   window_class.hInstance = instance;
   window_class.lpszClassName = kMessageWindowClass;
-  // An earlier application object of this process may have registered it already.
-  if (!RegisterClassExW(&window_class) && GetLastError() != ERROR_CLASS_ALREADY_EXISTS) {
+  if (!EnsureWindowClass(window_class)) {
     Log(kLogError, L"message window creation failed: %lu", GetLastError());
     return false;
   }

@@ -5,6 +5,7 @@
 
 #include "app/tray_menu.h"
 #include "core/failure_log.h"
+#include "core/os.h"
 
 namespace qn {
 namespace {
@@ -57,16 +58,17 @@ UINT TrackMenu(HMENU menu, HWND owner) {
   return static_cast<UINT>(command);
 }
 
-// A class already registered by an earlier icon is fine. Without a listener the icon still
-// works, but is lost to a shell restart and its menu may stay open when the user clicks away.
+// Without a listener the icon still works, but is lost to a shell restart and its menu may stay open when the user clicks away.
 UniqueHwnd CreateListener(HINSTANCE instance, WNDPROC proc) {
   WNDCLASSEXW window_class = {};
   window_class.cbSize = sizeof(window_class);
   window_class.lpfnWndProc = proc;
   window_class.hInstance = instance;
   window_class.lpszClassName = kTrayListenerClass;
-  if (!RegisterClassExW(&window_class) && GetLastError() != ERROR_CLASS_ALREADY_EXISTS)
+  if (!EnsureWindowClass(window_class)) {
     LogLastError(L"RegisterClassExW", kLogWarn);
+    return UniqueHwnd();
+  }
   UniqueHwnd listener(CreateWindowExW(WS_EX_TOOLWINDOW, kTrayListenerClass, L"", WS_POPUP, 0, 0, 0,
                                       0, nullptr, nullptr, instance, nullptr));
   if (!listener) LogLastError(L"CreateWindowExW", kLogWarn);

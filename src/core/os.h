@@ -22,6 +22,9 @@ constexpr uint32_t kMinimumOsBuild = 18362;
 OsVersion GetOsVersion();
 bool IsOsSupported();
 unsigned GetWindowDpi(HWND window);
+// Registers the class, or finds it registered by an earlier object of this process. False
+// with GetLastError set when it cannot be had.
+bool EnsureWindowClass(const WNDCLASSEXW& window_class);
 std::wstring ErrorText(uint32_t code);
 #endif
 

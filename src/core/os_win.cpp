@@ -43,4 +43,8 @@ std::wstring ErrorText(uint32_t code) {
   return std::wstring(hex) + L" (" + text + L")";
 }
 
+bool EnsureWindowClass(const WNDCLASSEXW& window_class) {
+  return RegisterClassExW(&window_class) != 0 || GetLastError() == ERROR_CLASS_ALREADY_EXISTS;
+}
+
 }  // namespace qn
