@@ -1,0 +1,58 @@
+#pragma once
+// Which window the drawer opens over, how, and what follows when the foreground moves: the
+// decisions of the drawer control that need no window to make.
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "gfx/blur_plan.h"
+#include "gfx/drawer_geometry.h"
+
+namespace qn {
+
+enum class WindowMode : uint8_t { kWindowed = 0, kBorderless = 1, kExclusive = 2 };
+
+// `d3d_fullscreen`: the shell says a Direct3D full-screen application runs; false also when
+// it cannot say, so that an unreadable state never keeps the drawer from a borderless game.
+WindowMode ModeOf(const ScreenRect& window, const ScreenRect& monitor, bool d3d_fullscreen);
+
+struct TargetGeometry {
+  WindowMode mode = WindowMode::kWindowed;
+  ScreenRect target;  // the monitor for a game covering it, else the window
+  ScreenRect drawer;
+};
+TargetGeometry PlanTarget(const ScreenRect& window, const ScreenRect& monitor, bool d3d_fullscreen,
+                          uint32_t dpi, double fraction);
+
+// The last component of a path, whichever separator it uses.
+std::wstring_view FileNameOf(std::wstring_view path);
+bool IsShellExecutable(std::wstring_view path);
+
+// The catalogue key of a game, from its executable: the file name without its ".exe" ending,
+// lower-cased, so that "EldenRing.EXE" and "eldenring.exe" are one game; "unknown" when
+// there is no name to go by.
+std::string GameIdentity(std::wstring_view executable_path);
+inline constexpr char kUnknownGame[] = "unknown";
+
+enum class ForegroundOutcome : uint8_t {
+  kFollowGame,  // the drawer is closed: the new window is the game to open over
+  kDismiss,     // the player went somewhere else while the drawer was open
+  kKeep,
+};
+ForegroundOutcome OnForegroundChange(bool drawer_open, bool closing, bool drawer_or_target);
+
+// What the target process's token says of its integrity level.
+struct TargetIntegrity {
+  bool access_denied = false;  // itself a sign of a process above ours
+  std::optional<uint32_t> level;
+};
+// A low-level keyboard hook sees nothing typed into a process above its own integrity level,
+// so the typing would go on reaching the game.
+bool KeysHiddenFromHook(const TargetIntegrity& target, uint32_t own_level);
+
+// The drawer's strip in the pixels of a frame of `captured` (the screen area the frames
+// show), which the system may deliver at another size than the window's.
+PixelRect CropInFrame(const ScreenRect& drawer, const ScreenRect& captured, PixelSize frame);
+
+}  // namespace qn
