@@ -10,6 +10,7 @@
 
 #include "core/handles.h"
 #include "gfx/capture_policy.h"
+#include "gfx/frame_source.h"
 #include "gfx/winrt_capture_abi.h"
 
 namespace qn {
@@ -23,10 +24,10 @@ struct CaptureSources {
   uint64_t (*now)() = nullptr;  // milliseconds of a monotonic clock; null for the system's
 };
 
-class Capture {
+class Capture : public FrameSource {
  public:
   Capture() = default;
-  ~Capture();
+  ~Capture() override;
   Capture(const Capture&) = delete;
   Capture& operator=(const Capture&) = delete;
 
@@ -35,17 +36,17 @@ class Capture {
 
   // Capture stays off when these return false; each failed call has been logged.
   // The device is the renderer's; frames are copied on its immediate context.
-  bool Start(HWND window, ID3D11Device* device, int throttle_hz, int divisor);
+  bool Start(HWND window, ID3D11Device* device, int throttle_hz, int divisor) override;
   bool Start(const CaptureSources& sources, ID3D11Device* device, int throttle_hz, int divisor);
-  void Stop();
+  void Stop() override;
 
   // The newest frame copied into a texture the renderer can sample; when no frame came
   // since the last call, the previous texture again (or empty). Tick thread only.
-  ComPtr<ID3D11Texture2D> TakeLatest();
+  ComPtr<ID3D11Texture2D> TakeLatest() override;
 
-  FrameCounts Counts() const;
+  FrameCounts Counts() const override;
   // The capture item reported its window gone.
-  bool Closed() const;
+  bool Closed() const override;
 
  private:
   // Shared with the frame callbacks, which may outlive a Stop by one call.

@@ -1,13 +1,12 @@
 #pragma once
 // The panel that slides up over the bottom of the game. It is a top-most popup that never
 // takes the focus from the game (a game without focus often stops presenting, and the
-// backdrop is made of its frames); its only content is a composition visual holding a
-// premultiplied flip-model swap chain, so nothing of the window itself is ever painted.
+// backdrop is made of its frames); its only content is a premultiplied flip-model swap
+// chain, shown by a DrawerSurface, so nothing of the window itself is ever painted.
 #include <windows.h>
 
 #include <d2d1_1.h>
 #include <d3d11.h>
-#include <dcomp.h>
 #include <dwrite.h>
 #include <dxgi1_2.h>
 
@@ -18,6 +17,7 @@
 #include "core/handles.h"
 #include "gfx/blur_plan.h"
 #include "gfx/drawer_geometry.h"
+#include "gfx/drawer_surface.h"
 
 namespace qn {
 
@@ -53,7 +53,8 @@ class DrawerWindow {
   DrawerWindow(const DrawerWindow&) = delete;
   DrawerWindow& operator=(const DrawerWindow&) = delete;
 
-  bool Create(HINSTANCE instance, Renderer* renderer);
+  // The surface outlives the window; without one nothing is created.
+  bool Create(HINSTANCE instance, Renderer* renderer, DrawerSurface* surface);
   bool EnsureSize(uint32_t width, uint32_t height);
   bool Place(const DrawerPlacement& placement);
   void Hide();
@@ -74,7 +75,6 @@ class DrawerWindow {
   static LRESULT CALLBACK WindowProc(HWND window, UINT message, WPARAM wparam, LPARAM lparam);
 
   bool CreateWindowHandle(HINSTANCE instance);
-  bool CreateComposition(IDXGIDevice* device);
   bool CreateDirect2D(IDXGIDevice* device);
   bool CreateWriteFactory();
   void DropBufferReferences();
@@ -88,12 +88,11 @@ class DrawerWindow {
 
   UniqueHwnd window_;
   Renderer* renderer_ = nullptr;
+  DrawerSurface* surface_ = nullptr;
+  bool attached_ = false;
   bool visible_ = false;
   ComPtr<IDXGISwapChain1> swap_chain_;
   ComPtr<ID3D11RenderTargetView> back_buffer_view_;
-  ComPtr<IDCompositionDevice> composition_device_;
-  ComPtr<IDCompositionTarget> composition_target_;
-  ComPtr<IDCompositionVisual> visual_;
   ComPtr<ID2D1Factory1> d2d_factory_;
   ComPtr<ID2D1Device> d2d_device_;
   ComPtr<ID2D1DeviceContext> d2d_context_;

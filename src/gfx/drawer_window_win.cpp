@@ -33,15 +33,18 @@ bool ShowDrawerAt(HWND window, const RECT& rect) {
 
 DrawerWindow::~DrawerWindow() { Destroy(); }
 
-bool DrawerWindow::Create(HINSTANCE instance, Renderer* renderer) {
+bool DrawerWindow::Create(HINSTANCE instance, Renderer* renderer, DrawerSurface* surface) {
   if (dwrite_factory_) return true;
   // A window left by a failed attempt is started over rather than taken as ready.
   Destroy();
-  if (!renderer || !renderer->Init()) return false;
+  if (!renderer || !surface || !renderer->Init()) return false;
   renderer_ = renderer;
+  surface_ = surface;
   if (!CreateWindowHandle(instance)) return false;
   const ComPtr<IDXGIDevice> device = DxgiDevice(renderer);
-  if (!device || !CreateComposition(device.get()) || !CreateDirect2D(device.get())) return false;
+  if (!device) return false;
+  attached_ = surface_->Attach(window_.get(), device.get());
+  if (!attached_ || !CreateDirect2D(device.get())) return false;
   if (!CreateWriteFactory()) return false;
   Log(kLogInfo, L"drawer window created (D3D + D2D + DirectWrite)");
   return true;
@@ -60,14 +63,6 @@ bool DrawerWindow::CreateWindowHandle(HINSTANCE instance) {
                                 nullptr, instance, this));
   if (!window_) Log(kLogError, L"drawer window creation failed: %lu", GetLastError());
   return static_cast<bool>(window_);
-}
-
-bool DrawerWindow::CreateComposition(IDXGIDevice* device) {
-  HRESULT hr = DCompositionCreateDevice(device, IID_PPV_ARGS(composition_device_.put()));
-  if (!CheckHr(hr, L"DCompositionCreateDevice", kLogError)) return false;
-  hr = composition_device_->CreateTargetForHwnd(window_.get(), TRUE, composition_target_.put());
-  if (!CheckHr(hr, L"CreateTargetForHwnd", kLogError)) return false;
-  return SUCCEEDED(composition_device_->CreateVisual(visual_.put()));
 }
 
 bool DrawerWindow::CreateDirect2D(IDXGIDevice* device) {
@@ -93,8 +88,8 @@ bool DrawerWindow::EnsureSize(uint32_t width, uint32_t height) {
       PlanSurface(static_cast<bool>(swap_chain_), width_, height_, width, height);
   if (change == SurfaceChange::kRefuse) return false;
   if (change == SurfaceChange::kKeep) return true;
-  // Without the composition objects a swap chain would have nowhere to show.
-  if (!visual_ || !composition_target_) return false;
+  // Without a bound surface a swap chain would have nowhere to show.
+  if (!attached_) return false;
   DropBufferReferences();
   if (change == SurfaceChange::kResize) ResizeOrDrop(width, height);
   if (!swap_chain_ && !CreateSwapChain(width, height)) return false;
@@ -145,11 +140,7 @@ bool DrawerWindow::CreateSwapChain(uint32_t width, uint32_t height) {
   desc.Scaling = DXGI_SCALING_STRETCH;
   desc.SwapEffect = DXGI_SWAP_EFFECT_FLIP_SEQUENTIAL;
   desc.AlphaMode = DXGI_ALPHA_MODE_PREMULTIPLIED;
-  hr = factory->CreateSwapChainForComposition(device, &desc, nullptr, swap_chain_.put());
-  if (!CheckHr(hr, L"CreateSwapChainForComposition", kLogError)) return false;
-  visual_->SetContent(swap_chain_.get());
-  composition_target_->SetRoot(visual_.get());
-  return true;
+  return surface_->CreateSwapChain(device, factory.get(), desc, swap_chain_);
 }
 
 bool DrawerWindow::CreateBackBufferView() {
@@ -199,8 +190,7 @@ bool DrawerWindow::Frame(ID3D11Texture2D* frame, const RECT& crop, float t,
   ClearToTint(params);
   if (frame) renderer_->Render(frame, crop, back_buffer_view_.get(), width_, height_, params);
   if (draw && d2d_context_ && d2d_target_) DrawOverlay(draw, params.opacity);
-  visual_->SetOffsetY(SlideOffset(height_, t));
-  composition_device_->Commit();
+  surface_->Commit(SlideOffset(height_, t));
   return Present();
 }
 
@@ -227,9 +217,8 @@ void DrawerWindow::ReleaseSurfaces() {
   if (d2d_context_) d2d_context_->SetTarget(nullptr);
   d2d_target_.reset();
   back_buffer_view_.reset();
+  if (swap_chain_ && attached_) surface_->ClearContent();
   swap_chain_.reset();
-  if (visual_) visual_->SetContent(nullptr);
-  if (composition_device_) composition_device_->Commit();
   width_ = 0;
   height_ = 0;
   if (renderer_) renderer_->Trim();
@@ -241,9 +230,9 @@ void DrawerWindow::Destroy() {
   d2d_context_.reset();
   d2d_device_.reset();
   d2d_factory_.reset();
-  visual_.reset();
-  composition_target_.reset();
-  composition_device_.reset();
+  if (attached_) surface_->Detach();
+  attached_ = false;
+  surface_ = nullptr;
   window_.reset();
   renderer_ = nullptr;
   visible_ = false;

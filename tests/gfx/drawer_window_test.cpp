@@ -1,30 +1,69 @@
-// The drawer window on a real window manager; without DirectComposition (Wine) only the window.
+// The drawer window on a real window manager. Wine has no DirectComposition, so the drawer
+// shows through its own window's swap chain here, and a GDI copy stands in for the capture.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <memory>
 #include <tuple>
 #include <vector>
 
 #include "gfx/drawer_window.h"
 #include "gfx/renderer.h"
+#include "support/gdi_frames_win.h"
+#include "support/hwnd_surface_win.h"
 #include "support/test_files.h"
 
 namespace qn {
 namespace {
 
+constexpr wchar_t kGameClass[] = L"HintwickTestGame";
+constexpr COLORREF kGameColour = RGB(200, 120, 40);
+
+// A window that paints itself in one colour with GDI, as a game stands in for here.
+HWND CreateGame(const RECT& rect) {
+  static const HBRUSH brush = CreateSolidBrush(kGameColour);
+  WNDCLASSEXW window_class = {};
+  window_class.cbSize = sizeof(window_class);
+  window_class.lpfnWndProc = DefWindowProcW;
+  window_class.hInstance = GetModuleHandleW(nullptr);
+  window_class.hbrBackground = brush;
+  window_class.lpszClassName = kGameClass;
+  RegisterClassExW(&window_class);
+  const HWND game = CreateWindowExW(0, kGameClass, L"game", WS_POPUP | WS_VISIBLE, rect.left,
+                                    rect.top, rect.right - rect.left, rect.bottom - rect.top,
+                                    nullptr, nullptr, window_class.hInstance, nullptr);
+  UpdateWindow(game);
+  return game;
+}
+
+void PumpMessages() {
+  MSG message;
+  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
+}
+
+bool Near(uint32_t pixel, uint32_t expected, int tolerance) {
+  for (const int shift : {0, 8, 16}) {
+    const int a = static_cast<int>(pixel >> shift & 255);
+    const int b = static_cast<int>(expected >> shift & 255);
+    if (std::abs(a - b) > tolerance) return false;
+  }
+  return true;
+}
+
 class DrawerWindowTest : public testing::Test {
  protected:
   void SetUp() override {
-    composition_ = drawer_.Create(GetModuleHandleW(nullptr), &renderer_);
-    ASSERT_NE(drawer_.Window(), nullptr) << "no Direct3D device or no window: " << log_.Text();
+    ASSERT_TRUE(drawer_.Create(GetModuleHandleW(nullptr), &renderer_, surface_.get()))
+        << log_.Text();
   }
 
   ComApartment com_{COINIT_MULTITHREADED};
   test::CapturedLog log_;
   Renderer renderer_;
+  std::unique_ptr<DrawerSurface> surface_ = test::MakeHwndSurface();
   DrawerWindow drawer_;
-  bool composition_ = false;
 };
 
 // A game without the focus often stops presenting, and the backdrop is made of its frames.
@@ -40,15 +79,60 @@ TEST_F(DrawerWindowTest, ShowsAsATopmostPopupThatLeavesTheGameInTheForeground) {
   SetForegroundWindow(game.get());
   if (GetForegroundWindow() != game.get()) GTEST_SKIP() << "this desktop gives no foreground";
   const RECT rect = {-40, 330, 760, 650};  // a monitor left of the primary one
-  // Without composition Place shows nothing, so its showing step is taken on its own.
   DrawerPlacement placement;
   placement.drawer = rect;
-  ASSERT_TRUE(composition_ ? drawer_.Place(placement) : ShowDrawerAt(window, rect));
+  ASSERT_TRUE(drawer_.Place(placement)) << log_.Text();
   RECT shown = {};
   EXPECT_TRUE(IsWindowVisible(window) && GetWindowRect(window, &shown) && EqualRect(&shown, &rect));
+  EXPECT_EQ(drawer_.Width(), 800u);
   EXPECT_EQ(GetForegroundWindow(), game.get());
   drawer_.Hide();
   EXPECT_FALSE(IsWindowVisible(window) || drawer_.Visible());
+}
+
+// The game's pixels go through the renderer into the drawer's swap chain, the chat layer is
+// drawn over them, and the presented frame is what the screen shows.
+TEST_F(DrawerWindowTest, PresentedFrameOfTheGameReachesTheScreen) {
+  const RECT game_rect = {100, 100, 740, 580};
+  UniqueHwnd game(CreateGame(game_rect));
+  const std::unique_ptr<FrameSource> frames = test::MakeGdiFrameSource();
+  ASSERT_TRUE(frames->Start(game.get(), renderer_.Device(), 0, 1));
+  PumpMessages();
+  const ComPtr<ID3D11Texture2D> frame = frames->TakeLatest();
+  ASSERT_TRUE(frame);
+  const RECT drawer_rect = {100, 400, 740, 580};
+  DrawerPlacement placement;
+  placement.drawer = drawer_rect;
+  ASSERT_TRUE(drawer_.Place(placement)) << log_.Text();
+  // Half the tint over the game; the chat layer's box in its top-left corner.
+  const BlurParams params = {{0, 0, 1, 0.5f}, 1.0f, 0};
+  const uint32_t backdrop = 0xFF643C94u, box = 0xFF00FF00u;  // BGRA
+  const auto draw = [](ID2D1DeviceContext* context, float) {
+    ComPtr<ID2D1SolidColorBrush> green;
+    context->CreateSolidColorBrush(D2D1::ColorF(0, 1, 0), green.put());
+    if (green) context->FillRectangle(D2D1::RectF(0, 0, 100, 60), green.get());
+  };
+  const RECT probe = {drawer_rect.left, drawer_rect.top, drawer_rect.left + 320,
+                      drawer_rect.top + 120};
+  std::vector<uint32_t> screen;
+  const ULONGLONG deadline = GetTickCount64() + 5000;
+  bool shown = false;
+  while (!shown && GetTickCount64() < deadline) {
+    const RECT crop = {0, 300, 640, 480};
+    ASSERT_TRUE(drawer_.Frame(frame.get(), crop, 1.0f, params, draw)) << log_.Text();
+    PumpMessages();
+    screen = test::ReadScreen(probe);
+    shown = screen.size() == 320u * 120 && Near(screen[30 * 320 + 50], box, 8) &&
+            Near(screen[90 * 320 + 200], backdrop, 8);
+  }
+  ASSERT_FALSE(screen.empty()) << "GDI read nothing from the screen";
+  EXPECT_TRUE(shown) << std::hex << screen[30 * 320 + 50] << " " << screen[90 * 320 + 200];
+  const FrameCounts counts = frames->Counts();
+  EXPECT_EQ(std::tie(counts.arrived, counts.accepted, counts.consumed),
+            std::make_tuple(int64_t{1}, int64_t{1}, int64_t{1}));
+  game.reset();
+  EXPECT_TRUE(frames->Closed());
+  EXPECT_EQ(frames->TakeLatest().get(), frame.get()) << "the last frame stays";
 }
 
 TEST_F(DrawerWindowTest, WindowProcedureForwardsOnlyInput) {
@@ -72,6 +156,22 @@ TEST_F(DrawerWindowTest, WindowProcedureForwardsOnlyInput) {
   drawer_.Destroy();
   MSG message;
   EXPECT_FALSE(PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE));
+}
+
+// Without a surface there is nowhere to show; without DirectComposition (Wine) the product's
+// surface fails with the call named once, for the caller to give up on the drawer.
+TEST_F(DrawerWindowTest, CreateNeedsASurfaceThatBinds) {
+  DrawerWindow other;
+  EXPECT_FALSE(other.Create(GetModuleHandleW(nullptr), &renderer_, nullptr));
+  EXPECT_EQ(other.Window(), nullptr);
+  const std::unique_ptr<DrawerSurface> composition = MakeCompositionSurface();
+  if (other.Create(GetModuleHandleW(nullptr), &renderer_, composition.get())) {
+    GTEST_SKIP() << "this system composes";
+  }
+  EXPECT_EQ(log_.Count("DCompositionCreateDevice failed"), 1u) << log_.Text();
+  DrawerPlacement placement;
+  placement.drawer = {0, 0, 200, 100};
+  EXPECT_FALSE(other.Place(placement));
 }
 
 }  // namespace

@@ -1,0 +1,127 @@
+#include "support/gdi_frames_win.h"
+
+#include <cstdint>
+#include <vector>
+
+#include "core/failure_log.h"
+
+namespace qn::test {
+namespace {
+
+// Top-down BGRA rows of the area of `source` at (x, y), with alpha made opaque; empty when
+// GDI fails.
+std::vector<uint32_t> CopyFromDc(HDC source, int x, int y, int width, int height) {
+  std::vector<uint32_t> pixels;
+  BITMAPINFO info = {};
+  info.bmiHeader.biSize = sizeof(info.bmiHeader);
+  info.bmiHeader.biWidth = width;
+  info.bmiHeader.biHeight = -height;  // negative: top-down rows
+  info.bmiHeader.biPlanes = 1;
+  info.bmiHeader.biBitCount = 32;
+  info.bmiHeader.biCompression = BI_RGB;
+  void* bits = nullptr;
+  const UniqueHdc memory(CreateCompatibleDC(nullptr));
+  const UniqueHbitmap bitmap(CreateDIBSection(nullptr, &info, DIB_RGB_COLORS, &bits, nullptr, 0));
+  if (!source || !memory || !bitmap || !bits) return pixels;
+  const HGDIOBJ old = SelectObject(memory.get(), bitmap.get());
+  const bool copied = BitBlt(memory.get(), 0, 0, width, height, source, x, y, SRCCOPY) != FALSE;
+  SelectObject(memory.get(), old);
+  GdiFlush();
+  if (!copied) return pixels;
+  const auto* begin = static_cast<const uint32_t*>(bits);
+  pixels.assign(begin, begin + static_cast<size_t>(width) * static_cast<size_t>(height));
+  for (uint32_t& pixel : pixels) pixel |= 0xFF000000u;
+  return pixels;
+}
+
+// The window's own DC reads what the window painted, not what lies over it on the screen
+// (the drawer itself, when it covers the window).
+std::vector<uint32_t> GrabWindow(HWND window, int width, int height) {
+  const HDC source = GetWindowDC(window);
+  std::vector<uint32_t> pixels = CopyFromDc(source, 0, 0, width, height);
+  if (source) ReleaseDC(window, source);
+  return pixels;
+}
+
+class GdiFrameSource final : public FrameSource {
+ public:
+  bool Start(HWND window, ID3D11Device* device, int throttle_hz, int) override {
+    Stop();
+    counters_.Reset();
+    if (!device || !IsWindow(window)) return false;
+    window_ = window;
+    device_ = device;
+    min_interval_ms_ = MinFrameIntervalMs(throttle_hz);
+    last_accepted_ = 0;
+    return true;
+  }
+
+  void Stop() override {
+    window_ = nullptr;
+    device_ = nullptr;
+    texture_.reset();
+  }
+
+  ComPtr<ID3D11Texture2D> TakeLatest() override {
+    if (!window_ || !IsWindow(window_)) return texture_;
+    counters_.CountArrived();
+    const uint64_t now = GetTickCount64();
+    if (!ShouldAcceptFrame(min_interval_ms_, last_accepted_, now)) return texture_;
+    last_accepted_ = now;
+    counters_.CountAccepted();
+    if (Copy()) counters_.CountConsumed();
+    return texture_;
+  }
+
+  FrameCounts Counts() const override { return counters_.Read(); }
+  bool Closed() const override { return window_ && !IsWindow(window_); }
+
+ private:
+  bool Copy() {
+    RECT rect = {};
+    if (!GetWindowRect(window_, &rect)) return false;
+    const int width = rect.right - rect.left;
+    const int height = rect.bottom - rect.top;
+    if (width < 1 || height < 1) return false;
+    const std::vector<uint32_t> pixels = GrabWindow(window_, width, height);
+    if (pixels.empty() || !EnsureTexture(static_cast<UINT>(width), static_cast<UINT>(height))) {
+      return false;
+    }
+    ComPtr<ID3D11DeviceContext> context;
+    device_->GetImmediateContext(context.put());
+    context->UpdateSubresource(texture_.get(), 0, nullptr, pixels.data(),
+                               static_cast<UINT>(width) * 4, 0);
+    return true;
+  }
+
+  bool EnsureTexture(UINT width, UINT height) {
+    D3D11_TEXTURE2D_DESC have = {};
+    if (texture_) texture_->GetDesc(&have);
+    if (texture_ && have.Width == width && have.Height == height) return true;
+    const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_B8G8R8A8_UNORM, width, height, 1, 1,
+                                     D3D11_BIND_SHADER_RESOURCE);
+    const HRESULT hr = device_->CreateTexture2D(&desc, nullptr, texture_.put());
+    return CheckHr(hr, L"CreateTexture2D (GDI frame)", kLogError);
+  }
+
+  HWND window_ = nullptr;
+  ID3D11Device* device_ = nullptr;
+  int64_t min_interval_ms_ = 0;
+  uint64_t last_accepted_ = 0;
+  FrameCounters counters_;
+  ComPtr<ID3D11Texture2D> texture_;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameSource> MakeGdiFrameSource() { return std::make_unique<GdiFrameSource>(); }
+
+std::vector<uint32_t> ReadScreen(const RECT& area) {
+  const HDC screen = GetDC(nullptr);
+  std::vector<uint32_t> pixels =
+      CopyFromDc(screen, area.left, area.top, area.right - area.left, area.bottom - area.top);
+  if (screen) ReleaseDC(nullptr, screen);
+  return pixels;
+}
+
+}  // namespace qn::test
