@@ -23,8 +23,15 @@ BlurCB FirstDownConstants(PixelSize frame, const PixelRect& crop) {
   return cb;
 }
 
-BlurCB CompositeConstants(PixelSize level0, const BlurParams& params, CompositeEncode encode) {
-  BlurCB cb = SampleConstants(level0);
+// Outside 0..1 the nearer end holds; NaN, which has no nearer end, gives no blur.
+float ClampBlur(float blur) { return blur > 0 ? std::min(blur, 1.0f) : 0.0f; }
+
+BlurCB CompositeConstants(PixelSize frame, const PixelRect& crop, PixelSize level0,
+                          const BlurParams& params, CompositeEncode encode) {
+  BlurCB cb = FirstDownConstants(frame, crop);
+  const BlurCB level = SampleConstants(level0);
+  std::copy(std::begin(level.texel_size), std::end(level.texel_size), cb.texel_size);
+  cb.blur = ClampBlur(params.blur);
   cb.encode = static_cast<float>(encode);
   cb.opacity = params.opacity;
   std::copy(std::begin(params.tint), std::end(params.tint), cb.tint_color);
@@ -77,7 +84,7 @@ std::array<BlurPass, kBlurPassCount> PlanPasses(PixelSize frame, const PixelRect
     passes[n++] = {BlurShader::kUp, j, j - 1, levels[j - 1], SampleConstants(levels[j])};
   }
   passes[n] = {BlurShader::kComposite, 0, kTargetSlot, target,
-               CompositeConstants(levels[0], params, encode)};
+               CompositeConstants(frame, crop, levels[0], params, encode)};
   return passes;
 }
 

@@ -17,6 +17,8 @@ struct BlurParams {
   float tint[4] = {0, 0, 0, 0};  // red, green, blue, tint weight
   float opacity = 1.0f;
   uint8_t hdr = 0;  // the display under the game runs in HDR
+  // How much of the blur shows, 0..1: at 0 the game is only dimmed by the tint.
+  float blur = 1.0f;
 };
 
 // What the composite pass does to the blurred colour before the tint. Captured frames are
@@ -31,13 +33,16 @@ enum class CompositeEncode : uint8_t {
 // The pixel shaders' constant buffer, byte for byte.
 struct BlurCB {
   float texel_size[2] = {0, 0};
+  // The first downsample and the composite's unblurred sample read only the crop of the frame.
   float uv_scale[2] = {1, 1};
   float uv_offset[2] = {0, 0};
   float encode = 0;  // CompositeEncode as a number
   float opacity = 1;
   float tint_color[4] = {0, 0, 0, 0};
+  float blur = 1;         // the composite's share of the blurred level against the frame
+  float padding[3] = {};  // constant buffers come in 16-byte rows
 };
-static_assert(sizeof(BlurCB) == 48);
+static_assert(sizeof(BlurCB) == 64);
 
 struct PixelSize {
   uint32_t width = 0;
@@ -76,7 +81,8 @@ struct BlurPass {
   BlurCB constants;
 };
 
-// Down into every level, up again to level 0, and the composite into the target.
+// Down into every level, up again to level 0, and the composite into the target. The
+// composite also reads the frame itself, for the unblurred share of a partial blur.
 constexpr uint32_t kBlurPassCount = 2 * kBlurLevelCount;
 std::array<BlurPass, kBlurPassCount> PlanPasses(PixelSize frame, const PixelRect& crop,
                                                 PixelSize target, const BlurParams& params,

@@ -1,16 +1,19 @@
 // Drawer backdrop: a Kawase down/up chain over the part of the game under the drawer,
-// then the encode for an sRGB swap chain (with a tone map on HDR displays), tint and opacity.
+// mixed with the unblurred crop by the blur strength, then the encode for an sRGB swap chain
+// (with a tone map on HDR displays), tint and opacity.
 
 cbuffer BlurCB : register(b0) {
   float2 texelSize;  // one texel of the source texture, in uv units
-  float2 uvScale;    // the first downsample reads only the crop...
+  float2 uvScale;    // the first downsample and the composite's frame read only the crop...
   float2 uvOffset;   // ...so cropping costs no extra pass
   float encode;      // 0: frame already sRGB; 1: linear scRGB; 2: scRGB on an HDR display
   float opacity;     // the drawer's slide animation
   float4 tintColor;  // rgb, and the weight of the tint in a
+  float blur;        // composite: 1 shows the blur alone, 0 the unblurred frame
 };
 
 Texture2D srcTex : register(t0);
+Texture2D frameTex : register(t1);  // composite only: the captured frame itself
 SamplerState srcSmp : register(s0);
 
 struct VSOut {
@@ -61,8 +64,10 @@ float4 PSUp(VSOut i) : SV_Target {
 // they are encoded here or mid-tones come out about half as bright. SDR white sits at 1.0;
 // on an HDR display anything above it is genuine HDR content that must be brought into
 // range or the backdrop blows out. The output is premultiplied, as DirectComposition expects.
+// The blur strength mixes before the encode, where both sides are still in the frame's space.
 float4 PSComposite(VSOut i) : SV_Target {
-  float3 c = S(i.uv).rgb;
+  float3 sharp = frameTex.Sample(srcSmp, i.uv * uvScale + uvOffset).rgb;
+  float3 c = lerp(sharp, S(i.uv).rgb, blur);
   if (encode > 1.5) {
     c = max(c, 0);
     c = c / (1 + c);

@@ -64,7 +64,7 @@ class Renderer {
                                               const D3D11_TEXTURE2D_DESC& desc);
   void RunPass(const BlurPass& pass, ID3D11ShaderResourceView* frame_view,
                ID3D11RenderTargetView* target);
-  void DrawPass(ID3D11PixelShader* shader, ID3D11ShaderResourceView* source,
+  void DrawPass(ID3D11PixelShader* shader, ID3D11ShaderResourceView* const (&sources)[2],
                 ID3D11RenderTargetView* target, PixelSize size, const BlurCB& constants);
 
   ComPtr<ID3D11Device> device_;

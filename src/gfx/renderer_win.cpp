@@ -237,10 +237,13 @@ void Renderer::RunPass(const BlurPass& pass, ID3D11ShaderResourceView* frame_vie
       pass.source == kFrameSlot ? frame_view : levels_[static_cast<size_t>(pass.source)].view.get();
   ID3D11RenderTargetView* into =
       pass.target == kTargetSlot ? target : levels_[static_cast<size_t>(pass.target)].target.get();
-  DrawPass(shaders[static_cast<size_t>(pass.shader)], source, into, pass.viewport, pass.constants);
+  // The composite mixes in the unblurred frame; the other passes read one source only.
+  ID3D11ShaderResourceView* const sources[2] = {
+      source, pass.shader == BlurShader::kComposite ? frame_view : nullptr};
+  DrawPass(shaders[static_cast<size_t>(pass.shader)], sources, into, pass.viewport, pass.constants);
 }
 
-void Renderer::DrawPass(ID3D11PixelShader* shader, ID3D11ShaderResourceView* source,
+void Renderer::DrawPass(ID3D11PixelShader* shader, ID3D11ShaderResourceView* const (&sources)[2],
                         ID3D11RenderTargetView* target, PixelSize size, const BlurCB& constants) {
   D3D11_MAPPED_SUBRESOURCE mapped;
   if (SUCCEEDED(context_->Map(constants_.get(), 0, D3D11_MAP_WRITE_DISCARD, 0, &mapped))) {
@@ -259,14 +262,14 @@ void Renderer::DrawPass(ID3D11PixelShader* shader, ID3D11ShaderResourceView* sou
   context_->PSSetShader(shader, nullptr, 0);
   context_->PSSetConstantBuffers(0, 1, &buffer);
   context_->PSSetSamplers(0, 1, &sampler);
-  context_->PSSetShaderResources(0, 1, &source);
+  context_->PSSetShaderResources(0, 2, sources);
   context_->RSSetState(rasterizer_state_.get());
   context_->OMSetBlendState(blend_state_.get(), nullptr, 0xFFFFFFFF);
   context_->Draw(3, 0);
   // Unbound so that the next pass may read what this one wrote.
-  ID3D11ShaderResourceView* const no_source = nullptr;
+  ID3D11ShaderResourceView* const no_sources[2] = {};
   ID3D11RenderTargetView* const no_target = nullptr;
-  context_->PSSetShaderResources(0, 1, &no_source);
+  context_->PSSetShaderResources(0, 2, no_sources);
   context_->OMSetRenderTargets(1, &no_target, nullptr);
 }
 

@@ -155,6 +155,53 @@ TEST_F(RendererTest, ScRgbIsEncodedForTheDisplayAndToneMappedOnlyOnHdr) {
   }
 }
 
+// Mean squared step between neighbouring pixels, over the three colour channels.
+double LocalVariance(const Picture& p) {
+  double sum = 0;
+  for (uint32_t y = 0; y + 1 < p.height; ++y) {
+    for (uint32_t x = 0; x + 1 < p.width; ++x) {
+      const uint32_t at = p.pixels[y * p.width + x];
+      for (const uint32_t next : {p.pixels[y * p.width + x + 1], p.pixels[(y + 1) * p.width + x]}) {
+        for (const int shift : {0, kGreen, kRed}) {
+          const double step = double(at >> shift & 255) - double(next >> shift & 255);
+          sum += step * step;
+        }
+      }
+    }
+  }
+  return sum / (double(p.width) * p.height);
+}
+
+// The blur setting: each step takes detail away, and none leaves the game only tinted.
+TEST_F(RendererTest, BlurStrengthTakesDetailAwayStepByStep) {
+  Picture noise{128, 96, std::vector<uint32_t>(128 * 96)};
+  uint32_t seed = 12345;
+  for (uint32_t& px : noise.pixels) {
+    seed = seed * 1664525u + 1013904223u;  // the same noise on every run
+    px = 0xFF000000u | seed >> 8;
+  }
+  const auto frame = Frame(noise);
+  const RECT crop = {0, 32, 128, 96};
+  double previous = 1e30;
+  for (const float blur : {0.0f, 0.25f, 0.5f, 0.75f, 1.0f}) {
+    BlurParams params = kDrawerTint;
+    params.blur = blur;
+    const Picture out = Draw(frame.get(), crop, 128, 64, params);
+    const double variance = LocalVariance(out);
+    EXPECT_LT(variance, previous) << blur;
+    previous = variance;
+    if (blur != 0) continue;
+    for (uint32_t i = 0; i < out.pixels.size(); ++i) {
+      const uint32_t source = noise.pixels[i + 32 * 128], shown = out.pixels[i];
+      for (const int shift : {0, kGreen, kRed}) {
+        const float tint = kDrawerTint.tint[shift == 0 ? 2 : shift == kGreen ? 1 : 0];
+        const float expected = 0.45f * float(source >> shift & 255) + 0.55f * tint * 255;
+        ASSERT_NEAR(float(shown >> shift & 255), expected, 1.0f) << i << " " << shift;
+      }
+    }
+  }
+}
+
 TEST_F(RendererTest, CachedObjectsFollowTheSizeAndSurviveTrim) {
   const Picture game = GameFrame(128, 96);
   const auto sampled = Frame(game);

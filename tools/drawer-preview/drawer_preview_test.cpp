@@ -64,7 +64,7 @@ TEST(DrawerPreview, DrawsTheChatOverTheBlurredBottomOfTheGame) {
 
     const wchar_t *arguments, *output;
     uint32_t drawer_top;
-  } cases[] = {{L"--height 35", L"preview_96dpi.png", 468},
+  } cases[] = {{L"--height 35 --blur 40", L"preview_96dpi.png", 468},
                {L"--height 20 --dpi 144 --hdr", L"preview_144dpi_hdr.png", 390}};
   for (const auto& c : cases) {
     const std::wstring output = test::NextToProgram(c.output);

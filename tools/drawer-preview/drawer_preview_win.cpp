@@ -2,7 +2,7 @@
 // screenshot goes through the real backdrop renderer, the real chat view is drawn over it,
 // and the result is written as a PNG.
 //
-// drawer-preview SCREENSHOT OUT.png [--height PCT] [--dpi DPI] [--hdr] [--chat FILE]
+// drawer-preview SCREENSHOT OUT.png [--height PCT] [--blur PCT] [--dpi DPI] [--hdr] [--chat FILE]
 // The chat file holds lines "Q: question", "A: answer" and "N: notice", in UTF-8.
 #include <d2d1_1.h>
 #include <d3d11.h>
@@ -34,6 +34,7 @@ struct Options {
   std::wstring output;
   std::wstring chat;
   double height_pct = 33;
+  double blur_pct = 100;  // the settings' blur strength; 0 only dims
   unsigned dpi = 96;
   bool hdr = false;
 };
@@ -55,6 +56,8 @@ bool ParseOptions(int argc, wchar_t** argv, Options& options) {
       options.hdr = true;
     } else if (arg == L"--height" && has_value) {
       options.height_pct = std::clamp(_wtof(argv[++i]), 20.0, 50.0);
+    } else if (arg == L"--blur" && has_value) {
+      options.blur_pct = std::clamp(_wtof(argv[++i]), 0.0, 100.0);
     } else if (arg == L"--dpi" && has_value) {
       options.dpi = static_cast<unsigned>(std::clamp(_wtoi(argv[++i]), 96, 480));
     } else if (arg == L"--chat" && has_value) {
@@ -276,8 +279,10 @@ bool RenderDrawer(Renderer& renderer, const Options& options, Image& game) {
   }
   const float clear[4] = {0, 0, 0, 0};
   renderer.Context()->ClearRenderTargetView(view.get(), clear);
-  const BlurParams params = {
-      {0.06f, 0.06f, 0.08f, 0.55f}, 1.0f, options.hdr ? uint8_t{1} : uint8_t{0}};
+  const BlurParams params = {{0.06f, 0.06f, 0.08f, 0.55f},
+                             1.0f,
+                             options.hdr ? uint8_t{1} : uint8_t{0},
+                             static_cast<float>(options.blur_pct / 100.0)};
   if (!renderer.Render(frame.get(), drawer, view.get(), picture.width, picture.height, params) ||
       !DrawChat(device, target.get(), options, picture.width, picture.height) ||
       !ReadBack(device, renderer.Context(), target.get(), picture)) {
@@ -293,8 +298,8 @@ int Run(int argc, wchar_t** argv) {
   Renderer renderer;
   if (!ParseOptions(argc, argv, options)) {
     fwprintf(stderr,
-             L"usage: drawer-preview SCREENSHOT OUT.png [--height PCT] [--dpi DPI] "
-             L"[--hdr] [--chat FILE]\n");
+             L"usage: drawer-preview SCREENSHOT OUT.png [--height PCT] [--blur PCT] "
+             L"[--dpi DPI] [--hdr] [--chat FILE]\n");
     return 2;
   }
   if (!LoadImage(options.screenshot, game)) {
