@@ -1,16 +1,13 @@
 // Arbitrary UTF-16 through the emphasis pass of chat answers. Besides memory errors
 // (ASan/UBSan) it checks what must hold for any input: spans inside the display text and
 // apart from each other, and a display text that is the raw text less some markers.
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "fuzz_support.h"
 #include "chat/chat_model.h"
+#include "fuzz_support.h"
 
 namespace {
 

@@ -1,28 +1,21 @@
-// Arbitrary bytes through every JSON reader and writer and the UTF converters. Besides
-// memory errors (the harness runs under ASan/UBSan) it checks properties that hold for any
-// input, so that a lenient reader cannot quietly drift into a wrong one.
-#include <algorithm>
+// Arbitrary bytes through every JSON reader and writer and the UTF converters. Memory errors
+// are the harness's to find (ASan/UBSan); the checks here are the properties no table can
+// sweep: a string literal decodes the same cut out of its surroundings, and the escaper and
+// the UTF-8 converters round-trip whatever they are given.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-#include "fuzz_support.h"
 #include "core/json.h"
 #include "core/utf.h"
+#include "fuzz_support.h"
 
 namespace {
 
 using qn::kJsonNotFound;
-
-bool IsJsonSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 // Keys worth trying: the ones the seeds use, plus whatever sits between the input's first
 // two quotes, so that the fuzzer can reach matches on its own.
@@ -36,13 +29,6 @@ std::vector<std::string> KeysFor(std::string_view text) {
     }
   }
   return keys;
-}
-
-void CheckSkipSpace(std::string_view text, size_t index) {
-  const size_t at = qn::JsonSkipSpace(text, index);
-  FUZZ_CHECK(at <= text.size() && at >= std::min(index, text.size()));
-  FUZZ_CHECK(at == text.size() || !IsJsonSpace(text[at]));
-  for (size_t i = index; i < at; ++i) FUZZ_CHECK(IsJsonSpace(text[i]));
 }
 
 // A decoded literal never outgrows its body, ends on a quote, and decodes the same when cut
@@ -63,33 +49,6 @@ void CheckParseString(std::string_view text, size_t index) {
   FUZZ_CHECK(alone_end == end - quote);
 }
 
-// The found index sits just past a colon that follows "key" with only spaces and tabs
-// between them.
-void CheckKeyIndex(std::string_view text, std::string_view key, size_t found) {
-  FUZZ_CHECK(found <= text.size() && found >= key.size() + 3);
-  FUZZ_CHECK(text[found - 1] == ':');
-  size_t close = found - 2;
-  while (close > 0 && (text[close] == ' ' || text[close] == '\t')) --close;
-  FUZZ_CHECK(text[close] == '"' && close >= key.size() + 1);
-  FUZZ_CHECK(text[close - key.size() - 1] == '"');
-  FUZZ_CHECK(text.substr(close - key.size(), key.size()) == key);
-}
-
-std::optional<int64_t> StrtollOracle(std::string_view text, size_t value) {
-  if (value >= text.size()) return std::nullopt;
-  if (text[value] != '-' && (text[value] < '0' || text[value] > '9')) return std::nullopt;
-  const std::string copy(text.substr(value));  // strtoll needs a terminator
-  return static_cast<int64_t>(std::strtoll(copy.c_str(), nullptr, 10));
-}
-
-std::optional<bool> BoolOracle(std::string_view text, size_t value) {
-  if (value > text.size()) return std::nullopt;
-  const std::string_view rest = text.substr(value);
-  if (rest.substr(0, 4) == "true") return true;
-  if (rest.substr(0, 5) == "false") return false;
-  return std::nullopt;
-}
-
 void CheckGetters(std::string_view text, std::string_view key) {
   const size_t found = qn::JsonFindKey(text, key);
   const std::optional<std::string> string = qn::JsonGetString(text, key);
@@ -100,13 +59,10 @@ void CheckGetters(std::string_view text, std::string_view key) {
     FUZZ_CHECK(!string && !flag && !number && items.empty());
     return;
   }
-  CheckKeyIndex(text, key, found);
+  FUZZ_CHECK(found <= text.size() && text[found - 1] == ':');
   CheckParseString(text, found);
   FUZZ_CHECK(string == qn::JsonParseString(text, found));
-  const size_t value = qn::JsonSkipSpace(text, found);
-  FUZZ_CHECK(flag == BoolOracle(text, value));
-  FUZZ_CHECK(number == StrtollOracle(text, value));
-  if (!items.empty()) FUZZ_CHECK(text[value] == '[');
+  if (!items.empty()) FUZZ_CHECK(text[qn::JsonSkipSpace(text, found)] == '[');
 }
 
 void CheckEscapeRoundTrip(std::string_view raw, std::string_view tail) {
@@ -118,66 +74,13 @@ void CheckEscapeRoundTrip(std::string_view raw, std::string_view tail) {
   FUZZ_CHECK(end == literal.size());
 }
 
-// Pairs cut from the input at NUL bytes. Keys lose quotes and backslashes (the writer trusts
-// its keys), then every key must read back as the value of its first pair.
-void CheckFlatObject(std::string_view text) {
-  std::vector<std::pair<std::string, std::string>> pairs;
-  std::vector<std::string> parts;
-  for (size_t start = 0; start <= text.size() && parts.size() < 16;) {
-    const size_t stop = std::min(text.find('\0', start), text.size());
-    parts.emplace_back(text.substr(start, stop - start));
-    start = stop + 1;
-  }
-  for (size_t i = 0; i + 1 < parts.size(); i += 2) {
-    std::string key;
-    for (const char c : parts[i]) {
-      if (c != '"' && c != '\\') key.push_back(c);
-    }
-    pairs.emplace_back(std::move(key), parts[i + 1]);
-  }
-  const std::string object = qn::JsonWriteFlatObject(pairs);
-  for (size_t i = 0; i < pairs.size(); ++i) {
-    size_t first = 0;
-    while (pairs[first].first != pairs[i].first) ++first;
-    FUZZ_CHECK(qn::JsonGetString(object, pairs[i].first) == pairs[first].second);
-    FUZZ_CHECK(qn::JsonGetStringArray(object, pairs[i].first).empty());
-  }
-}
-
-std::wstring WithoutLoneSurrogates(const std::wstring& text) {
-  std::wstring out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    const auto unit = static_cast<uint32_t>(text[i]);
-    const bool high = unit >= 0xD800 && unit <= 0xDBFF;
-    const bool low = unit >= 0xDC00 && unit <= 0xDFFF;
-    const bool paired = high && i + 1 < text.size() &&
-                        static_cast<uint32_t>(text[i + 1]) >= 0xDC00 &&
-                        static_cast<uint32_t>(text[i + 1]) <= 0xDFFF;
-    if (paired) {
-      out.append(text, i, 2);
-      ++i;
-    } else {
-      out.push_back(high || low ? static_cast<wchar_t>(0xFFFD) : text[i]);
-    }
-  }
-  return out;
-}
-
+// Well-formed UTF-8 comes back byte for byte; anything else settles after one pass.
 void CheckUtf(std::string_view bytes) {
   const std::wstring wide = qn::Utf8ToWide(bytes);
   FUZZ_CHECK(wide.size() <= bytes.size());
   const std::string utf8 = qn::WideToUtf8(wide);
   FUZZ_CHECK(qn::Utf8ToWide(utf8) == wide);
   if (wide.find(static_cast<wchar_t>(0xFFFD)) == std::wstring::npos) FUZZ_CHECK(utf8 == bytes);
-
-  std::wstring units;  // the same bytes read as little-endian UTF-16
-  for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
-    const auto low = static_cast<unsigned char>(bytes[i]);
-    const auto high = static_cast<unsigned char>(bytes[i + 1]);
-    units.push_back(static_cast<wchar_t>(low | (high << 8)));
-  }
-  const std::string from_units = qn::WideToUtf8(units);
-  FUZZ_CHECK(qn::Utf8ToWide(from_units) == WithoutLoneSurrogates(units));
 }
 
 }  // namespace
@@ -188,11 +91,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   for (const std::string& key : KeysFor(text)) CheckGetters(text, key);
   for (const size_t index : {size_t{0}, size / 3, size / 2, size, size + 1, kJsonNotFound}) {
-    CheckSkipSpace(text, index);
     CheckParseString(text, index);
   }
   CheckEscapeRoundTrip(text, text);
-  CheckFlatObject(text);
   CheckUtf(text);
   return 0;
 }

@@ -2,27 +2,32 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-// json_fuzz holds the getters to strtoll and word prefixes, round trips the escaper and guards
-// every read. These tables hold what it cannot know: which member is found, what bytes mean.
+// json_fuzz round-trips the escaper and guards every read. These tables hold what it cannot
+// know: which member is found, what bytes mean.
 namespace qn {
 namespace {
 
 using namespace std::string_literals;
 using Strings = std::vector<std::string>;
 
-TEST(Json, FindsOnlyMembersOfTheOutermostObject) {
+TEST(Json, FindsOnlyMembersOfTheOutermostObjectAndReadsNumbersAsStrtoll) {
   const struct {
     std::string text;
     std::optional<int64_t> b;
   } cases[] = {
+      // clang-format off
       {R"({"a":{"b":1},"b":2})", 2}, {R"({"l":[{"b":1}],"b":2})", 2},    {R"({"b":1,"b":2})", 1},
       {R"({"x":"b","b":3})", 3},     {R"({"x":"\",\"b\":1","b":2})", 2}, {R"({"x":"\\","b":4})", 4},
       {R"({"x":"{[","b":5})", 5},    {R"({"bb":1})", std::nullopt},      {R"("b":1)", std::nullopt},
-      {R"(}{"b":1})", std::nullopt},
+      {R"(}{"b":1})", std::nullopt}, {"{\"b\"\n:1,\"b\" \t:\r\n 8}", 8}, {R"({"b":-})", 0},
+      {R"({"b":+1})", std::nullopt}, {R"({"b":9223372036854775808})", INT64_MAX},
+      {R"({"b":-9999999999999999999})", INT64_MIN},
+      // clang-format on
   };
   for (const auto& c : cases) EXPECT_EQ(JsonGetInt(c.text, "b"), c.b) << c.text;
 }

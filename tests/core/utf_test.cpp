@@ -20,7 +20,7 @@ std::wstring Units(std::initializer_list<uint32_t> units) {
   return text;
 }
 
-constexpr uint32_t kBad = 0xFFFD;
+constexpr wchar_t kBad = 0xFFFD;
 
 TEST(Utf, WellFormedTextConvertsBothWays) {
   const std::pair<std::string, std::wstring> cases[] = {
@@ -38,10 +38,10 @@ TEST(Utf, WellFormedTextConvertsBothWays) {
 // continue it, and that byte is then read afresh.
 TEST(Utf, IllFormedTextBecomesReplacementCharacters) {
   const std::pair<std::string, std::wstring> cases[] = {
-      {"\xC0\xAF", Units({kBad, kBad})},                      // overlong
-      {"\xED\xA0\x80", Units({kBad, kBad, kBad})},            // encoded surrogate
-      {"\xF4\x90\x80\x80", Units({kBad, kBad, kBad, kBad})},  // above U+10FFFF
-      {"\xF0\x9F\x98", Units({kBad})},                        // cut at the end
+      {"\xC0\xAF\xE0\x9F\xBF\xF0\x8F\xBF\xBF", std::wstring(9, kBad)},  // overlong
+      {"\xED\xA0\x80", Units({kBad, kBad, kBad})},                      // encoded surrogate
+      {"\xF4\x90\x80\x80", Units({kBad, kBad, kBad, kBad})},            // above U+10FFFF
+      {"\xF0\x9F\x98", Units({kBad})},                                  // cut at the end
       {"\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
        Units({0x61, kBad, kBad, kBad, 0x62, kBad, 0x63, kBad, kBad, 0x64})},
   };

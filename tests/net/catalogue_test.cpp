@@ -67,14 +67,14 @@ TEST(ParseMemoryRecord, ReadsTheKnownKeysOverTheDefaults) {
 }
 
 TEST(RequestBodies, AreFlatObjectsInFixedOrder) {
-  EXPECT_EQ(MemoryPatchBody({"act 2", 3, "hints", false}),
-            R"({"stage":"act 2","stage_ordinal":3,"directness":"hints","spoilers_ok":false})");
+  EXPECT_EQ(MemoryPatchBody({"act \"2\"", 3, "hints", false}),
+            R"({"stage":"act \"2\"","stage_ordinal":3,"directness":"hints","spoilers_ok":false})");
   EXPECT_EQ(MemoryPatchBody({.stage_ordinal = -7, .directness = "coach"}),
             R"({"stage_ordinal":-7,"directness":"coach"})");
   EXPECT_EQ(MemoryPatchBody({}), "{}");
   EXPECT_EQ(
-      CredentialsBody("p@x.org", "pa\"ss\\w\x01rd"),
-      R"({"email":"p@x.org","password":"pa\"ss\\w\u0001rd","device_label":"windows-client"})");
+      CredentialsBody("p\"@x.org", "pa\"ss\\w\x01rd"),
+      R"({"email":"p\"@x.org","password":"pa\"ss\\w\u0001rd","device_label":"windows-client"})");
   EXPECT_EQ(RefreshTokenBody("r1"), R"({"refresh_token":"r1"})");
   EXPECT_EQ(NewPlaythroughPath("a b/c%20"), "/v1/memory/a b/c%20/new-playthrough");
 }

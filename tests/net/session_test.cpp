@@ -70,9 +70,9 @@ TEST_F(SessionTest, StartRestoresTheSessionFromTheStoredToken) {
     EXPECT_EQ(session.LastFailure(), c.failure);
     EXPECT_TRUE(Logged(c.log)) << log_.Text();
     EXPECT_EQ(TokenStore::Load(), c.stored);
-    const size_t sent = fake_->RequestCount();
+    const size_t sent = fake_->Requests().size();
     EXPECT_EQ(session.AccessToken(), c.signed_in ? "a1" : c.retried ? "a2" : "");
-    EXPECT_EQ(fake_->RequestCount(), sent + (c.retried ? 1 : 0));
+    EXPECT_EQ(fake_->Requests().size(), sent + (c.retried ? 1 : 0));
     for (const auto& request : fake_->Requests()) {
       EXPECT_EQ(request.body, R"({"refresh_token":"r0"})");
       EXPECT_EQ(request.Header("Authorization"), std::nullopt);

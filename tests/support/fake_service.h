@@ -73,7 +73,6 @@ class FakeService {
   // Unscripted routes get 404 with an empty body.
   void Script(const std::string& method, const std::string& path, ScriptedReply reply);
   std::vector<RecordedRequest> Requests() const;
-  size_t RequestCount() const;
 
  private:
   std::shared_ptr<ServiceState> state_;

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
+#include <cstring>
 #include <iterator>
 #include <map>
 #include <mutex>
@@ -33,27 +33,12 @@ constexpr DWORD kGateGiveUpMs = 10000;
 constexpr size_t kMaxRequestHead = 64 * 1024;
 constexpr size_t kSendPiece = 64 * 1024;
 
-class WinsockUse {
- public:
-  WinsockUse() {
-    WSADATA data{};
-    started_ = WSAStartup(MAKEWORD(2, 2), &data) == 0;
-  }
-  ~WinsockUse() {
-    if (started_) WSACleanup();
-  }
-  WinsockUse(const WinsockUse&) = delete;
-  WinsockUse& operator=(const WinsockUse&) = delete;
-
- private:
-  bool started_ = false;
-};
-
-bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::tolower(static_cast<unsigned char>(x)) ==
-           std::tolower(static_cast<unsigned char>(y));
-  });
+// Once for the whole test program and never undone: a service's sockets may close after any
+// one scope that would pair a WSACleanup with its start.
+void StartWinsock() {
+  static WSADATA data{};
+  static const int started = WSAStartup(MAKEWORD(2, 2), &data);
+  (void)started;
 }
 
 std::string_view Trim(std::string_view text) {
@@ -65,7 +50,6 @@ std::string_view Trim(std::string_view text) {
 }  // namespace
 
 struct ServiceState {
-  WinsockUse winsock;  // first in, last out
   UniqueSocket listener;
   UniqueKernelHandle stop{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
   mutable std::mutex mutex;
@@ -132,12 +116,10 @@ bool WaitGate(const State& state, const Gate& gate) {
   return WaitForMultipleObjects(2, handles, FALSE, kGateGiveUpMs) != WAIT_OBJECT_0 + 1;
 }
 
-// The client reads only the code; the phrase is there because HTTP asks for one.
-const char* Reason(int status) { return status < 400 ? "OK" : "Error"; }
-
 std::string ReplyHead(const ScriptedReply& reply) {
+  // The client reads only the code; the phrase is there because HTTP asks for one.
   std::string head =
-      "HTTP/1.1 " + std::to_string(reply.status) + " " + Reason(reply.status) + "\r\n";
+      "HTTP/1.1 " + std::to_string(reply.status) + (reply.status < 400 ? " OK\r\n" : " Error\r\n");
   for (const auto& [name, value] : reply.headers) head += name + ": " + value + "\r\n";
   if (reply.chunks.empty()) {
     head += "Content-Length: " + std::to_string(reply.body.size()) + "\r\n";
@@ -276,12 +258,13 @@ bool Gate::Wait(DWORD timeout_ms) const {
 
 std::optional<std::string> RecordedRequest::Header(const std::string& name) const {
   for (const auto& [key, value] : headers) {
-    if (EqualsIgnoringCase(key, name)) return value;
+    if (_stricmp(key.c_str(), name.c_str()) == 0) return value;
   }
   return std::nullopt;
 }
 
 FakeService::FakeService() : state_(std::make_shared<ServiceState>()) {
+  StartWinsock();
   state_->listener.reset(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -322,13 +305,8 @@ std::vector<RecordedRequest> FakeService::Requests() const {
   return state_->requests;
 }
 
-size_t FakeService::RequestCount() const {
-  std::lock_guard lock(state_->mutex);
-  return state_->requests.size();
-}
-
 uint16_t UnusedLoopbackPort() {
-  const WinsockUse winsock;
+  StartWinsock();
   const UniqueSocket probe(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
   sockaddr_in address{};
   address.sin_family = AF_INET;
