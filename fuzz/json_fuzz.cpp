@@ -61,7 +61,6 @@ void CheckGetters(std::string_view text, std::string_view key) {
   }
   FUZZ_CHECK(found <= text.size() && text[found - 1] == ':');
   CheckParseString(text, found);
-  FUZZ_CHECK(string == qn::JsonParseString(text, found));
   if (!items.empty()) FUZZ_CHECK(text[qn::JsonSkipSpace(text, found)] == '[');
 }
 

@@ -89,7 +89,6 @@ class ReceiverWindow {
   }
   HWND get() const { return window_.get(); }
 
-  // Pumps until `done` holds or the time is up; returns `done`.
   bool PumpUntil(const std::function<bool()>& done, DWORD timeout_ms = 15000) {
     const ULONGLONG deadline = GetTickCount64() + timeout_ms;
     MSG message;
