@@ -52,7 +52,6 @@ TEST(ChatTurns, EachEventChangesTheConversationInArrivalOrder) {
   } cases[] = {
       // clang-format off
       {{Token("a "), Token("**b**"), kDone, Token("after")}, {L"1:a **b**"}},
-      {{kDone}, {kNoAnswer}},
       {{Token("old"), R"({"type":"discard"})", Token("new")}, {L"1:new"}},
       // Later tokens are dropped: the redaction stands.
       {{Token("x"), R"({"type":"redacted","message":"No."})", Token("y")}, {L"1:No."}},
