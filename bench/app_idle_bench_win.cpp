@@ -62,8 +62,9 @@ void RunFor(qn::App& app, UINT seconds) {
 int wmain(int argc, wchar_t** argv) {
   const UINT idle_seconds = argc > 1 ? static_cast<UINT>(_wtoi(argv[1])) : 60;
   const qn::ComApartment com(COINIT_MULTITHREADED);
-  qn::App app(GetModuleHandleW(nullptr),
-              {[] { return 19045u; }, [] { return true; }, 2000});
+  qn::StartChecks checks{[] { return 19045u; }, [] { return true; }, {}};
+  checks.drawer.idle_release_ms = 2000;
+  qn::App app(GetModuleHandleW(nullptr), std::move(checks));
   if (!app.Init()) return 1;
   std::printf("start-up: %.3f s from process start to initialised\n", SecondsSinceProcessStart());
   std::printf("working set after start: %.1f MiB\n", WorkingSetMiB());

@@ -9,6 +9,7 @@
 
 #include "app/conversation_win.h"
 #include "app/drawer_control_win.h"
+#include "app/foreground_tracker_win.h"
 #include "app/keyboard_hooks_win.h"
 #include "app/message_window_win.h"
 #include "app/tray_icon_win.h"
@@ -17,13 +18,13 @@
 
 namespace qn {
 
-// What decides whether the program may start, and how long the graphics outlive the drawer.
-// Tests replace these so that everything after the checks runs under Wine, which has no
-// window capture; the program never does.
+// What decides whether the program may start, and what the drawer is shown with. Tests
+// replace these so that everything after the checks runs under Wine, which has no window
+// capture; the program never does.
 struct StartChecks {
   uint32_t (*os_build)() = nullptr;  // null: the running system's
   bool (*capture_supported)() = nullptr;
-  UINT idle_release_ms = 30000;
+  DrawerSeams drawer;
 };
 
 class App {
@@ -57,11 +58,12 @@ class App {
   void OnCapturedKey(const KeyEventRecord& record);
   void ShowStartBalloon();
   void ApplyDrawerAndSound(const Settings& settings);
+  DrawerControl::Callbacks DrawerCallbacks();
 
   HINSTANCE instance_ = nullptr;
   StartChecks checks_;
   qn::MessageWindow window_;
-  UniqueWinEventHook foreground_hook_;
+  ForegroundTracker foreground_;
   std::optional<AppHotkey> hotkey_;
   Session session_;
   Conversation conversation_;

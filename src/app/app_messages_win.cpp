@@ -47,11 +47,11 @@ void App::ConnectTray() {
   window_.OnCommand(kCmdExit, [] { PostQuitMessage(0); });
   // The account window and the updater arrive with their own builds.
   window_.OnCommand(kCmdAccount, [this] {
-    drawer_.Close();
+    drawer_.CloseNow();
     Log(kLogInfo, L"account and settings window requested; not in this build");
   });
   window_.OnCommand(kCmdCheckForUpdates, [this] {
-    drawer_.Close();
+    drawer_.CloseNow();
     Log(kLogInfo, L"update check requested; not in this build");
   });
 }

@@ -26,10 +26,6 @@ constexpr wchar_t kNoCaptureText[] =
 
 uint32_t RunningOsBuild() { return GetOsVersion().build; }
 
-// Following the game in the foreground is the drawer's, which is not wired in yet; the hook
-// is set now so that start-up takes its final shape.
-void CALLBACK OnForegroundChange(HWINEVENTHOOK, DWORD, HWND, LONG, LONG, DWORD, DWORD) {}
-
 }  // namespace
 
 App::App(HINSTANCE instance, StartChecks checks)
@@ -37,8 +33,22 @@ App::App(HINSTANCE instance, StartChecks checks)
       checks_(checks),
       conversation_(session_, window_,
                     {[this] { return drawer_.Facts(); }, [this] { drawer_.ArmIdleRelease(); }}),
-      drawer_(conversation_.View(), checks.idle_release_ms,
-              {[this] { conversation_.OnDrawerClosed(); }}) {}
+      drawer_(instance, conversation_.Model(), conversation_.View(), std::move(checks.drawer),
+              DrawerCallbacks()) {}
+
+DrawerControl::Callbacks App::DrawerCallbacks() {
+  DrawerControl::Callbacks callbacks;
+  callbacks.settings_window_open = [this] { return settings_window_ != nullptr; };
+  callbacks.balloon = [this](const wchar_t* text) {
+    if (tray_) tray_->ShowTrayBalloon(text);
+  };
+  callbacks.opened = [this] { conversation_.OnDrawerOpened(); };
+  callbacks.closed = [this] { return conversation_.OnDrawerClosed(); };
+  // The updater fills these in; until it exists no update is ever put off.
+  callbacks.take_deferred_update = [] { return false; };
+  callbacks.prompt_update = [] { return false; };
+  return callbacks;
+}
 
 App::~App() { Shutdown(); }
 
@@ -56,10 +66,7 @@ bool App::Init() {
   tray_->AddTrayIcon();
   hotkey_.emplace(window_.get(), instance_);
   RegisterHotkey();
-  foreground_hook_.reset(SetWinEventHook(EVENT_SYSTEM_FOREGROUND, EVENT_SYSTEM_FOREGROUND,
-                                         nullptr, &OnForegroundChange, 0, 0,
-                                         WINEVENT_OUTOFCONTEXT));
-  if (!foreground_hook_) Log(kLogWarn, L"SetWinEventHook failed");
+  foreground_.Start([this](HWND foreground) { drawer_.OnForeground(foreground); });
   Log(kLogInfo, L"initialised (build %lu); waiting for hotkey", OsBuild());
   const bool established = session_.Start();
   const Settings settings = session_.CurrentSettings();
@@ -103,12 +110,11 @@ void App::RegisterHotkey() {
 }
 
 void App::ApplyDrawerAndSound(const Settings& settings) {
-  drawer_.SetHeightFraction(settings.drawer_pct / 100.0);
+  drawer_.SetLook(settings.drawer_pct / 100.0, settings.blur_pct / 100.0);
   BuildChime(settings.sound_volume);
   conversation_.SetSoundEnabled(settings.sound_enabled);
 }
 
-// The blur strength is only logged: the backdrop always goes through the whole blur chain.
 void App::OnSettingsApplied() {
   RegisterHotkey();
   const Settings settings = session_.CurrentSettings();
@@ -135,8 +141,8 @@ int App::Run() {
 
 void App::Shutdown() {
   if (std::exchange(shut_down_, true)) return;
-  if (drawer_.IsOpen()) drawer_.Close();
-  foreground_hook_.reset();
+  drawer_.CloseNow();
+  foreground_.Stop();
   if (hotkey_) hotkey_->Remove();
   RemoveKeyboardCaptureHook();
   FreeChime();

@@ -107,6 +107,13 @@ void Conversation::CopyAnswer() {
   model_.SetText(kRoleNotice, kCopiedNotice);
 }
 
+// The status line shows what the catalogue at hand says at once; the lookup's snapshot
+// replaces it when the service answers.
+void Conversation::OnDrawerOpened() {
+  RefreshStatusLine();
+  session_.LookupGameAsync(callbacks_.drawer().game_key, window_.get(), kMsgProgressSnapshot);
+}
+
 void Conversation::RefreshStatusLine() {
   const DrawerFacts drawer = callbacks_.drawer();
   ShowLookupStatus(session_.IsSignedIn(), session_.GetGames(false, 0), Context(drawer), model_);

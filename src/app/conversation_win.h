@@ -49,8 +49,14 @@ class Conversation {
   void RefreshStatusLine();
   // Set with the chime's volume, at start and when settings are applied.
   void SetSoundEnabled(bool enabled) { sound_enabled_ = enabled; }
-  // An answer still streaming when the drawer closes chimes when it ends.
-  void OnDrawerClosed() { chime_pending_ = turns_.Running(); }
+  // The status line for the game under the drawer, and its progress asked of the service.
+  void OnDrawerOpened();
+  // An answer still streaming when the drawer closes chimes when it ends; returns whether
+  // one is.
+  bool OnDrawerClosed() {
+    chime_pending_ = turns_.Running();
+    return chime_pending_;
+  }
 
  private:
   TurnContext Context(const DrawerFacts& drawer) const;

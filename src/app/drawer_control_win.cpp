@@ -4,64 +4,121 @@
 
 #include <utility>
 
+#include "app/drawer_target.h"
+#include "app/key_capture.h"
 #include "app/keyboard_hooks_win.h"
 #include "app/messages.h"
+#include "app/target_window_win.h"
+#include "app/tray_menu.h"
 #include "core/failure_log.h"
 #include "core/log.h"
+#include "gfx/capture.h"
+#include "gfx/capture_policy.h"
 
 namespace qn {
+namespace {
 
-DrawerControl::DrawerControl(ChatView& view, UINT idle_release_ms, Callbacks callbacks)
-    : view_(view), idle_release_ms_(idle_release_ms), callbacks_(std::move(callbacks)) {}
+constexpr int kCaptureHz = 30;
+constexpr float kTint[4] = {0.06f, 0.06f, 0.08f, 0.55f};
+constexpr float kWheelStep = 48.0f;  // per notch, in the chat's 96-DPI pixels
 
-// The game keeps the focus, so the typing meant for the drawer has to be taken from the
-// keyboard; the device is made here so that the first frame does not wait for it later.
+constexpr wchar_t kElevatedNotice[] =
+    L"This game runs as administrator, so Windows keeps your typing from Hintwick while the game "
+    L"has the focus. The drawer has taken the focus instead, and its backdrop stands still "
+    L"until you close it. To type over a running game, start the game without administrator "
+    L"rights.";
+
+bool IsShellOrSelf(HWND window) {
+  return BelongsToThisProcess(window) || IsShellExecutable(ExecutablePathOf(window));
+}
+
+std::unique_ptr<Renderer> MakeRenderer(const DrawerSeams& seams) {
+  return seams.renderer ? seams.renderer() : std::make_unique<Renderer>();
+}
+
+}  // namespace
+
+DrawerControl::DrawerControl(HINSTANCE instance, ChatModel& model, ChatView& view,
+                             DrawerSeams seams, Callbacks callbacks)
+    : instance_(instance),
+      model_(model),
+      view_(view),
+      seams_(std::move(seams)),
+      callbacks_(std::move(callbacks)),
+      renderer_(MakeRenderer(seams_)) {
+  drawer_window_.SetInputHandler(
+      [this](UINT message, WPARAM wparam, LPARAM lparam) { OnDrawerInput(message, wparam, lparam); });
+}
+
+DrawerControl::~DrawerControl() { ReleaseGraphics(); }
+
+// Each refusal ends the attempt; failures after the drawer window exists only degrade it.
 void DrawerControl::Open() {
+  if (open_) return;
+  if (callbacks_.settings_window_open && callbacks_.settings_window_open()) {
+    Log(kLogInfo, L"tray window is open; not opening the drawer");
+    return;
+  }
+  const HWND foreground = GetForegroundWindow();
+  if (!foreground || Refuses(foreground)) return;
   KillTimer(window_, kIdleReleaseTimer);
-  if (!renderer_.Init()) return;
-  view_ready_ = view_ready_ || ReadyView();
-  StartKeyboardCapture(window_, kMsgCapturedKey.id);
-  if (!SetTimer(window_, kTickTimer, kTickMs, nullptr)) LogLastError(L"SetTimer", kLogWarn);
+  if (!MakeGraphics()) return;
+  target_ = foreground;
+  game_key_ = GameIdentity(ExecutablePathOf(foreground));
+  hdr_ = Renderer::DisplayIsHdr(foreground);
+  StartFrames();
+  if (!Show()) return;
+  TakeKeyboard();
+  if (callbacks_.opened) callbacks_.opened();
+  opened_at_ = GetTickCount64();
+  seen_foreground_ = GetForegroundWindow();
   open_ = true;
-  Log(kLogInfo, L"drawer opened");
+  closing_ = false;
+  if (!SetTimer(window_, kTickTimer, kTickMs, nullptr)) LogLastError(L"SetTimer", kLogWarn);
+  const std::wstring executable(FileNameOf(ExecutablePathOf(target_)));
+  const RECT& drawer = placement_.drawer;
+  Log(kLogInfo, L"drawer open over '%ls' (%ls), drawer %ldx%ld at (%ld,%ld)",
+      WindowTitle(target_).c_str(), executable.c_str(), drawer.right - drawer.left,
+      drawer.bottom - drawer.top, drawer.left, drawer.top);
 }
 
-void DrawerControl::Close() {
-  if (!open_) return;
-  open_ = false;
-  KillTimer(window_, kTickTimer);
-  StopKeyboardCapture();
-  ArmIdleRelease();
-  Log(kLogInfo, L"drawer closed");
-  if (callbacks_.closed) callbacks_.closed();
-}
-
-void DrawerControl::Toggle() {
-  if (open_) {
-    Close();
-  } else {
-    Open();
+// Covering an exclusive-fullscreen game would minimise it, so that refusal is deliberate.
+bool DrawerControl::Refuses(HWND foreground) {
+  if (IsShellOrSelf(foreground)) {
+    Log(kLogInfo, L"foreground is the shell; not opening");
+    return true;
   }
-}
-
-DrawerFacts DrawerControl::Facts() const {
-  return {game_key_, view_ready_, open_, renderer_.Device() != nullptr};
-}
-
-void DrawerControl::ArmIdleRelease() {
-  if (!SetTimer(window_, kIdleReleaseTimer, idle_release_ms_, nullptr)) {
-    LogLastError(L"SetTimer", kLogWarn);
+  const WindowPlace place = MeasureWindow(foreground);
+  const bool d3d_fullscreen = (seams_.d3d_fullscreen ? seams_.d3d_fullscreen
+                                                     : &ShellReportsD3dFullscreen)();
+  const TargetGeometry geometry =
+      PlanTarget(place.window, place.monitor, d3d_fullscreen, place.dpi, height_fraction_);
+  if (geometry.mode == WindowMode::kExclusive) {
+    Log(kLogWarn, L"target is exclusive fullscreen; refusing to open (would minimise the game)");
+    if (callbacks_.balloon) callbacks_.balloon(kBalloonExclusiveFullscreen);
+    return true;
   }
+  placement_ = {ToRect(geometry.target), ToRect(geometry.drawer), place.dpi,
+                geometry.mode == WindowMode::kWindowed ? 0u : 1u};
+  captured_ = place.visible;
+  return false;
 }
 
-// Trimming gives the pages of the released device back to the system at once, which is what
-// a player looking at the Task Manager after a session expects.
-void DrawerControl::ReleaseIdleGraphics() {
-  KillTimer(window_, kIdleReleaseTimer);
-  if (!renderer_.Device()) return;
-  renderer_.Release();
-  K32EmptyWorkingSet(GetCurrentProcess());
-  Log(kLogInfo, L"idle: released GPU stack and drawer window");
+bool DrawerControl::MakeGraphics() {
+  if (!renderer_->Init()) {
+    Log(kLogError, L"renderer init failed; cannot open");
+    return false;
+  }
+  if (!surface_) surface_ = seams_.surface ? seams_.surface() : MakeCompositionSurface();
+  if (!drawer_window_.Create(instance_, renderer_.get(), surface_.get())) {
+    Log(kLogError, L"overlay create failed; cannot open");
+    return false;
+  }
+  if (!view_ready_) {
+    view_ready_ = ReadyView();
+    if (!view_ready_) Log(kLogError, L"chat view init failed; drawer will show backdrop only");
+  }
+  return true;
 }
 
 bool DrawerControl::ReadyView() {
@@ -72,6 +129,224 @@ bool DrawerControl::ReadyView() {
     return false;
   }
   return view_.Init(write_factory_.get());
+}
+
+// The whole window at its own size: the system clips a smaller frame pool rather than
+// scaling it, and the renderer's first pass does the downscaling.
+void DrawerControl::StartFrames() {
+  if (!frames_) frames_ = seams_.frames ? seams_.frames() : std::make_unique<Capture>();
+  capturing_ = frames_->Start(target_, renderer_->Device(), kCaptureHz, kDrawerCaptureDivisor);
+  if (!capturing_) Log(kLogWarn, L"capture failed to start; the drawer will show a flat scrim");
+}
+
+bool DrawerControl::Show() {
+  if (!drawer_window_.Place(placement_)) {
+    Log(kLogError, L"overlay show failed");
+    if (std::exchange(capturing_, false)) frames_->Stop();
+    target_ = nullptr;
+    return false;
+  }
+  view_.SetSize(drawer_window_.Width(), drawer_window_.Height(),
+                static_cast<float>(placement_.dpi) / 96.0f);
+  return true;
+}
+
+void DrawerControl::TakeKeyboard() {
+  const bool hidden = (seams_.keys_hidden ? seams_.keys_hidden : &KeysHiddenFromHookIn)(target_);
+  if (hidden) {
+    Log(kLogWarn, L"the game runs at a higher integrity level; its keys never reach the hook");
+    model_.SetText(kRoleNotice, kElevatedNotice);
+  }
+  if (hidden || !StartKeyboardCapture(window_, kMsgCapturedKey.id)) {
+    Log(kLogWarn, L"no keyboard capture; falling back to focus transfer (backdrop will not update)");
+    GiveFocusToDrawer();
+  }
+}
+
+void DrawerControl::GiveFocusToDrawer() {
+  const HWND drawer = drawer_window_.Window();
+  if (!SetForegroundWindow(drawer)) Log(kLogWarn, L"SetForegroundWindow failed");
+  SetFocus(drawer);
+  hand_back_foreground_ = true;
+}
+
+void DrawerControl::Close() {
+  if (!open_ || closing_) return;
+  closing_ = true;
+  close_started_ = GetTickCount64();
+}
+
+void DrawerControl::CloseNow() {
+  if (open_) CompleteClose();
+}
+
+// A toggle during the slide-out is a player who changed their mind: finish and open again.
+void DrawerControl::Toggle() {
+  if (closing_) {
+    CompleteClose();
+    Open();
+  } else if (open_) {
+    Close();
+  } else {
+    Open();
+  }
+}
+
+void DrawerControl::CompleteClose() {
+  KillTimer(window_, kTickTimer);
+  open_ = false;
+  const bool streaming = callbacks_.closed && callbacks_.closed();
+  if (streaming) {
+    Log(kLogInfo, L"drawer closed with an answer still streaming; it will finish in the background");
+  }
+  const FrameCounts counts = frames_ ? frames_->Counts() : FrameCounts{};
+  Log(kLogInfo, L"backdrop frames: %lld arrived, %lld accepted, %lld consumed",
+      static_cast<long long>(counts.arrived), static_cast<long long>(counts.accepted),
+      static_cast<long long>(counts.consumed));
+  StopKeyboardCapture();
+  if (std::exchange(capturing_, false)) frames_->Stop();
+  drawer_window_.Hide();
+  if (std::exchange(hand_back_foreground_, false) && IsWindow(target_)) {
+    SetForegroundWindow(target_);
+  }
+  target_ = nullptr;
+  closing_ = false;
+  if (!streaming) ArmIdleRelease();
+  Log(kLogInfo, L"drawer closed");
+}
+
+void DrawerControl::Tick() {
+  if (!open_) return;
+  if (!IsWindow(target_) || (capturing_ && frames_->Closed())) {
+    Log(kLogInfo, L"target window gone; dismissing");
+    CompleteClose();
+    return;
+  }
+  CheckForeground();
+  const uint64_t now = GetTickCount64();
+  const float slide = closing_ ? SlideClosing(static_cast<int64_t>(now - close_started_))
+                               : SlideOpening(static_cast<int64_t>(now - opened_at_));
+  if (closing_ && slide <= 0.0f) {
+    CompleteClose();
+    return;
+  }
+  DrawFrame(slide);
+}
+
+// The foreground event comes through the queue, and some systems (Wine) never send it for
+// other processes' windows; the tick runs while the drawer is open anyway, so it looks too.
+// No foreground at all is a moment of a switch, not a place the player went.
+void DrawerControl::CheckForeground() {
+  const HWND foreground = GetForegroundWindow();
+  if (!foreground || foreground == seen_foreground_) return;
+  seen_foreground_ = foreground;
+  OnForeground(foreground);
+}
+
+void DrawerControl::DrawFrame(float slide) {
+  const ComPtr<ID3D11Texture2D> frame =
+      capturing_ ? frames_->TakeLatest() : ComPtr<ID3D11Texture2D>();
+  BlurParams params;
+  std::copy(std::begin(kTint), std::end(kTint), params.tint);
+  params.opacity = slide;
+  params.hdr = hdr_ ? 1 : 0;
+  params.blur = blur_;
+  const RECT crop = frame ? CropFor(frame.get()) : RECT{};
+  drawer_window_.Frame(frame.get(), crop, slide, params,
+                       [this](ID2D1DeviceContext* context, float opacity) {
+                         if (view_ready_) view_.Draw(context, opacity);
+                       });
+}
+
+RECT DrawerControl::CropFor(ID3D11Texture2D* frame) const {
+  D3D11_TEXTURE2D_DESC desc;
+  frame->GetDesc(&desc);
+  const PixelRect crop =
+      CropInFrame(ToScreenRect(placement_.drawer), captured_, {desc.Width, desc.Height});
+  return {crop.left, crop.top, crop.right, crop.bottom};
+}
+
+// Only reached when the drawer holds the focus itself (the keyboard capture's fallback) and
+// for the wheel over it.
+void DrawerControl::OnDrawerInput(UINT message, WPARAM wparam, LPARAM) {
+  if (!open_) return;
+  if (message == WM_KEYDOWN || message == WM_SYSKEYDOWN) {
+    if (wparam == VK_ESCAPE) {
+      Close();
+    } else {
+      model_.HandleKey(static_cast<uint32_t>(wparam), GetKeyState(VK_CONTROL) < 0);
+    }
+  } else if (message == WM_CHAR) {
+    for (const wchar_t c : PrintableText(std::wstring(1, static_cast<wchar_t>(wparam)))) {
+      model_.InsertChar(c);
+    }
+  } else if (message == WM_MOUSEWHEEL) {
+    model_.ScrollBy(kWheelStep * GET_WHEEL_DELTA_WPARAM(wparam) / WHEEL_DELTA);
+  }
+}
+
+void DrawerControl::OnForeground(HWND foreground) {
+  const bool drawer_or_target = foreground == drawer_window_.Window() || foreground == target_;
+  switch (OnForegroundChange(open_, closing_, drawer_or_target)) {
+    case ForegroundOutcome::kFollowGame:
+      FollowGame(foreground);
+      break;
+    case ForegroundOutcome::kDismiss:
+      Log(kLogInfo, L"foreground moved elsewhere; dismissing");
+      Close();
+      break;
+    case ForegroundOutcome::kKeep:
+      break;
+  }
+}
+
+// The shell in front means the player left the game: the moment to ask about an update
+// that was put off at start so as not to interrupt play.
+void DrawerControl::FollowGame(HWND foreground) {
+  const std::wstring executable = ExecutablePathOf(foreground);
+  if (!BelongsToThisProcess(foreground) && !IsShellExecutable(executable)) {
+    std::string game = GameIdentity(executable);
+    if (game == game_key_) return;
+    game_key_ = std::move(game);
+    Log(kLogInfo, L"foreground game is now '%hs'", game_key_.c_str());
+    return;
+  }
+  if (!callbacks_.take_deferred_update || !callbacks_.take_deferred_update()) return;
+  Log(kLogInfo, L"foreground returned to the shell; asking about the deferred update");
+  if (callbacks_.prompt_update && callbacks_.prompt_update()) PostQuitMessage(0);
+}
+
+DrawerFacts DrawerControl::Facts() const {
+  return {game_key_, view_ready_, open_, drawer_window_.Window() != nullptr};
+}
+
+void DrawerControl::SetLook(double height_fraction, double blur) {
+  height_fraction_ = height_fraction;
+  blur_ = static_cast<float>(blur);
+}
+
+void DrawerControl::ArmIdleRelease() {
+  if (!SetTimer(window_, kIdleReleaseTimer, seams_.idle_release_ms, nullptr)) {
+    LogLastError(L"SetTimer", kLogWarn);
+  }
+}
+
+// Trimming gives the pages of the released device back to the system at once, which is what
+// a player looking at the Task Manager after a session expects.
+void DrawerControl::ReleaseIdleGraphics() {
+  KillTimer(window_, kIdleReleaseTimer);
+  if (!renderer_->Device() && !drawer_window_.Window()) return;
+  ReleaseGraphics();
+  K32EmptyWorkingSet(GetCurrentProcess());
+  Log(kLogInfo, L"idle: released GPU stack and drawer window");
+}
+
+void DrawerControl::ReleaseGraphics() {
+  if (std::exchange(capturing_, false)) frames_->Stop();
+  frames_.reset();
+  drawer_window_.Destroy();
+  surface_.reset();
+  renderer_->Release();
 }
 
 }  // namespace qn

@@ -1,18 +1,22 @@
 #pragma once
-// Opening and closing the drawer, and the lifetime of its graphics: the device is made at
-// the first opening and released a while after the last closing. Placing and drawing the
-// drawer over the game joins this class with the drawer itself; until then an opening only
-// takes the keyboard and readies the chat view.
+// Whether and where the drawer opens over the game, and its life from the opening through
+// the slide-out to the release of its graphics a while after the last closing. It owns the
+// renderer, the drawer window, the frame source and the target; the decisions it acts on
+// are in drawer_target.h.
 #include <windows.h>
 
 #include <dwrite.h>
 
+#include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
-#include <utility>
 
 #include "app/conversation_win.h"
 #include "core/handles.h"
+#include "gfx/drawer_surface.h"
+#include "gfx/drawer_window.h"
+#include "gfx/frame_source.h"
 #include "gfx/renderer.h"
 
 namespace qn {
@@ -21,45 +25,104 @@ inline constexpr UINT_PTR kTickTimer = 1;
 inline constexpr UINT_PTR kIdleReleaseTimer = 2;
 inline constexpr UINT kTickMs = 8;
 
+// What the drawer is shown with and what it asks the system. The program leaves these
+// empty; tests give what Wine has (a swap chain on the window, frames copied with GDI) and
+// stand in for states Wine cannot reach.
+struct DrawerSeams {
+  std::function<std::unique_ptr<DrawerSurface>()> surface;  // empty: DirectComposition
+  std::function<std::unique_ptr<FrameSource>()> frames;     // empty: the window capture
+  std::function<std::unique_ptr<Renderer>()> renderer;
+  bool (*d3d_fullscreen)() = nullptr;          // null: the shell's notification state
+  bool (*keys_hidden)(HWND target) = nullptr;  // null: the target's integrity level
+  UINT idle_release_ms = 30000;                // how long the graphics outlive a closing
+};
+
 class DrawerControl {
  public:
   struct Callbacks {
-    std::function<void()> closed;  // the conversation's answer may now chime at its end
+    std::function<bool()> settings_window_open;
+    std::function<void(const wchar_t* text)> balloon;
+    // The drawer opened over the game: its status line and progress are due.
+    std::function<void()> opened;
+    // Returns whether an answer goes on streaming behind the closed drawer.
+    std::function<bool()> closed;
+    // The updater's: whether an update was put off at start (clearing that), and its prompt,
+    // which returns whether the program must quit for the update.
+    std::function<bool()> take_deferred_update;
+    std::function<bool()> prompt_update;
   };
 
-  // `idle_release_ms`: how long the graphics outlive a closing.
-  DrawerControl(ChatView& view, UINT idle_release_ms, Callbacks callbacks);
+  DrawerControl(HINSTANCE instance, ChatModel& model, ChatView& view, DrawerSeams seams,
+                Callbacks callbacks);
+  ~DrawerControl();
+  DrawerControl(const DrawerControl&) = delete;
+  DrawerControl& operator=(const DrawerControl&) = delete;
 
   // `window` carries the timers and receives the captured keys.
   void Attach(HWND window) { window_ = window; }
   bool IsOpen() const { return open_; }
   void Open();
+  // Begins the slide-out; the tick completes the close.
   void Close();
+  // Closes at once, for what cannot wait for the slide.
+  void CloseNow();
   void Toggle();
+  void Tick();
+  void OnForeground(HWND foreground);
   DrawerFacts Facts() const;
-  // The catalogue key of the game the drawer opens over.
-  void FollowGame(std::string key) { game_key_ = std::move(key); }
-  void Tick() {}
   // Arms the release of the graphics, as a closing does.
   void ArmIdleRelease();
   // Releases the graphics if any are held.
   void ReleaseIdleGraphics();
-  void ReleaseGraphics() { renderer_.Release(); }
-  void SetHeightFraction(double fraction) { height_fraction_ = fraction; }
+  void ReleaseGraphics();
+  void SetLook(double height_fraction, double blur);
+
+  HWND DrawerWindowHandle() const { return drawer_window_.Window(); }
+  HWND Target() const { return target_; }
 
  private:
+  bool Refuses(HWND foreground);
+  bool MakeGraphics();
   bool ReadyView();
+  void StartFrames();
+  bool Show();
+  void TakeKeyboard();
+  void GiveFocusToDrawer();
+  void CompleteClose();
+  void CheckForeground();
+  void DrawFrame(float slide);
+  RECT CropFor(ID3D11Texture2D* frame) const;
+  void OnDrawerInput(UINT message, WPARAM wparam, LPARAM lparam);
+  void FollowGame(HWND foreground);
 
+  HINSTANCE instance_;
+  ChatModel& model_;
   ChatView& view_;
-  UINT idle_release_ms_;
+  DrawerSeams seams_;
   Callbacks callbacks_;
   HWND window_ = nullptr;
-  Renderer renderer_;
-  std::string game_key_;
-  bool open_ = false;
-  bool view_ready_ = false;
-  double height_fraction_ = 0.33;  // of the game's height, for the drawer to come
+  // Declared in the order they depend on each other: each is released before what it uses.
+  std::unique_ptr<Renderer> renderer_;
+  std::unique_ptr<DrawerSurface> surface_;
+  DrawerWindow drawer_window_;
+  std::unique_ptr<FrameSource> frames_;
   ComPtr<IDWriteFactory> write_factory_;
+
+  HWND target_ = nullptr;
+  HWND seen_foreground_ = nullptr;
+  DrawerPlacement placement_;
+  ScreenRect captured_;  // the screen area the target's frames show
+  bool hdr_ = false;
+  bool open_ = false;
+  bool closing_ = false;
+  bool capturing_ = false;
+  bool view_ready_ = false;
+  bool hand_back_foreground_ = false;
+  uint64_t opened_at_ = 0;
+  uint64_t close_started_ = 0;
+  double height_fraction_ = 1.0 / 3.0;
+  float blur_ = 1.0f;
+  std::string game_key_;
 };
 
 }  // namespace qn

@@ -26,6 +26,9 @@ inline constexpr wchar_t kBalloonHotkeyTaken[] =
     L"Use the tray icon to open the drawer.";
 inline constexpr wchar_t kBalloonAlreadyRunning[] =
     L"Already running. Press Shift+Alt+X while a game is in focus.";
+inline constexpr wchar_t kBalloonExclusiveFullscreen[] =
+    L"This game is running in exclusive fullscreen. Switch it to Borderless in its video "
+    L"settings and the drawer will work.";
 
 // A balloon holds 255 characters; a cut that would split a surrogate pair drops its first half.
 std::wstring_view CutForBalloon(std::wstring_view text);

@@ -1,6 +1,7 @@
 // The application object started for real under Wine: its refusals, its start-up, its
-// message table and the chat turns through it against the fake service. Wine has no window
-// capture, so the start checks are the tests' to answer.
+// message table and the chat turns through it against the fake service, with the drawer
+// over a stand-in game. Wine has no window capture, so the start checks are the tests' to
+// answer and the drawer shows through what Wine has.
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -16,6 +17,9 @@
 #include "chat/chime.h"
 #include "net/session_fixture.h"
 #include "support/fake_tray_win.h"
+#include "support/gdi_frames_win.h"
+#include "support/hwnd_surface_win.h"
+#include "support/test_game_win.h"
 
 namespace qn {
 namespace {
@@ -27,6 +31,15 @@ uint32_t Windows10() { return 19045; }
 uint32_t Build18361() { return 18361; }
 bool Supported() { return true; }
 bool Unsupported() { return false; }
+constexpr RECT kGameRect = {100, 60, 1060, 660};
+
+StartChecks WineChecks() {
+  StartChecks checks{&Windows10, &Supported, {}};
+  checks.drawer.surface = [] { return test::MakeHwndSurface(); };
+  checks.drawer.frames = [] { return test::MakeGdiFrameSource(); };
+  checks.drawer.idle_release_ms = 200;
+  return checks;
+}
 
 // Closes each message box of this thread as it opens and keeps its text. A box may be
 // activated more than once before it goes.
@@ -74,7 +87,7 @@ class AppTest : public SessionFixture {
 
   // Signed in as "a1" against the fake when asked; the log goes to the data directory as in
   // the program, until `log_` takes it back.
-  bool Start(StartChecks checks = {&Windows10, &Supported, 200}, bool signed_in = true) {
+  bool Start(StartChecks checks = WineChecks(), bool signed_in = true) {
     if (signed_in) {
       TokenStore::Save("r0");
       fake_->Script("POST", "/v1/auth/refresh", Reply(200, R"({"access_token":"a1"})"));
@@ -87,16 +100,9 @@ class AppTest : public SessionFixture {
     return started;
   }
 
-  // Dispatches what arrives until `done` holds or a generous deadline passes.
   template <typename Done>
   bool PumpUntil(Done done) {
-    MSG message;
-    for (const ULONGLONG deadline = GetTickCount64() + 20000; !done();) {
-      if (GetTickCount64() > deadline) return false;
-      MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
-      while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
-    }
-    return true;
+    return test::PumpUntil(done);
   }
   void Post(UINT message, WPARAM wparam = 0, LPARAM lparam = 0) {
     PostMessageW(app_->MessageWindow(), message, wparam, lparam);
@@ -124,9 +130,9 @@ TEST_F(AppTest, AnUnsupportedSystemIsToldWhyAndNothingStarts) {
     const char* logged;
     const wchar_t* box_starts;
   } cases[] = {
-      {{&Build18361, &Supported}, "ERROR unsupported OS: build 18361, need 18362+",
+      {{&Build18361, &Supported, {}}, "ERROR unsupported OS: build 18361, need 18362+",
        L"Hintwick needs Windows 10 version 1903 or newer.\n\nThe drawer's blurred backdrop"},
-      {{&Windows10, &Unsupported}, "ERROR Windows.Graphics.Capture reports unsupported",
+      {{&Windows10, &Unsupported, {}}, "ERROR Windows.Graphics.Capture reports unsupported",
        L"Screen capture is unavailable on this system, so the drawer cannot be drawn."},
   };
   for (const auto& c : cases) {
@@ -154,12 +160,14 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
     EXPECT_NE(at, std::string::npos) << line << "\n" << startup_log_;
   }
   const DrawerControl& drawer = app_->Drawer();
+  const test::TestGame game(kGameRect);
+  ASSERT_TRUE(game.window());
   Post(WM_HOTKEY, 1);
   ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
   PostKey('A');
   PostKey(13);  // the tick sends what Enter submitted
   ASSERT_TRUE(PumpUntil([&] { return !RequestsTo("/v1/chat").empty(); }));
-  EXPECT_EQ(RequestsTo("/v1/chat")[0].body, R"({"game":"","message":"a"})");
+  EXPECT_EQ(RequestsTo("/v1/chat")[0].body, R"({"game":"hintwick_test_game","message":"a"})");
   PostKey('C');
   PostKey(27);
   ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
@@ -174,7 +182,7 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   ASSERT_TRUE(PumpUntil([&] { return log_.Has("idle: released GPU stack and drawer window"); }));
   EXPECT_FALSE(app_->Drawer().Facts().window_exists);
   EXPECT_EQ(app_->Chat().Model().Input(), L"c");
-  EXPECT_EQ(log_.Count("INFO  drawer opened"), 3u);
+  EXPECT_EQ(log_.Count("INFO  drawer open over 'Hintwick test game'"), 3u);
   EXPECT_EQ(log_.Count("idle: released"), 1u);
 
   app_->OnSettingsApplied();
@@ -213,35 +221,43 @@ TEST_F(AppTest, TheBalloonsSayHowToOpenTheDrawer) {
   }
 }
 
+// The opening names the game from the catalogue at hand, then from the service's answer; an
+// answer still streaming when the drawer closes lands, chimes, and only then lets the
+// graphics go.
 TEST_F(AppTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
   const std::string memory = R"({"type":"memory","stage":"act 2","changes":["found the key"]})";
   test::ScriptedReply answer = Reply(200, "data: " + Token("Go **north**") + "\n\ndata: " +
                                                memory + "\n\ndata: {\"type\":\"done\"}\n\n");
   answer.headers = {{"Content-Type", "text/event-stream"}};
   fake_->Script("POST", "/v1/chat", answer);
-  test::WriteFileBytes(StatePath(L"games.json"), R"([{"slug":"g","display_name":"G \u00e9"}])");
+  fake_->Script("GET", "/v1/games",
+                Reply(200, R"([{"slug":"hintwick_test_game","display_name":"G \u00e9"}])"));
   ASSERT_TRUE(Start());
   Conversation& chat = app_->Chat();
-  app_->Drawer().FollowGame("g");
+  const test::TestGame game(kGameRect);
   app_->Drawer().Open();
-  chat.RefreshStatusLine();
-  EXPECT_EQ(chat.Model().StatusLine(), L"G \u00e9 \u2014 checking\u2026");
+  EXPECT_EQ(chat.Model().StatusLine(), L"hintwick_test_game \u2014 checking\u2026");
+  ASSERT_TRUE(PumpUntil([&] { return chat.Model().StatusLine().rfind(L"G \u00e9 \u2014 ", 0) == 0; }));
 
   chat.SendPrompt(L"caf\u00e9 \"x\"");
-  app_->Drawer().Close();  // mid-answer: its end chimes
+  app_->Drawer().CloseNow();  // mid-answer: its end chimes
+  EXPECT_TRUE(log_.Has("drawer closed with an answer still streaming; it will finish in the "
+                       "background"));
   ASSERT_TRUE(PumpUntil([&] { return !chat.Model().Waiting() && g_plays > 0; }));
   EXPECT_EQ(RequestsTo("/v1/chat").at(0).body,
-            "{\"game\":\"g\",\"message\":\"caf\xC3\xA9 \\\"x\\\"\"}");
+            "{\"game\":\"hintwick_test_game\",\"message\":\"caf\xC3\xA9 \\\"x\\\"\"}");
   EXPECT_EQ(Said(), (Lines{L"1:Go **north**", L"2:Noted \u2014 found the key"}));
   EXPECT_EQ(g_plays, 1);
-  EXPECT_EQ(chat.Model().StatusLine(), L"g \u2014 act 2");
+  EXPECT_EQ(chat.Model().StatusLine(), L"hintwick_test_game \u2014 act 2");
+  ASSERT_TRUE(PumpUntil([&] { return log_.Has("idle: released GPU stack and drawer window"); }));
 
   chat.CopyAnswer();
   EXPECT_EQ(Said().back(), L"2:Answer copied.");
   auto other = std::make_unique<GameLookupResult>();
   other->key = "h";
   chat.OnProgressSnapshot(std::move(other));
-  EXPECT_TRUE(Logged("INFO  discarding a progress snapshot for 'h'; current game is 'g'\r\n"));
+  EXPECT_TRUE(Logged(
+      "INFO  discarding a progress snapshot for 'h'; current game is 'hintwick_test_game'\r\n"));
 }
 
 }  // namespace

@@ -1,0 +1,102 @@
+#include "app/target_window_win.h"
+
+#include <dwmapi.h>
+#include <shellapi.h>
+
+#include "core/failure_log.h"
+#include "core/handles.h"
+#include "core/os.h"
+#include "gfx/drawer_window.h"
+
+namespace qn {
+namespace {
+
+DWORD ProcessOf(HWND window) {
+  DWORD process = 0;
+  GetWindowThreadProcessId(window, &process);
+  return process;
+}
+
+ScreenRect MonitorOf(HWND window) {
+  MONITORINFO info = {};
+  info.cbSize = sizeof(info);
+  if (!GetMonitorInfoW(MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST), &info)) return {};
+  return ToScreenRect(info.rcMonitor);
+}
+
+std::optional<uint32_t> IntegrityLevel(HANDLE token) {
+  DWORD size = 0;
+  GetTokenInformation(token, TokenIntegrityLevel, nullptr, 0, &size);
+  if (size == 0) return std::nullopt;
+  std::string buffer(size, '\0');
+  if (!GetTokenInformation(token, TokenIntegrityLevel, buffer.data(), size, &size)) {
+    return std::nullopt;
+  }
+  const PSID sid = reinterpret_cast<const TOKEN_MANDATORY_LABEL*>(buffer.data())->Label.Sid;
+  const UCHAR count = *GetSidSubAuthorityCount(sid);
+  if (count == 0) return std::nullopt;
+  return *GetSidSubAuthority(sid, count - 1u);
+}
+
+TargetIntegrity IntegrityOf(DWORD process_id) {
+  const UniqueKernelHandle process(
+      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
+  HANDLE token = nullptr;
+  if (!process || !OpenProcessToken(process.get(), TOKEN_QUERY, &token)) {
+    return {GetLastError() == ERROR_ACCESS_DENIED, std::nullopt};
+  }
+  const UniqueKernelHandle owned_token(token);
+  return {false, IntegrityLevel(token)};
+}
+
+}  // namespace
+
+std::wstring ExecutablePathOf(HWND window) {
+  const UniqueKernelHandle process(
+      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, ProcessOf(window)));
+  if (!process) return {};
+  wchar_t path[MAX_PATH * 2] = {};
+  DWORD size = MAX_PATH * 2;
+  if (!QueryFullProcessImageNameW(process.get(), 0, path, &size)) return {};
+  return std::wstring(path, size);
+}
+
+std::wstring WindowTitle(HWND window) {
+  wchar_t title[256] = {};
+  const int length = GetWindowTextW(window, title, 256);
+  return std::wstring(title, length > 0 ? static_cast<size_t>(length) : 0);
+}
+
+bool BelongsToThisProcess(HWND window) { return ProcessOf(window) == GetCurrentProcessId(); }
+
+// The capture shows the window without its invisible resize borders, which only the
+// compositor knows; without it both are the same.
+WindowPlace MeasureWindow(HWND window) {
+  WindowPlace place;
+  RECT rect = {};
+  GetWindowRect(window, &rect);
+  place.window = ToScreenRect(rect);
+  place.visible = place.window;
+  if (SUCCEEDED(DwmGetWindowAttribute(window, DWMWA_EXTENDED_FRAME_BOUNDS, &rect, sizeof(rect))) &&
+      rect.right > rect.left && rect.bottom > rect.top) {
+    place.visible = ToScreenRect(rect);
+  }
+  place.monitor = MonitorOf(window);
+  place.dpi = GetWindowDpi(window);
+  return place;
+}
+
+bool ShellReportsD3dFullscreen() {
+  QUERY_USER_NOTIFICATION_STATE state = {};
+  return SUCCEEDED(SHQueryUserNotificationState(&state)) && state == QUNS_RUNNING_D3D_FULL_SCREEN;
+}
+
+// A token of our own that cannot be read is taken for the usual medium level, so that the
+// drawer keeps the game's focus unless the game is known to be above it.
+bool KeysHiddenFromHookIn(HWND window) {
+  const TargetIntegrity own = IntegrityOf(GetCurrentProcessId());
+  return KeysHiddenFromHook(IntegrityOf(ProcessOf(window)),
+                            own.level.value_or(SECURITY_MANDATORY_MEDIUM_RID));
+}
+
+}  // namespace qn

@@ -1,0 +1,30 @@
+#pragma once
+// What the drawer control asks the system about a window it might open over. Each answer is
+// a value; the decisions made from them live in drawer_target.h.
+#include <windows.h>
+
+#include <string>
+
+#include "app/drawer_target.h"
+
+namespace qn {
+
+// Empty when the process cannot be opened, as for some protected system processes.
+std::wstring ExecutablePathOf(HWND window);
+std::wstring WindowTitle(HWND window);
+bool BelongsToThisProcess(HWND window);
+
+struct WindowPlace {
+  ScreenRect window;   // as the window manager has it, invisible resize borders included
+  ScreenRect visible;  // what a capture of the window shows
+  ScreenRect monitor;
+  uint32_t dpi = 96;
+};
+WindowPlace MeasureWindow(HWND window);
+
+// The shell's notification state; false also when it cannot be read.
+bool ShellReportsD3dFullscreen();
+// Whether what the player types into the window's process escapes a low-level hook.
+bool KeysHiddenFromHookIn(HWND window);
+
+}  // namespace qn

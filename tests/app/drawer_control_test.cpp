@@ -1,0 +1,201 @@
+// The drawer control over a stand-in game in a process of its own, under Wine: each refusal
+// and fallback of an opening, and what the foreground and the game's window do to an open
+// drawer. Wine has neither DirectComposition nor window capture, so the drawer shows through
+// a swap chain on its own window and takes its frames with GDI, unless a case is about the
+// system's own.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/drawer_control_win.h"
+#include "app/foreground_tracker_win.h"
+#include "app/keyboard_hooks_win.h"
+#include "app/message_window_win.h"
+#include "app/tray_menu.h"
+#include "support/fake_tray_win.h"
+#include "support/gdi_frames_win.h"
+#include "support/hwnd_surface_win.h"
+#include "support/test_files.h"
+#include "support/test_game_win.h"
+
+namespace qn {
+namespace {
+
+constexpr RECT kWindowed = {100, 60, 1060, 660};
+constexpr RECT kWholeScreen = {0, 0, 1280, 800};  // the bench's display
+
+class RefusingRenderer : public Renderer {
+ protected:
+  bool CreateStates() override { return false; }
+};
+
+bool Yes() { return true; }
+bool Hidden(HWND) { return true; }
+
+DrawerSeams WineSeams() {
+  DrawerSeams seams;
+  seams.surface = [] { return test::MakeHwndSurface(); };
+  seams.frames = [] { return test::MakeGdiFrameSource(); };
+  seams.idle_release_ms = 200;
+  return seams;
+}
+
+class DrawerControlTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    ASSERT_TRUE(window_.Create(GetModuleHandleW(nullptr)));
+    window_.OnTimer(kTickTimer, [this] { drawer_->Tick(); });
+    window_.OnTimer(kIdleReleaseTimer, [this] { drawer_->ReleaseIdleGraphics(); });
+    foreground_.Start([this](HWND window) { drawer_->OnForeground(window); });
+  }
+  void TearDown() override {
+    foreground_.Stop();
+    drawer_.reset();
+    RemoveKeyboardCaptureHook();
+    window_.Destroy();
+    CoUninitialize();
+  }
+
+  DrawerControl& MakeDrawer(DrawerSeams seams) {
+    DrawerControl::Callbacks callbacks;
+    callbacks.settings_window_open = [this] { return settings_open_; };
+    callbacks.balloon = [this](const wchar_t* text) { balloons_.emplace_back(text); };
+    callbacks.closed = [] { return false; };
+    drawer_.reset();
+    drawer_ = std::make_unique<DrawerControl>(GetModuleHandleW(nullptr), model_, view_,
+                                              std::move(seams), std::move(callbacks));
+    drawer_->Attach(window_.get());
+    return *drawer_;
+  }
+  RECT DrawerRectOnScreen() const {
+    RECT rect = {};
+    GetWindowRect(drawer_->DrawerWindowHandle(), &rect);
+    return rect;
+  }
+  bool PumpUntil(const std::function<bool()>& done) { return test::PumpUntil(done); }
+
+  test::CapturedLog log_;
+  MessageWindow window_;
+  ForegroundTracker foreground_;
+  ChatModel model_;
+  ChatView view_{model_};
+  std::unique_ptr<DrawerControl> drawer_;
+  std::vector<std::wstring> balloons_;
+  bool settings_open_ = false;
+};
+
+TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
+  DrawerSeams exclusive = WineSeams(), no_renderer = WineSeams(), system_surface = WineSeams(),
+              system_frames = WineSeams(), elevated = WineSeams();
+  exclusive.d3d_fullscreen = &Yes;
+  no_renderer.renderer = [] { return std::make_unique<RefusingRenderer>(); };
+  system_surface.surface = nullptr;
+  system_frames.frames = nullptr;
+  elevated.keys_hidden = &Hidden;
+  const struct {
+    const char* name;
+    DrawerSeams seams;
+    RECT game;
+    bool settings_open;
+    bool opens;
+    const char* logged;
+    bool balloon = false;
+  } cases[] = {
+      {"account window", WineSeams(), kWindowed, true, false,
+       "INFO  tray window is open; not opening the drawer"},
+      {"exclusive", exclusive, kWholeScreen, false, false,
+       "WARN  target is exclusive fullscreen; refusing to open (would minimise the game)", true},
+      {"windowed beside a full-screen game", exclusive, kWindowed, false, true,
+       "INFO  drawer open over"},
+      {"renderer", no_renderer, kWindowed, false, false,
+       "ERROR renderer init failed; cannot open"},
+      {"overlay", system_surface, kWindowed, false, false,
+       "ERROR overlay create failed; cannot open"},
+      {"capture", system_frames, kWindowed, false, true,
+       "WARN  capture failed to start; the drawer will show a flat scrim"},
+      {"elevated", elevated, kWindowed, false, true,
+       "WARN  no keyboard capture; falling back to focus transfer (backdrop will not update)"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const test::TestGame game(c.game);
+    ASSERT_TRUE(game.window());
+    DrawerControl& drawer = MakeDrawer(c.seams);
+    settings_open_ = c.settings_open;
+    balloons_.clear();
+    log_.Clear();
+    drawer.Open();
+    EXPECT_TRUE(log_.Has(c.logged)) << log_.Text();
+    EXPECT_EQ(drawer.IsOpen(), c.opens) << log_.Text();
+    EXPECT_EQ(balloons_, c.balloon ? std::vector<std::wstring>{kBalloonExclusiveFullscreen}
+                                   : std::vector<std::wstring>{});
+    if (c.seams.keys_hidden) {
+      EXPECT_EQ(GetForegroundWindow(), drawer.DrawerWindowHandle());
+      EXPECT_EQ(model_.Messages().back().role, kRoleNotice);
+      drawer.CloseNow();
+      EXPECT_TRUE(PumpUntil([&] { return GetForegroundWindow() == game.window(); }));
+    } else if (c.opens) {
+      EXPECT_EQ(GetForegroundWindow(), game.window()) << "the game keeps the focus";
+    }
+  }
+  // Refused by the system's own composition, the drawer opens once a surface can be had.
+  MakeDrawer(WineSeams());
+  const test::TestGame game(kWindowed);
+  drawer_->Open();
+  EXPECT_TRUE(drawer_->IsOpen());
+}
+
+TEST_F(DrawerControlTest, RefusesOverTheShellOrItsOwnProcess) {
+  DrawerControl& drawer = MakeDrawer(WineSeams());
+  const UniqueHwnd own(test::CreateTestWindow(L"DrawerControlTest", &DefWindowProcW,
+                                              WS_POPUP | WS_VISIBLE, nullptr));
+  SetForegroundWindow(own.get());
+  ASSERT_TRUE(PumpUntil([&] { return GetForegroundWindow() == own.get(); }));
+  drawer.Open();
+  EXPECT_FALSE(drawer.IsOpen());
+  EXPECT_TRUE(log_.Has("INFO  foreground is the shell; not opening"));
+}
+
+// Placed at the rectangle over the game's bottom edge; the player leaving for another window
+// dismisses it after the slide, a toggle during the slide reopens it, and the game's window
+// going away ends it.
+TEST_F(DrawerControlTest, FollowsTheGameAndTheForeground) {
+  DrawerControl& drawer = MakeDrawer(WineSeams());
+  test::TestGame game(kWindowed);
+  ASSERT_TRUE(game.window());
+  drawer.Open();
+  ASSERT_TRUE(drawer.IsOpen());
+  const RECT expected = {100, 440, 1060, 660};  // 220 high: the least a drawer is
+  const RECT placed = DrawerRectOnScreen();
+  EXPECT_TRUE(EqualRect(&placed, &expected))
+      << placed.left << "," << placed.top << "," << placed.right << "," << placed.bottom;
+  EXPECT_TRUE(log_.Has("INFO  drawer open over 'Hintwick test game' (hintwick_test_game.exe), "
+                       "drawer 960x220 at (100,440)"));
+  EXPECT_EQ(drawer.Facts().game_key, "hintwick_test_game");
+
+  const test::TestGame other({20, 20, 120, 120});
+  ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); })) << log_.Text();
+  EXPECT_TRUE(log_.Has("INFO  foreground moved elsewhere; dismissing"));
+  ASSERT_TRUE(game.BringToFront());
+
+  drawer.Open();
+  drawer.Close();
+  drawer.Toggle();  // during the slide-out
+  EXPECT_TRUE(drawer.IsOpen());
+  EXPECT_EQ(log_.Count("INFO  drawer closed\r\n"), 2u);
+
+  game.Quit();
+  ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
+  EXPECT_TRUE(log_.Has("INFO  target window gone; dismissing"));
+  ASSERT_TRUE(PumpUntil([&] { return log_.Has("idle: released GPU stack and drawer window"); }));
+  EXPECT_FALSE(drawer.Facts().window_exists);
+}
+
+}  // namespace
+}  // namespace qn
