@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -19,7 +20,9 @@
 #include "support/fake_tray_win.h"
 #include "support/gdi_frames_win.h"
 #include "support/hwnd_surface_win.h"
+#include "support/test_game.h"
 #include "support/test_game_win.h"
+#include "chat/offscreen_target_win.h"
 
 namespace qn {
 namespace {
@@ -164,10 +167,6 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   ASSERT_TRUE(game.window());
   Post(WM_HOTKEY, 1);
   ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
-  PostKey('A');
-  PostKey(13);  // the tick sends what Enter submitted
-  ASSERT_TRUE(PumpUntil([&] { return !RequestsTo("/v1/chat").empty(); }));
-  EXPECT_EQ(RequestsTo("/v1/chat")[0].body, R"({"game":"hintwick_test_game","message":"a"})");
   PostKey('C');
   PostKey(27);
   ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
@@ -258,6 +257,114 @@ TEST_F(AppTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
   chat.OnProgressSnapshot(std::move(other));
   EXPECT_TRUE(Logged(
       "INFO  discarding a progress snapshot for 'h'; current game is 'hintwick_test_game'\r\n"));
+}
+
+// What the screen shows in `area`, with the measures the drawer is judged by.
+struct Shot {
+  RECT area = {};
+  std::vector<uint32_t> pixels;
+
+  static Shot Of(const RECT& area) { return {area, test::ReadScreen(area)}; }
+  LONG Width() const { return area.right - area.left; }
+  LONG Height() const { return area.bottom - area.top; }
+  static int Channel(uint32_t pixel, int shift) { return static_cast<int>((pixel >> shift) & 0xFF); }
+  // Mean difference of the green channel between neighbours along a row: the detail a blur
+  // takes away.
+  double Detail() const {
+    double sum = 0;
+    for (LONG y = 0; y < Height(); ++y) {
+      for (LONG x = 1; x < Width(); ++x) {
+        const size_t at = static_cast<size_t>(y * Width() + x);
+        sum += std::abs(Channel(pixels[at], 8) - Channel(pixels[at - 1], 8));
+      }
+    }
+    return sum / static_cast<double>(Height() * (Width() - 1));
+  }
+  double Brightness() const {
+    double sum = 0;
+    for (const uint32_t p : pixels) sum += Channel(p, 16) + Channel(p, 8) + Channel(p, 0);
+    return sum / (3.0 * static_cast<double>(pixels.size()));
+  }
+  // Light text on the dark tint: brighter than any blurred and tinted game pixel can be.
+  size_t TextPixels() const {
+    size_t count = 0;
+    for (const uint32_t p : pixels) count += Channel(p, 16) > 200 && Channel(p, 0) > 200;
+    return count;
+  }
+  // Pixels that differ from the game's own picture, the game's window at `game`.
+  size_t NotTheGame(const RECT& game) const {
+    size_t count = 0;
+    for (LONG y = 0; y < Height(); ++y) {
+      for (LONG x = 0; x < Width(); ++x) {
+        const test::Rgb want = test::GamePixel(x + area.left - game.left, y + area.top - game.top);
+        const uint32_t got = pixels[static_cast<size_t>(y * Width() + x)];
+        count += std::abs(Channel(got, 16) - want.r) > 2 || std::abs(Channel(got, 0) - want.b) > 2;
+      }
+    }
+    return count;
+  }
+};
+
+// The player's view under Xvfb: the hotkey and the question typed through X into the game,
+// which keeps the focus; the drawer over the game's bottom edge, the game above it untouched,
+// the strip under it blurred and tinted, the answer drawn; then the blur setting's range.
+TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
+  const ComApartment com(COINIT_APARTMENTTHREADED);
+  test::ScriptedReply answer =
+      Reply(200, "data: " + Token("Take the lift down") + "\n\ndata: {\"type\":\"done\"}\n\n");
+  answer.headers = {{"Content-Type", "text/event-stream"}};
+  fake_->Script("POST", "/v1/chat", answer);
+  ASSERT_TRUE(Start());
+  const test::TestGame game(kGameRect);
+  ASSERT_TRUE(game.window());
+  const RECT drawer_rect = {100, 440, 1060, 660};
+  const RECT above = {100, 200, 1060, 440};  // clear of the start balloon at the top
+  std::vector<uint32_t> game_pixels;  // what the strip under the drawer shows unblurred
+  for (LONG y = drawer_rect.top; y < drawer_rect.bottom; ++y) {
+    for (LONG x = drawer_rect.left; x < drawer_rect.right; ++x) {
+      const test::Rgb c = test::GamePixel(x - kGameRect.left, y - kGameRect.top);
+      game_pixels.push_back(0xFF000000u | (uint32_t{c.r} << 16) | (uint32_t{c.g} << 8) | c.b);
+    }
+  }
+  const Shot unblurred{drawer_rect, game_pixels};
+  ASSERT_EQ(test::RunOnX({"xdotool", "key", "shift+alt+x"}), 0);
+  ASSERT_TRUE(
+      PumpUntil([&] { return Shot::Of(drawer_rect).Detail() < unblurred.Detail() / 4; }));
+  const size_t text_before = Shot::Of(drawer_rect).TextPixels();
+  ASSERT_EQ(test::RunOnX({"xdotool", "type", "--delay", "30", "where now"}), 0);
+  ASSERT_EQ(test::RunOnX({"xdotool", "key", "Return"}), 0);
+  ASSERT_TRUE(PumpUntil([&] { return !RequestsTo("/v1/chat").empty(); }));
+  EXPECT_EQ(RequestsTo("/v1/chat")[0].body,
+            R"({"game":"hintwick_test_game","message":"where now"})");
+  Shot drawer;
+  ASSERT_TRUE(PumpUntil([&] {
+    drawer = Shot::Of(drawer_rect);
+    return drawer.TextPixels() > text_before + 200;
+  })) << "the answer was not drawn";
+
+  RECT placed = {};
+  GetWindowRect(app_->Drawer().DrawerWindowHandle(), &placed);
+  EXPECT_TRUE(EqualRect(&placed, &drawer_rect));
+  EXPECT_EQ(GetForegroundWindow(), game.window());
+  EXPECT_EQ(Shot::Of(above).NotTheGame(kGameRect), 0u);
+  EXPECT_LT(drawer.Detail(), unblurred.Detail() / 4);
+  EXPECT_LT(drawer.Brightness(), unblurred.Brightness() * 0.7) << "tinted";
+  EXPECT_TRUE(test::WritePng(test::NextToProgram(L"drawer_scene.png"), 960, 220, drawer.pixels));
+
+  // Less blur shows more of the game's detail, down to none at all under the same tint.
+  double detail_before = 0;
+  for (const int blur : {100, 50, 0}) {
+    app_->Drawer().SetLook(0.33, blur / 100.0);
+    Shot shot;
+    ASSERT_TRUE(PumpUntil([&] {
+      shot = Shot::Of(drawer_rect);
+      return shot.Detail() > detail_before * 1.2;
+    })) << blur << " " << shot.Detail() << " " << detail_before;
+    detail_before = shot.Detail();
+    test::WritePng(test::NextToProgram(L"drawer_blur_" + std::to_wstring(blur) + L".png"), 960, 220,
+                   shot.pixels);
+  }
+  EXPECT_GT(detail_before, unblurred.Detail() / 4) << "blur 0 keeps the game's edges";
 }
 
 }  // namespace

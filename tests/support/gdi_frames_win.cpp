@@ -34,12 +34,11 @@ std::vector<uint32_t> CopyFromDc(HDC source, int x, int y, int width, int height
   return pixels;
 }
 
-// The window's own DC reads what the window painted, not what lies over it on the screen
-// (the drawer itself, when it covers the window).
-std::vector<uint32_t> GrabWindow(HWND window, int width, int height) {
-  const HDC source = GetWindowDC(window);
-  std::vector<uint32_t> pixels = CopyFromDc(source, 0, 0, width, height);
-  if (source) ReleaseDC(window, source);
+std::vector<uint32_t> GrabScreen(const RECT& rect) {
+  const HDC screen = GetDC(nullptr);
+  std::vector<uint32_t> pixels = CopyFromDc(screen, rect.left, rect.top, rect.right - rect.left,
+                                            rect.bottom - rect.top);
+  if (screen) ReleaseDC(nullptr, screen);
   return pixels;
 }
 
@@ -48,7 +47,13 @@ class GdiFrameSource final : public FrameSource {
   bool Start(HWND window, ID3D11Device* device, int throttle_hz, int) override {
     Stop();
     counters_.Reset();
-    if (!device || !IsWindow(window)) return false;
+    // Under Wine another process's window reads black through its own DC, and once the
+    // drawer shows, the screen holds the drawer too. The stand-in game's picture never
+    // changes, so the screen's copy taken now, before the drawer covers it, stands for every
+    // frame.
+    if (!device || !GetWindowRect(window, &rect_)) return false;
+    still_ = GrabScreen(rect_);
+    if (still_.empty()) return false;
     window_ = window;
     device_ = device;
     min_interval_ms_ = MinFrameIntervalMs(throttle_hz);
@@ -78,18 +83,12 @@ class GdiFrameSource final : public FrameSource {
 
  private:
   bool Copy() {
-    RECT rect = {};
-    if (!GetWindowRect(window_, &rect)) return false;
-    const int width = rect.right - rect.left;
-    const int height = rect.bottom - rect.top;
-    if (width < 1 || height < 1) return false;
-    const std::vector<uint32_t> pixels = GrabWindow(window_, width, height);
-    if (pixels.empty() || !EnsureTexture(static_cast<UINT>(width), static_cast<UINT>(height))) {
-      return false;
-    }
+    const int width = rect_.right - rect_.left;
+    const int height = rect_.bottom - rect_.top;
+    if (!EnsureTexture(static_cast<UINT>(width), static_cast<UINT>(height))) return false;
     ComPtr<ID3D11DeviceContext> context;
     device_->GetImmediateContext(context.put());
-    context->UpdateSubresource(texture_.get(), 0, nullptr, pixels.data(),
+    context->UpdateSubresource(texture_.get(), 0, nullptr, still_.data(),
                                static_cast<UINT>(width) * 4, 0);
     return true;
   }
@@ -105,6 +104,8 @@ class GdiFrameSource final : public FrameSource {
   }
 
   HWND window_ = nullptr;
+  RECT rect_ = {};
+  std::vector<uint32_t> still_;
   ID3D11Device* device_ = nullptr;
   int64_t min_interval_ms_ = 0;
   uint64_t last_accepted_ = 0;

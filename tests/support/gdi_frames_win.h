@@ -1,6 +1,6 @@
 #pragma once
-// A frame source for machines without window capture (Wine): each TakeLatest copies the
-// window's own pixels with GDI, so a test window painted with GDI stands in for a game.
+// A frame source for machines without window capture (Wine): the window's picture on the
+// screen when the capture starts, for a stand-in game whose picture does not change.
 #include <windows.h>
 
 #include <cstdint>

@@ -64,4 +64,13 @@ void TestGame::Quit() {
   window_ = nullptr;
 }
 
+int RunOnX(std::vector<const char*> argv) {
+  using Spawn = LONG(__cdecl*)(const char* const* argv, int wait);
+  const auto spawn = reinterpret_cast<Spawn>(reinterpret_cast<void*>(
+      GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "__wine_unix_spawnvp")));
+  if (!spawn) return -1;
+  argv.push_back(nullptr);
+  return spawn(argv.data(), 1);
+}
+
 }  // namespace qn::test

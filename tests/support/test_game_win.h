@@ -3,6 +3,8 @@
 // from the test: the drawer only opens over another process's window.
 #include <windows.h>
 
+#include <vector>
+
 #include "core/handles.h"
 
 namespace qn::test {
@@ -25,6 +27,10 @@ class TestGame {
   UniqueKernelHandle process_;
   HWND window_ = nullptr;
 };
+
+// Runs a Linux program (xdotool) on the bench's X display and waits for it. Wine cannot start
+// a Linux program through CreateProcess; its own helpers use this export.
+int RunOnX(std::vector<const char*> argv);
 
 // Waits, pumping this thread's messages, until `done` holds; false after the deadline.
 // One message at a time: a drawer tick slower than its timer under llvmpipe always has the
