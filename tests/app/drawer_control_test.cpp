@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -67,6 +68,8 @@ class DrawerControlTest : public testing::Test {
     callbacks.settings_window_open = [this] { return settings_open_; };
     callbacks.balloon = [this](const wchar_t* text) { balloons_.emplace_back(text); };
     callbacks.closed = [] { return false; };
+    callbacks.take_deferred_update = [this] { return std::exchange(update_deferred_, false); };
+    callbacks.prompt_update = [] { return true; };
     drawer_.reset();
     drawer_ = std::make_unique<DrawerControl>(GetModuleHandleW(nullptr), model_, view_,
                                               std::move(seams), std::move(callbacks));
@@ -88,6 +91,7 @@ class DrawerControlTest : public testing::Test {
   std::unique_ptr<DrawerControl> drawer_;
   std::vector<std::wstring> balloons_;
   bool settings_open_ = false;
+  bool update_deferred_ = false;
 };
 
 TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
@@ -151,8 +155,13 @@ TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
   EXPECT_TRUE(drawer_->IsOpen());
 }
 
-TEST_F(DrawerControlTest, RefusesOverTheShellOrItsOwnProcess) {
+// Neither the shell nor this program is a game: the drawer stays shut over them, and the
+// player's return to them is the moment for an update put off at start.
+TEST_F(DrawerControlTest, TheShellOrThisProgramInFrontIsNoGame) {
   DrawerControl& drawer = MakeDrawer(WineSeams());
+  const test::TestGame game(kWindowed);
+  drawer.OnForeground(game.window());
+  EXPECT_TRUE(log_.Has("INFO  foreground game is now 'hintwick_test_game'"));
   const UniqueHwnd own(test::CreateTestWindow(L"DrawerControlTest", &DefWindowProcW,
                                               WS_POPUP | WS_VISIBLE, nullptr));
   SetForegroundWindow(own.get());
@@ -160,6 +169,13 @@ TEST_F(DrawerControlTest, RefusesOverTheShellOrItsOwnProcess) {
   drawer.Open();
   EXPECT_FALSE(drawer.IsOpen());
   EXPECT_TRUE(log_.Has("INFO  foreground is the shell; not opening"));
+
+  update_deferred_ = true;
+  for (int i = 0; i < 2; ++i) drawer.OnForeground(own.get());  // asked once
+  EXPECT_EQ(log_.Count("foreground returned to the shell; asking about the deferred update"), 1u);
+  MSG quit;
+  EXPECT_TRUE(PeekMessageW(&quit, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE)) << "the update needs a quit";
+  EXPECT_EQ(drawer.Facts().game_key, "hintwick_test_game");
 }
 
 // Placed at the rectangle over the game's bottom edge; the player leaving for another window
