@@ -86,7 +86,7 @@ TEST_F(HintwickExeTest, ASecondStartHandsOverAndEnds) {
 // A console program would flash a terminal at every logon, players have none of the
 // compiler's runtime DLLs, and Windows refuses to start an exe whose manifest it cannot
 // resolve (an activation context built from the resource takes the same path).
-TEST_F(HintwickExeTest, IsAGuiProgramThatWindowsCanStart) {
+TEST_F(HintwickExeTest, IsAGuiProgramThatWindowsCanStartAndNamesItsRelease) {
   // Mapped with the image layout: a relative address is an offset from the base.
   const auto* base = reinterpret_cast<const char*>(reinterpret_cast<uintptr_t>(module_.get()) & ~3);
   const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS64*>(
@@ -106,10 +106,7 @@ TEST_F(HintwickExeTest, IsAGuiProgramThatWindowsCanStart) {
   request.lpResourceName = MAKEINTRESOURCEW(1);
   const UniqueHandle<HANDLE, &ReleaseActCtx, MinusOneIsInvalid> context(CreateActCtxW(&request));
   EXPECT_TRUE(context) << "CreateActCtxW failed: " << GetLastError();
-}
-
-// Explorer shows the version through the translation the block lists: US English, UTF-16.
-TEST_F(HintwickExeTest, VersionResourceNamesRelease017) {
+  // Explorer shows the version through the translation the block lists: US English, UTF-16.
   std::vector<BYTE> block(GetFileVersionInfoSizeW(path_.c_str(), nullptr));
   GetFileVersionInfoW(path_.c_str(), 0, static_cast<DWORD>(block.size()), block.data());
   wchar_t* text = nullptr;

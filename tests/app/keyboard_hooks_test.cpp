@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,6 +12,7 @@
 #include "core/posted_message.h"
 #include "core/settings.h"
 #include "support/fake_tray_win.h"
+#include "support/test_game_win.h"
 
 namespace qn {
 namespace {
@@ -41,18 +40,8 @@ LRESULT CALLBACK Observer(int code, WPARAM wparam, LPARAM lparam) {
   return CallNextHookEx(nullptr, code, wparam, lparam);
 }
 
-// Low-level hooks run through the installing thread's message loop, so waiting means pumping.
-bool PumpUntil(const std::function<bool()>& done) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
-    for (MSG msg; PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE);) DispatchMessageW(&msg);
-  }
-  return true;
-}
-
-// Returns what reached the next hook.
+// Returns what reached the next hook. Low-level hooks run through the installing thread's
+// message loop, so waiting means pumping.
 Passed Send(Passed keys) {
   keys.insert(keys.end(), {{kSentinel, false}, {kSentinel, true}});
   std::vector<INPUT> inputs(keys.size(), INPUT{INPUT_KEYBOARD, {}});
@@ -63,7 +52,7 @@ Passed Send(Passed keys) {
   }
   g_passed.clear();
   SendInput(static_cast<UINT>(inputs.size()), inputs.data(), sizeof(INPUT));
-  EXPECT_TRUE(PumpUntil([&] { return !g_passed.empty() && g_passed.back() == keys.back(); }));
+  EXPECT_TRUE(test::PumpUntil([&] { return !g_passed.empty() && g_passed.back() == keys.back(); }));
   return g_passed.size() < 2 ? g_passed : Passed(g_passed.begin(), g_passed.end() - 2);
 }
 
@@ -99,7 +88,7 @@ TEST_F(KeyboardHooks, CaptureTypesIntoTheDrawerAndPassesSystemKeysAndHeldRelease
   EXPECT_EQ(Send(Taps({{'A'}}) + b_released +
                  Taps({{'B'}, {VK_BACK}, {VK_SHIFT, 'C'}, {VK_ESCAPE}, {VK_TAB}}) + system),
             b_released + Taps({{VK_SHIFT}}) + system);
-  ASSERT_TRUE(PumpUntil([] { return g_records.size() >= 6; }));
+  ASSERT_TRUE(test::PumpUntil([] { return g_records.size() >= 6; }));
   std::string forwarded;
   ChatModel model;
   for (const KeyEventRecord& record : g_records) {
@@ -114,16 +103,6 @@ TEST_F(KeyboardHooks, CaptureTypesIntoTheDrawerAndPassesSystemKeysAndHeldRelease
   RemoveKeyboardCaptureHook();
 }
 
-// Wine cannot start a Linux program through CreateProcess; its own helpers use this export.
-int RunOnX(std::vector<const char*> argv) {
-  using Spawn = LONG(__cdecl*)(const char* const* argv, int wait);
-  const auto spawn = reinterpret_cast<Spawn>(reinterpret_cast<void*>(
-      GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "__wine_unix_spawnvp")));
-  if (!spawn) return -1;
-  argv.push_back(nullptr);
-  return spawn(argv.data(), 1);
-}
-
 // Taken by another window at first, the hotkey is watched for by the fallback hook; once
 // registered after all, it comes from the system alone.
 TEST_F(KeyboardHooks, TheFallbackStandsInUntilTheSystemHotkeyIsFree) {
@@ -132,7 +111,7 @@ TEST_F(KeyboardHooks, TheFallbackStandsInUntilTheSystemHotkeyIsFree) {
   AppHotkey hotkey(window.get(), GetModuleHandleW(nullptr));
   ASSERT_TRUE(hotkey.RegisterAppHotkey(kModShift | kModAlt, 'X'));
   Send(Taps({{VK_SHIFT, VK_MENU, 'X'}, {VK_LWIN, VK_SHIFT, VK_MENU, 'X'}}));
-  EXPECT_TRUE(PumpUntil([] { return g_hotkeys == 2; })) << g_hotkeys;
+  EXPECT_TRUE(test::PumpUntil([] { return g_hotkeys == 2; })) << g_hotkeys;
 
   UnregisterHotKey(other.get(), 7);
   ASSERT_TRUE(hotkey.RegisterAppHotkey(kModShift | kModAlt, 'X'));
@@ -142,10 +121,10 @@ TEST_F(KeyboardHooks, TheFallbackStandsInUntilTheSystemHotkeyIsFree) {
       test::CreateTestWindow(L"KeyboardHooksTest", Receiver, WS_POPUP, nullptr));
   SetWindowTextW(target.get(), L"hotkey target");
   SetWindowPos(target.get(), nullptr, 0, 0, 100, 100, SWP_SHOWWINDOW);
-  ASSERT_EQ(RunOnX({"xdotool", "search", "--name", "hotkey target", "windowfocus", "--sync", "key",
-                    "shift+alt+x"}),
+  ASSERT_EQ(test::RunOnX({"xdotool", "search", "--name", "hotkey target", "windowfocus", "--sync",
+                          "key", "shift+alt+x"}),
             0);
-  EXPECT_TRUE(PumpUntil([] { return g_hotkeys >= 3; }));
+  EXPECT_TRUE(test::PumpUntil([] { return g_hotkeys >= 3; }));
   Send({});
   EXPECT_EQ(g_hotkeys, 3);
 }

@@ -4,12 +4,10 @@
 #include <shellapi.h>
 
 #include <ostream>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "app/tray_menu.h"
-#include "chat/offscreen_target_win.h"
 #include "core/handles.h"
 #include "support/fake_tray_win.h"
 
@@ -27,7 +25,7 @@ struct MenuSeen {
   std::vector<TrayMenuEntry> entries;
   RECT rect = {};
   HWND foreground = nullptr;
-  bool pictured = false, chosen = false;
+  bool chosen = false;
 };
 MenuSeen* g_seen = nullptr;
 std::vector<WPARAM> g_commands;
@@ -51,27 +49,8 @@ std::vector<TrayMenuEntry> ReadEntries(HMENU menu) {
   return entries;
 }
 
-// The screen where the menu is. False while it is all one colour: Wine hands a window's
-// drawing to X a moment after the window is made.
-bool TakePicture(const RECT& rect, const std::wstring& name) {
-  const LONG width = rect.right - rect.left, height = rect.bottom - rect.top;
-  UniqueHdc screen(CreateDCW(L"DISPLAY", nullptr, nullptr, nullptr));
-  UniqueHdc memory(CreateCompatibleDC(screen.get()));
-  UniqueHbitmap bitmap(CreateCompatibleBitmap(screen.get(), width, height));
-  const HGDIOBJ previous = SelectObject(memory.get(), bitmap.get());
-  BitBlt(memory.get(), 0, 0, width, height, screen.get(), rect.left, rect.top, SRCCOPY);
-  SelectObject(memory.get(), previous);
-  BITMAPINFO format = {};
-  format.bmiHeader = {sizeof(BITMAPINFOHEADER), width, -height, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
-  std::vector<uint32_t> pixels(static_cast<size_t>(width) * height);
-  GetDIBits(memory.get(), bitmap.get(), 0, height, pixels.data(), &format, DIB_RGB_COLORS);
-  for (uint32_t& pixel : pixels) pixel |= 0xFF000000u;  // BitBlt leaves alpha at zero
-  return std::set<uint32_t>(pixels.begin(), pixels.end()).size() > 2 &&
-         test::WritePng(test::NextToProgram(name), width, height, pixels);
-}
-
-// On a timer within the menu's loop: reads the menu, leaves its picture (the last menu's
-// stays) and chooses its last entry from the keyboard.
+// On a timer within the menu's loop: reads the menu and chooses its last entry from the
+// keyboard.
 void ProbeMenu(HWND owner, MenuSeen& seen) {
   if (GetTickCount64() > seen.deadline) EndMenu();
   const HWND menu = OpenMenuWindow();
@@ -79,7 +58,6 @@ void ProbeMenu(HWND owner, MenuSeen& seen) {
   seen.entries = ReadEntries(reinterpret_cast<HMENU>(SendMessageW(menu, MN_GETHMENU, 0, 0)));
   GetWindowRect(menu, &seen.rect);
   seen.foreground = GetForegroundWindow();
-  if (!(seen.pictured = TakePicture(seen.rect, L"tray_menu.png"))) return;
   // The menu loop takes the thread's keyboard messages whichever window they name.
   PostMessageW(owner, WM_KEYDOWN, VK_UP, 0);
   PostMessageW(owner, WM_KEYDOWN, VK_RETURN, 0);
@@ -134,7 +112,6 @@ TEST(TrayIcon, FollowsTheShellAndDeliversTheChosenCommand) {
               (GetWindowLongPtrW(listener, GWL_EXSTYLE) & WS_EX_TOOLWINDOW));
   for (const MenuSeen* seen : {&out, &in}) {
     EXPECT_EQ(seen->foreground, listener);
-    EXPECT_TRUE(seen->pictured);
     EXPECT_TRUE(seen->rect.left == 400 && seen->rect.bottom == 500) << "opens above the cursor";
   }
   // Added, the balloon, added again for the new shell, removed once; the menus leave the

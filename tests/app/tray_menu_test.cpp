@@ -15,7 +15,6 @@ TEST(TrayMenu, FollowsTheHotkeyAndTheSession) {
   } cases[] = {
       {L"Shift+Alt+X", false, L"Hintwick (Shift+Alt+X)", L"Sign in..."},
       {L"Ctrl+Alt+F1", true, L"Hintwick (Ctrl+Alt+F1)", L"Account and settings..."},
-      {L"", true, L"Hintwick ()", L"Account and settings..."},
   };
   for (const auto& c : cases) {
     const std::vector<TrayMenuEntry> expected = {

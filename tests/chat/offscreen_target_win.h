@@ -15,6 +15,29 @@
 
 namespace qn::test {
 
+// Waits for the drawing into a B8G8R8A8 texture to land and copies it out: premultiplied
+// BGRA, row after row; empty when the copy fails.
+inline std::vector<uint32_t> ReadTexture(ID3D11Device* device, ID3D11DeviceContext* context,
+                                         ID3D11Texture2D* texture) {
+  D3D11_TEXTURE2D_DESC desc = {};
+  texture->GetDesc(&desc);
+  const CD3D11_TEXTURE2D_DESC staging_desc(desc.Format, desc.Width, desc.Height, 1, 1, 0,
+                                           D3D11_USAGE_STAGING, D3D11_CPU_ACCESS_READ);
+  ComPtr<ID3D11Texture2D> staging;
+  D3D11_MAPPED_SUBRESOURCE mapped;
+  if (FAILED(device->CreateTexture2D(&staging_desc, nullptr, staging.put()))) return {};
+  context->CopyResource(staging.get(), texture);
+  if (FAILED(context->Map(staging.get(), 0, D3D11_MAP_READ, 0, &mapped))) return {};
+  std::vector<uint32_t> pixels(size_t{desc.Width} * desc.Height);
+  for (uint32_t y = 0; y < desc.Height; ++y) {
+    std::memcpy(&pixels[size_t{y} * desc.Width],
+                static_cast<const uint8_t*>(mapped.pData) + size_t{y} * mapped.RowPitch,
+                size_t{desc.Width} * 4);
+  }
+  context->Unmap(staging.get(), 0);
+  return pixels;
+}
+
 class OffscreenTarget {
  public:
   // The hardware driver (llvmpipe under Wine) first, WARP where there is none.
@@ -34,24 +57,8 @@ class OffscreenTarget {
   ID3D11Device* device() const { return device_.get(); }
   ID3D11DeviceContext* immediate() const { return immediate_.get(); }
 
-  // Waits for the drawing to land and copies it out: premultiplied BGRA, row after row.
-  std::vector<uint32_t> ReadPixels() {
-    std::vector<uint32_t> pixels;
-    const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_B8G8R8A8_UNORM, width_, height_, 1, 1, 0,
-                                     D3D11_USAGE_STAGING, D3D11_CPU_ACCESS_READ);
-    ComPtr<ID3D11Texture2D> staging;
-    if (FAILED(device_->CreateTexture2D(&desc, nullptr, staging.put()))) return pixels;
-    immediate_->CopyResource(staging.get(), texture_.get());
-    D3D11_MAPPED_SUBRESOURCE mapped;
-    if (FAILED(immediate_->Map(staging.get(), 0, D3D11_MAP_READ, 0, &mapped))) return pixels;
-    pixels.resize(size_t{width_} * height_);
-    for (uint32_t y = 0; y < height_; ++y) {
-      std::memcpy(&pixels[size_t{y} * width_],
-                  static_cast<const uint8_t*>(mapped.pData) + size_t{y} * mapped.RowPitch,
-                  size_t{width_} * 4);
-    }
-    immediate_->Unmap(staging.get(), 0);
-    return pixels;
+  std::vector<uint32_t> ReadPixels() const {
+    return ReadTexture(device_.get(), immediate_.get(), texture_.get());
   }
 
  private:
