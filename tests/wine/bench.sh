@@ -2,6 +2,8 @@
 # The Wine bench that the Windows tests run on: a fresh prefix reporting Windows 10, one
 # persistent wineserver and an Xvfb display. "stop" ends both by process id.
 # Usage: bench.sh start|stop DIR
+# HINTWICK_SCREEN sets the display's size (default 1280x800x24), e.g. 1920x1080x24 for the
+# drawer bench's full-HD game.
 set -u
 action=$1
 dir=$2
@@ -38,7 +40,7 @@ start_bench() {
   fi
   local display
   display=$(free_display) || { echo "bench: no free X display"; return 1; }
-  Xvfb ":$display" -screen 0 1280x800x24 -nolisten tcp >"$dir/xvfb.log" 2>&1 &
+  Xvfb ":$display" -screen 0 "${HINTWICK_SCREEN:-1280x800x24}" -nolisten tcp >"$dir/xvfb.log" 2>&1 &
   echo $! >"$dir/xvfb.pid"
 
   export WINEPREFIX=$dir/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" DISPLAY=":$display"
