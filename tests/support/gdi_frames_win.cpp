@@ -12,13 +12,8 @@ namespace {
 // GDI fails.
 std::vector<uint32_t> CopyFromDc(HDC source, int x, int y, int width, int height) {
   std::vector<uint32_t> pixels;
-  BITMAPINFO info = {};
-  info.bmiHeader.biSize = sizeof(info.bmiHeader);
-  info.bmiHeader.biWidth = width;
-  info.bmiHeader.biHeight = -height;  // negative: top-down rows
-  info.bmiHeader.biPlanes = 1;
-  info.bmiHeader.biBitCount = 32;
-  info.bmiHeader.biCompression = BI_RGB;
+  BITMAPINFO info = {};  // a negative height: top-down rows
+  info.bmiHeader = {sizeof(BITMAPINFOHEADER), width, -height, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
   void* bits = nullptr;
   const UniqueHdc memory(CreateCompatibleDC(nullptr));
   const UniqueHbitmap bitmap(CreateDIBSection(nullptr, &info, DIB_RGB_COLORS, &bits, nullptr, 0));
@@ -34,14 +29,6 @@ std::vector<uint32_t> CopyFromDc(HDC source, int x, int y, int width, int height
   return pixels;
 }
 
-std::vector<uint32_t> GrabScreen(const RECT& rect) {
-  const HDC screen = GetDC(nullptr);
-  std::vector<uint32_t> pixels = CopyFromDc(screen, rect.left, rect.top, rect.right - rect.left,
-                                            rect.bottom - rect.top);
-  if (screen) ReleaseDC(nullptr, screen);
-  return pixels;
-}
-
 class GdiFrameSource final : public FrameSource {
  public:
   bool Start(HWND window, ID3D11Device* device, int throttle_hz, int) override {
@@ -52,7 +39,7 @@ class GdiFrameSource final : public FrameSource {
     // changes, so the screen's copy taken now, before the drawer covers it, stands for every
     // frame.
     if (!device || !GetWindowRect(window, &rect_)) return false;
-    still_ = GrabScreen(rect_);
+    still_ = ReadScreen(rect_);
     if (still_.empty()) return false;
     window_ = window;
     device_ = device;
