@@ -65,7 +65,7 @@ void DrawerControl::Open() {
   if (!MakeGraphics()) return;
   target_ = foreground;
   game_key_ = GameIdentity(ExecutablePathOf(foreground));
-  hdr_ = Renderer::DisplayIsHdr(foreground);
+  hdr_ = HdrFor(foreground);
   StartFrames();
   if (!Show()) return;
   TakeKeyboard();
@@ -102,6 +102,18 @@ bool DrawerControl::Refuses(HWND foreground) {
                 geometry.mode == WindowMode::kWindowed ? 0u : 1u};
   captured_ = place.visible;
   return false;
+}
+
+// Asking walks every adapter and output, about 150 ms under Wine on each opening; the answer
+// is kept with the graphics for its monitor, so a switch of the display's mode shows from the
+// first opening after an idle release.
+bool DrawerControl::HdrFor(HWND target) {
+  const HMONITOR monitor = MonitorFromWindow(target, MONITOR_DEFAULTTONEAREST);
+  if (monitor != hdr_monitor_) {
+    hdr_monitor_ = monitor;
+    hdr_ = Renderer::DisplayIsHdr(target);
+  }
+  return hdr_;
 }
 
 bool DrawerControl::MakeGraphics() {
@@ -347,6 +359,7 @@ void DrawerControl::ReleaseGraphics() {
   drawer_window_.Destroy();
   surface_.reset();
   renderer_->Release();
+  hdr_monitor_ = nullptr;
 }
 
 }  // namespace qn

@@ -82,6 +82,7 @@ class DrawerControl {
 
  private:
   bool Refuses(HWND foreground);
+  bool HdrFor(HWND target);
   bool MakeGraphics();
   bool ReadyView();
   void StartFrames();
@@ -112,6 +113,7 @@ class DrawerControl {
   HWND seen_foreground_ = nullptr;
   DrawerPlacement placement_;
   ScreenRect captured_;  // the screen area the target's frames show
+  HMONITOR hdr_monitor_ = nullptr;  // the monitor `hdr_` was asked for
   bool hdr_ = false;
   bool open_ = false;
   bool closing_ = false;
