@@ -14,8 +14,7 @@ namespace qn {
 namespace {
 
 constexpr uint32_t kMargin = 24;  // target pixels around the view that must stay untouched
-constexpr float kViewWidth = 900;
-constexpr float kViewHeight = 440;
+constexpr float kViewWidth = 900, kViewHeight = 440;
 
 // Text is light grey to white; the tint and the washes stay far darker.
 bool IsText(uint32_t p) { return std::min({p >> 16 & 255, p >> 8 & 255, p & 255}) > 128; }

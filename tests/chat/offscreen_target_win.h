@@ -76,7 +76,6 @@ class OffscreenTarget {
   }
 
   bool CreateContext() {
-    const D2D1_FACTORY_OPTIONS options = {D2D1_DEBUG_LEVEL_NONE};
     const auto dxgi_device = device_.As<IDXGIDevice>();
     const auto surface = texture_.As<IDXGISurface>();
     const D2D1_BITMAP_PROPERTIES1 properties = D2D1::BitmapProperties1(
@@ -84,7 +83,7 @@ class OffscreenTarget {
         D2D1::PixelFormat(DXGI_FORMAT_B8G8R8A8_UNORM, D2D1_ALPHA_MODE_PREMULTIPLIED), 96, 96);
     if (!dxgi_device || !surface ||
         FAILED(D2D1CreateFactory(D2D1_FACTORY_TYPE_SINGLE_THREADED, __uuidof(ID2D1Factory1),
-                                 &options, reinterpret_cast<void**>(factory_.put()))) ||
+                                 nullptr, reinterpret_cast<void**>(factory_.put()))) ||
         FAILED(factory_->CreateDevice(dxgi_device.get(), d2d_device_.put())) ||
         FAILED(
             d2d_device_->CreateDeviceContext(D2D1_DEVICE_CONTEXT_OPTIONS_NONE, context_.put())) ||

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <deque>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include "support/test_files.h"
@@ -184,9 +185,8 @@ TEST_F(CaptureFramesTest, TheTickGetsTheNewestAcceptedFrameAndEveryOtherIsClosed
   EXPECT_EQ(capture_.TakeLatest().get(), copy.get()) << "same size: the copy is reused";
   EXPECT_EQ(displaced.reads, 0);
   EXPECT_EQ(newest.reads, 1);
-  EXPECT_EQ(capture_.Counts().arrived, 4);
-  EXPECT_EQ(capture_.Counts().accepted, 3);
-  EXPECT_EQ(capture_.Counts().consumed, 2);
+  const FrameCounts counts = capture_.Counts();
+  EXPECT_EQ(std::tie(counts.arrived, counts.accepted, counts.consumed), std::tuple(4, 3, 2));
   // Stop closes the frame still waiting, and one from a callback already under way.
   const FakeFrame& waiting = Deliver(640, 480, 1200);
   system_.closed->Invoke(&system_, nullptr);

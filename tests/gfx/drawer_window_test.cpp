@@ -74,6 +74,7 @@ TEST_F(DrawerWindowTest, PresentedFrameOfTheGameReachesTheScreen) {
   DrawerPlacement placement;
   placement.drawer = {100, 400, 740, 580};
   ASSERT_TRUE(drawer_.Place(placement)) << log_.Text();
+  EXPECT_EQ(drawer_.Width(), 640u);  // the chat view is laid out to it
   // Half the tint over the game; the chat layer's box in its top-left corner.
   const BlurParams params = {{0, 0, 1, 0.5f}, 1.0f, 0};
   const uint32_t backdrop = 0xFF643C94u, box = 0xFF00FF00u;  // BGRA
@@ -117,6 +118,10 @@ TEST_F(DrawerWindowTest, WindowProcedureForwardsOnlyInput) {
     EXPECT_EQ(SendMessageW(drawer_.Window(), message, 'A', 0x1C0001), result) << message;
     EXPECT_EQ(forwarded.size(), passed_on ? 1u : 0u) << message;
   }
+  // Destroying the drawer must not end the program's message loop.
+  drawer_.Destroy();
+  MSG message;
+  EXPECT_FALSE(PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE));
 }
 
 // Without a surface there is nowhere to show; without DirectComposition (Wine) the product's
