@@ -15,6 +15,7 @@
 #include "app/single_instance.h"
 #include "core/data_dir.h"
 #include "core/handles.h"
+#include "support/fake_tray_win.h"
 #include "support/test_files.h"
 
 namespace qn {
@@ -58,13 +59,8 @@ TEST_F(HintwickExeTest, ASecondStartHandsOverAndEnds) {
   test::WriteFileBytes(log, "the running instance's log");
   UniqueKernelHandle mutex(CreateMutexW(nullptr, TRUE, kSingleInstanceMutexName));
   StartAndExpectItToEnd();
-  WNDCLASSW window_class{};
-  window_class.lpfnWndProc = DefWindowProcW;
-  window_class.hInstance = GetModuleHandleW(nullptr);
-  window_class.lpszClassName = kMessageWindowClass;
-  RegisterClassW(&window_class);
-  const UniqueHwnd window(CreateWindowExW(0, kMessageWindowClass, L"", 0, 0, 0, 0, 0, HWND_MESSAGE,
-                                          nullptr, window_class.hInstance, nullptr));
+  const UniqueHwnd window(
+      test::CreateTestWindow(kMessageWindowClass, &DefWindowProcW, 0, HWND_MESSAGE));
   StartAndExpectItToEnd();
   MSG note{};
   EXPECT_TRUE(PeekMessageW(&note, window.get(), kMsgAlreadyRunning, kMsgAlreadyRunning, PM_REMOVE));
