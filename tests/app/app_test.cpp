@@ -16,13 +16,13 @@
 #include "app/messages.h"
 #include "app/tray_menu.h"
 #include "chat/chime.h"
+#include "chat/offscreen_target_win.h"
 #include "net/session_fixture.h"
 #include "support/fake_tray_win.h"
 #include "support/gdi_frames_win.h"
 #include "support/hwnd_surface_win.h"
 #include "support/test_game.h"
 #include "support/test_game_win.h"
-#include "chat/offscreen_target_win.h"
 
 namespace qn {
 namespace {

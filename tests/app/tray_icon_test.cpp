@@ -4,12 +4,15 @@
 #include <shellapi.h>
 
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "app/tray_menu.h"
+#include "chat/offscreen_target_win.h"
 #include "core/handles.h"
 #include "support/fake_tray_win.h"
+#include "support/gdi_frames_win.h"
 
 namespace qn {
 
@@ -25,7 +28,7 @@ struct MenuSeen {
   std::vector<TrayMenuEntry> entries;
   RECT rect = {};
   HWND foreground = nullptr;
-  bool chosen = false;
+  bool pictured = false, chosen = false;
 };
 MenuSeen* g_seen = nullptr;
 std::vector<WPARAM> g_commands;
@@ -49,8 +52,18 @@ std::vector<TrayMenuEntry> ReadEntries(HMENU menu) {
   return entries;
 }
 
-// On a timer within the menu's loop: reads the menu and chooses its last entry from the
-// keyboard.
+// The menu left beside the test for a look by eye. False while it is all one colour: Wine
+// hands a window's drawing to X a moment after the window is made.
+bool TakePicture(const RECT& rect) {
+  const std::vector<uint32_t> pixels = test::ReadScreen(rect);
+  return std::set<uint32_t>(pixels.begin(), pixels.end()).size() > 2 &&
+         test::WritePng(test::NextToProgram(L"tray_menu.png"),
+                        static_cast<uint32_t>(rect.right - rect.left),
+                        static_cast<uint32_t>(rect.bottom - rect.top), pixels);
+}
+
+// On a timer within the menu's loop: reads the menu, leaves its picture (the last menu's
+// stays) and chooses its last entry from the keyboard.
 void ProbeMenu(HWND owner, MenuSeen& seen) {
   if (GetTickCount64() > seen.deadline) EndMenu();
   const HWND menu = OpenMenuWindow();
@@ -58,6 +71,7 @@ void ProbeMenu(HWND owner, MenuSeen& seen) {
   seen.entries = ReadEntries(reinterpret_cast<HMENU>(SendMessageW(menu, MN_GETHMENU, 0, 0)));
   GetWindowRect(menu, &seen.rect);
   seen.foreground = GetForegroundWindow();
+  if (!(seen.pictured = TakePicture(seen.rect))) return;
   // The menu loop takes the thread's keyboard messages whichever window they name.
   PostMessageW(owner, WM_KEYDOWN, VK_UP, 0);
   PostMessageW(owner, WM_KEYDOWN, VK_RETURN, 0);
@@ -112,6 +126,7 @@ TEST(TrayIcon, FollowsTheShellAndDeliversTheChosenCommand) {
               (GetWindowLongPtrW(listener, GWL_EXSTYLE) & WS_EX_TOOLWINDOW));
   for (const MenuSeen* seen : {&out, &in}) {
     EXPECT_EQ(seen->foreground, listener);
+    EXPECT_TRUE(seen->pictured);
     EXPECT_TRUE(seen->rect.left == 400 && seen->rect.bottom == 500) << "opens above the cursor";
   }
   // Added, the balloon, added again for the new shell, removed once; the menus leave the
