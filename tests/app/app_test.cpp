@@ -151,11 +151,14 @@ TEST_F(AppTest, AnUnsupportedSystemIsToldWhyAndNothingStarts) {
   }
 }
 
-// The start-up lines in order, then the hotkey, the tray's double click and Escape open and
-// close the drawer, which takes typing only while open and whose graphics go once the idle
-// delay has passed, unless it reopens.
+// The start-up lines in order; then the hotkey, the tray's double click and Escape open and
+// close the drawer over the game, which takes typing only while open; another window in
+// front dismisses it, a toggle during the slide-out reopens it, the game's end closes it, and
+// its graphics go once the idle delay has passed, the delay starting anew at each closing.
 TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
-  ASSERT_TRUE(Start());
+  StartChecks checks = WineChecks();
+  checks.drawer.idle_release_ms = 1500;
+  ASSERT_TRUE(Start(std::move(checks)));
   size_t at = 0;
   for (const char* line : {"INFO  initialised (build 19045); waiting for hotkey",
                            "INFO  access token refreshed"}) {
@@ -163,25 +166,36 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
     EXPECT_NE(at, std::string::npos) << line << "\n" << startup_log_;
   }
   const DrawerControl& drawer = app_->Drawer();
-  const test::TestGame game(kGameRect);
+  test::TestGame game(kGameRect);
   ASSERT_TRUE(game.window());
   Post(WM_HOTKEY, 1);
   ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
   PostKey('C');
   PostKey(27);
   ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
+  EXPECT_FALSE(IsWindowVisible(drawer.DrawerWindowHandle()));
   EXPECT_EQ(app_->Chat().Model().Input(), L"c");
   Post(kTrayCallbackMessage, 0, WM_LBUTTONDBLCLK);
   ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
-  Post(WM_HOTKEY, 1);
-  ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
+  {
+    const test::TestGame other({20, 20, 120, 120});
+    ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
+  }
+  EXPECT_TRUE(log_.Has("INFO  foreground moved elsewhere; dismissing"));
+  ASSERT_TRUE(game.BringToFront());
   PostKey('B');  // the drawer is closed: nothing is typed
-  Post(WM_HOTKEY, 1);
-  Post(WM_HOTKEY, 1);  // reopened and closed again: the release waits its full delay anew
+  for (int i = 0; i < 3; ++i) Post(WM_HOTKEY, 1);  // open, close, and open during the slide
+  ASSERT_TRUE(PumpUntil([&] { return log_.Count("INFO  drawer open over") == 4; }));
+  EXPECT_TRUE(drawer.IsOpen());
+  game.Quit();
   ASSERT_TRUE(PumpUntil([&] { return log_.Has("idle: released GPU stack and drawer window"); }));
+  EXPECT_TRUE(log_.Has("INFO  target window gone; dismissing"));
   EXPECT_FALSE(app_->Drawer().Facts().window_exists);
   EXPECT_EQ(app_->Chat().Model().Input(), L"c");
-  EXPECT_EQ(log_.Count("INFO  drawer open over 'Hintwick test game'"), 3u);
+  EXPECT_EQ(log_.Count("INFO  drawer open over 'Hintwick test game' (hintwick_test_game.exe), "
+                       "drawer 960x220 at (100,440)"),
+            4u);
+  EXPECT_EQ(log_.Count("INFO  drawer closed\r\n"), 4u);
   EXPECT_EQ(log_.Count("idle: released"), 1u);
 
   app_->OnSettingsApplied();
@@ -280,10 +294,10 @@ struct Shot {
     }
     return sum / static_cast<double>(Height() * (Width() - 1));
   }
-  double Brightness() const {
+  double Mean(int shift) const {
     double sum = 0;
-    for (const uint32_t p : pixels) sum += Channel(p, 16) + Channel(p, 8) + Channel(p, 0);
-    return sum / (3.0 * static_cast<double>(pixels.size()));
+    for (const uint32_t p : pixels) sum += Channel(p, shift);
+    return sum / static_cast<double>(pixels.size());
   }
   // Light text on the dark tint: brighter than any blurred and tinted game pixel can be.
   size_t TextPixels() const {
@@ -348,7 +362,12 @@ TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
   EXPECT_EQ(GetForegroundWindow(), game.window());
   EXPECT_EQ(Shot::Of(above).NotTheGame(kGameRect), 0u);
   EXPECT_LT(drawer.Detail(), unblurred.Detail() / 4);
-  EXPECT_LT(drawer.Brightness(), unblurred.Brightness() * 0.7) << "tinted";
+  // Left of the chat, the backdrop alone: the game's mean colour (125, 130, 100) under 55 % of
+  // the tint (15, 15, 20).
+  const Shot margin = Shot::Of({drawer_rect.left + 4, drawer_rect.top, drawer_rect.left + 60,
+                                drawer_rect.bottom});
+  EXPECT_NEAR(margin.Mean(16), 64.7, 6);
+  EXPECT_NEAR(margin.Mean(0), 56.2, 6);
   EXPECT_TRUE(test::WritePng(test::NextToProgram(L"drawer_scene.png"), 960, 220, drawer.pixels));
 
   // Less blur shows more of the game's detail, down to none at all under the same tint.

@@ -76,11 +76,6 @@ class DrawerControlTest : public testing::Test {
     drawer_->Attach(window_.get());
     return *drawer_;
   }
-  RECT DrawerRectOnScreen() const {
-    RECT rect = {};
-    GetWindowRect(drawer_->DrawerWindowHandle(), &rect);
-    return rect;
-  }
   bool PumpUntil(const std::function<bool()>& done) { return test::PumpUntil(done); }
 
   test::CapturedLog log_;
@@ -176,41 +171,6 @@ TEST_F(DrawerControlTest, TheShellOrThisProgramInFrontIsNoGame) {
   MSG quit;
   EXPECT_TRUE(PeekMessageW(&quit, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE)) << "the update needs a quit";
   EXPECT_EQ(drawer.Facts().game_key, "hintwick_test_game");
-}
-
-// Placed at the rectangle over the game's bottom edge; the player leaving for another window
-// dismisses it after the slide, a toggle during the slide reopens it, and the game's window
-// going away ends it.
-TEST_F(DrawerControlTest, FollowsTheGameAndTheForeground) {
-  DrawerControl& drawer = MakeDrawer(WineSeams());
-  test::TestGame game(kWindowed);
-  ASSERT_TRUE(game.window());
-  drawer.Open();
-  ASSERT_TRUE(drawer.IsOpen());
-  const RECT expected = {100, 440, 1060, 660};  // 220 high: the least a drawer is
-  const RECT placed = DrawerRectOnScreen();
-  EXPECT_TRUE(EqualRect(&placed, &expected))
-      << placed.left << "," << placed.top << "," << placed.right << "," << placed.bottom;
-  EXPECT_TRUE(log_.Has("INFO  drawer open over 'Hintwick test game' (hintwick_test_game.exe), "
-                       "drawer 960x220 at (100,440)"));
-  EXPECT_EQ(drawer.Facts().game_key, "hintwick_test_game");
-
-  const test::TestGame other({20, 20, 120, 120});
-  ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); })) << log_.Text();
-  EXPECT_TRUE(log_.Has("INFO  foreground moved elsewhere; dismissing"));
-  ASSERT_TRUE(game.BringToFront());
-
-  drawer.Open();
-  drawer.Close();
-  drawer.Toggle();  // during the slide-out
-  EXPECT_TRUE(drawer.IsOpen());
-  EXPECT_EQ(log_.Count("INFO  drawer closed\r\n"), 2u);
-
-  game.Quit();
-  ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
-  EXPECT_TRUE(log_.Has("INFO  target window gone; dismissing"));
-  ASSERT_TRUE(PumpUntil([&] { return log_.Has("idle: released GPU stack and drawer window"); }));
-  EXPECT_FALSE(drawer.Facts().window_exists);
 }
 
 }  // namespace
