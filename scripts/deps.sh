@@ -2,7 +2,7 @@
 # Installs what the build (deps.sh build) or the tests (deps.sh test) need, when missing.
 set -eu
 build_packages=(cmake make python3 g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest)
-test_packages=(wine wine64 xvfb xauth xdotool clang libclang-rt-14-dev gcovr procps)
+test_packages=(wine wine64 xvfb xauth xdotool x11-xkb-utils clang libclang-rt-14-dev gcovr procps)
 
 packages=("${build_packages[@]}")
 [ "${1:-build}" = test ] && packages+=("${test_packages[@]}")

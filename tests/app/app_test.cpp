@@ -320,7 +320,7 @@ struct Shot {
 };
 
 // The player's view under Xvfb: the hotkey and the question typed through X into the game,
-// which keeps the focus; the drawer over the game's bottom edge, the game above it untouched,
+// which keeps the focus, on a German keyboard; the drawer over the game's bottom edge, the game above it untouched,
 // the strip under it blurred and tinted, the answer drawn; then the blur setting's range.
 TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
   const ComApartment com(COINIT_APARTMENTTHREADED);
@@ -345,11 +345,16 @@ TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
   ASSERT_TRUE(
       PumpUntil([&] { return Shot::Of(drawer_rect).Detail() < unblurred.Detail() / 4; }));
   const size_t text_before = Shot::Of(drawer_rect).TextPixels();
-  ASSERT_EQ(test::RunOnX({"xdotool", "type", "--delay", "30", "where now"}), 0);
+  // Typed on a German keyboard: the characters are the layout's, not the keys' US ones.
+  ASSERT_EQ(test::RunOnX({"setxkbmap", "de"}), 0);
+  const struct UsAgain {
+    ~UsAgain() { test::RunOnX({"setxkbmap", "us"}); }
+  } us_again;
+  ASSERT_EQ(test::RunOnX({"xdotool", "type", "--delay", "30", "wo \xC3\xBC" "ber"}), 0);
   ASSERT_EQ(test::RunOnX({"xdotool", "key", "Return"}), 0);
   ASSERT_TRUE(PumpUntil([&] { return !RequestsTo("/v1/chat").empty(); }));
   EXPECT_EQ(RequestsTo("/v1/chat")[0].body,
-            R"({"game":"hintwick_test_game","message":"where now"})");
+            "{\"game\":\"hintwick_test_game\",\"message\":\"wo \xC3\xBC" "ber\"}");
   Shot drawer;
   ASSERT_TRUE(PumpUntil([&] {
     drawer = Shot::Of(drawer_rect);
