@@ -1,0 +1,74 @@
+#include "tray_window/tray_window_text.h"
+
+#include "core/settings.h"
+
+namespace qn {
+namespace {
+
+constexpr uint32_t kVkShift = 16, kVkAlt = 18, kVkEscape = 27, kVkLeftWin = 91, kVkRightWin = 92;
+
+std::wstring Percent(std::wstring_view label, int percent) {
+  return std::wstring(label) + std::to_wstring(percent) + L"%";
+}
+
+}  // namespace
+
+HotkeyKey UseOfHotkeyKey(uint32_t virtual_key, bool ctrl, bool shift, bool alt) {
+  if ((virtual_key >= kVkShift && virtual_key <= kVkAlt) || virtual_key == kVkLeftWin ||
+      virtual_key == kVkRightWin) {
+    return {HotkeyKeyUse::kIgnore, 0};
+  }
+  if (virtual_key == kVkEscape) return {HotkeyKeyUse::kCancel, 0};
+  const uint32_t modifiers = (ctrl ? kModCtrl : 0) | (shift ? kModShift : 0) | (alt ? kModAlt : 0);
+  return {modifiers == 0 ? HotkeyKeyUse::kRefuse : HotkeyKeyUse::kAccept, modifiers};
+}
+
+std::wstring HotkeyButtonText(std::wstring_view hotkey_text, bool capturing) {
+  if (capturing) return kCapturingHotkeyText;
+  return L"Hotkey: " + std::wstring(hotkey_text) + L"  (click to change)";
+}
+
+std::wstring DrawerHeightLabel(int percent) {
+  return Percent(L"Drawer height: ", percent) + L" of the screen";
+}
+
+std::wstring BlurLabel(int percent) {
+  if (percent == 0) return L"Background blur: off (dimmed only)";
+  return Percent(L"Background blur: ", percent);
+}
+
+std::wstring VolumeLabel(int percent) { return Percent(L"Volume: ", percent); }
+
+std::wstring AccountStatusText(bool signed_in, std::wstring_view email,
+                               std::wstring_view last_error) {
+  if (signed_in) {
+    return L"Signed in as " + std::wstring(email) + L". Press the hotkey over a game to start.";
+  }
+  if (last_error.empty()) return L"Not signed in.";
+  return L"Not signed in - " + std::wstring(last_error);
+}
+
+ProgressText DescribeProgress(std::wstring_view game, bool signed_in,
+                              const std::optional<ProgressRead>& read) {
+  if (game.empty()) {
+    return {L"No game seen yet. Open the drawer over a game and this will show what the "
+            L"assistant has recorded about your progress.",
+            false};
+  }
+  if (!signed_in) return {L"Sign in to see your recorded progress.", false};
+  const std::wstring name = std::wstring(game) + L": ";
+  if (!read || !read->reached) return {name + L"could not reach the service.", false};
+  if (read->stage.empty()) {
+    return {name + L"nothing recorded yet, so answers are gated to the very beginning of the "
+                   L"game. Tell the assistant where you are and it will update.",
+            true};
+  }
+  return {name + read->stage + L"  (gate level " + std::to_wstring(read->stage_ordinal) + L")",
+          true};
+}
+
+int DefaultCommand(bool signed_in, bool sign_in_enabled) {
+  return !signed_in && sign_in_enabled ? kCmdSignIn : kCmdSave;
+}
+
+}  // namespace qn

@@ -1,0 +1,78 @@
+#include "tray_window/tray_window_text.h"
+
+#include <gtest/gtest.h>
+
+#include "core/settings.h"
+
+namespace qn {
+namespace {
+
+TEST(TrayWindowText, HotkeyCaptureTakesOnlyCombinationsWithAModifier) {
+  using U = HotkeyKeyUse;
+  const struct {
+    uint32_t key;
+    bool ctrl, shift, alt;
+    U use;
+    uint32_t modifiers;
+  } cases[] = {
+      {'A', false, false, false, U::kRefuse, 0},  // would fire while typing in the game
+      {0x70, true, false, true, U::kAccept, kModCtrl | kModAlt},  // Ctrl+Alt+F1
+      {'X', false, true, true, U::kAccept, kModShift | kModAlt},
+      {27, true, false, false, U::kCancel, 0},  // Escape keeps the old hotkey
+      {16, false, true, false, U::kIgnore, 0},  {17, true, false, false, U::kIgnore, 0},
+      {18, false, false, true, U::kIgnore, 0},  {91, false, false, false, U::kIgnore, 0},
+      {92, false, false, false, U::kIgnore, 0}, {93, false, false, false, U::kRefuse, 0},
+  };
+  for (const auto& c : cases) {
+    const HotkeyKey got = UseOfHotkeyKey(c.key, c.ctrl, c.shift, c.alt);
+    EXPECT_EQ(got.use, c.use) << c.key;
+    EXPECT_EQ(got.modifiers, c.modifiers) << c.key;
+  }
+}
+
+TEST(TrayWindowText, LabelsAndStatusTexts) {
+  EXPECT_EQ(BlurLabel(0), L"Background blur: off (dimmed only)");
+  EXPECT_EQ(BlurLabel(1), L"Background blur: 1%");
+  EXPECT_EQ(DrawerHeightLabel(33), L"Drawer height: 33% of the screen");
+  EXPECT_EQ(VolumeLabel(0), L"Volume: 0%");
+  EXPECT_EQ(HotkeyButtonText(L"Shift+Alt+X", false), L"Hotkey: Shift+Alt+X  (click to change)");
+  EXPECT_EQ(HotkeyButtonText(L"Shift+Alt+X", true), L"Press the new key combination...");
+  EXPECT_EQ(AccountStatusText(true, L"a@b.c", L"ignored"),
+            L"Signed in as a@b.c. Press the hotkey over a game to start.");
+  EXPECT_EQ(AccountStatusText(false, L"a@b.c", L""), L"Not signed in.");
+  EXPECT_EQ(AccountStatusText(false, L"", L"Wrong password."), L"Not signed in - Wrong password.");
+  EXPECT_EQ(DefaultCommand(false, true), kCmdSignIn);
+  EXPECT_EQ(DefaultCommand(false, false), kCmdSave);
+  EXPECT_EQ(DefaultCommand(true, true), kCmdSave);
+}
+
+TEST(TrayWindowText, ProgressSaysWhatGatesTheAnswersAndWhenResetMakesSense) {
+  const struct {
+    const wchar_t* game;
+    bool signed_in;
+    std::optional<ProgressRead> read;
+    const wchar_t* text;
+    bool reset;
+  } cases[] = {
+      {L"", true, ProgressRead{true, L"act 2", 3},
+       L"No game seen yet. Open the drawer over a game and this will show what the assistant has "
+       L"recorded about your progress.",
+       false},
+      {L"hades", false, std::nullopt, L"Sign in to see your recorded progress.", false},
+      {L"hades", true, std::nullopt, L"hades: could not reach the service.", false},
+      {L"hades", true, ProgressRead{false, L"", 0}, L"hades: could not reach the service.", false},
+      {L"hades", true, ProgressRead{true, L"", 0},
+       L"hades: nothing recorded yet, so answers are gated to the very beginning of the game. "
+       L"Tell the assistant where you are and it will update.",
+       true},
+      {L"hades", true, ProgressRead{true, L"Elysium", 3}, L"hades: Elysium  (gate level 3)", true},
+  };
+  for (const auto& c : cases) {
+    const ProgressText got = DescribeProgress(c.game, c.signed_in, c.read);
+    EXPECT_EQ(got.text, c.text);
+    EXPECT_EQ(got.reset_enabled, c.reset) << got.text.size();
+  }
+}
+
+}  // namespace
+}  // namespace qn
