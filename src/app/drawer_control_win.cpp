@@ -28,8 +28,8 @@ constexpr wchar_t kElevatedNotice[] =
     L"until you close it. To type over a running game, start the game without administrator "
     L"rights.";
 
-bool IsShellOrSelf(HWND window) {
-  return BelongsToThisProcess(window) || IsShellExecutable(ExecutablePathOf(window));
+bool IsShellOrSelf(HWND window, std::wstring_view executable) {
+  return BelongsToThisProcess(window) || IsShellExecutable(executable);
 }
 
 std::unique_ptr<Renderer> MakeRenderer(const DrawerSeams& seams) {
@@ -60,11 +60,13 @@ void DrawerControl::Open() {
     return;
   }
   const HWND foreground = GetForegroundWindow();
-  if (!foreground || Refuses(foreground)) return;
+  if (!foreground) return;
+  const std::wstring executable = ExecutablePathOf(foreground);
+  if (Refuses(foreground, executable)) return;
   KillTimer(window_, kIdleReleaseTimer);
   if (!MakeGraphics()) return;
   target_ = foreground;
-  game_key_ = GameIdentity(ExecutablePathOf(foreground));
+  game_key_ = GameIdentity(executable);
   hdr_ = HdrFor(foreground);
   StartFrames();
   if (!Show()) return;
@@ -75,16 +77,16 @@ void DrawerControl::Open() {
   open_ = true;
   closing_ = false;
   if (!SetTimer(window_, kTickTimer, kTickMs, nullptr)) LogLastError(L"SetTimer", kLogWarn);
-  const std::wstring executable(FileNameOf(ExecutablePathOf(target_)));
+  const std::wstring file_name(FileNameOf(executable));
   const RECT& drawer = placement_.drawer;
   Log(kLogInfo, L"drawer open over '%ls' (%ls), drawer %ldx%ld at (%ld,%ld)",
-      WindowTitle(target_).c_str(), executable.c_str(), drawer.right - drawer.left,
+      WindowTitle(target_).c_str(), file_name.c_str(), drawer.right - drawer.left,
       drawer.bottom - drawer.top, drawer.left, drawer.top);
 }
 
 // Covering an exclusive-fullscreen game would minimise it, so that refusal is deliberate.
-bool DrawerControl::Refuses(HWND foreground) {
-  if (IsShellOrSelf(foreground)) {
+bool DrawerControl::Refuses(HWND foreground, std::wstring_view executable) {
+  if (IsShellOrSelf(foreground, executable)) {
     Log(kLogInfo, L"foreground is the shell; not opening");
     return true;
   }
@@ -316,7 +318,7 @@ void DrawerControl::OnForeground(HWND foreground) {
 // that was put off at start so as not to interrupt play.
 void DrawerControl::FollowGame(HWND foreground) {
   const std::wstring executable = ExecutablePathOf(foreground);
-  if (!BelongsToThisProcess(foreground) && !IsShellExecutable(executable)) {
+  if (!IsShellOrSelf(foreground, executable)) {
     std::string game = GameIdentity(executable);
     if (game == game_key_) return;
     game_key_ = std::move(game);

@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "app/conversation_win.h"
 #include "core/handles.h"
@@ -81,7 +82,7 @@ class DrawerControl {
   HWND Target() const { return target_; }
 
  private:
-  bool Refuses(HWND foreground);
+  bool Refuses(HWND foreground, std::wstring_view executable);
   bool HdrFor(HWND target);
   bool MakeGraphics();
   bool ReadyView();
