@@ -5,8 +5,11 @@
 #include "app/app.h"
 #include "app/single_instance.h"
 #include "core/handles.h"
+#include "setup/crash_reporter_win.h"
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
+  // Before anything that can fail, so that every crash leaves a dump and a note to the player.
+  qn::CrashReporter::Install();
   const qn::ComApartment com(COINIT_MULTITHREADED);
   if (!com) {
     // Nothing can work without COM; a non-continuable exception carrying the HRESULT takes

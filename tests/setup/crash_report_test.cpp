@@ -1,0 +1,46 @@
+#include "setup/crash_report.h"
+
+#include <gtest/gtest.h>
+
+namespace qn {
+namespace {
+
+TEST(CrashReport, DumpNameIsTheLocalTimeZeroPaddedOnA24HourClock) {
+  const struct {
+    CrashTime time;
+    const wchar_t* name;
+  } cases[] = {
+      {{2026, 3, 2, 9, 5, 7}, L"crash-20260302-090507.dmp"},
+      {{2026, 11, 14, 17, 18, 5}, L"crash-20261114-171805.dmp"},
+      {{2027, 12, 31, 23, 59, 59}, L"crash-20271231-235959.dmp"},
+      {{999, 1, 1, 0, 0, 0}, L"crash-09990101-000000.dmp"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(CrashDumpPath(L"C:\\Users\\p\\AppData\\Local\\Hintwick", c.time),
+              std::wstring(L"C:\\Users\\p\\AppData\\Local\\Hintwick\\") + c.name);
+  }
+}
+
+// A path too long for the buffer is cut rather than dropped: the box still shows where the
+// dump was meant to go, and the create call fails on its own.
+TEST(CrashReport, LongPathsAndMessagesAreCutAtTheirBuffers) {
+  const CrashTime time{2026, 3, 2, 9, 5, 7};
+  const std::wstring fits(kCrashDumpPathLimit - 1 - 26, L'd');
+  EXPECT_EQ(CrashDumpPath(fits, time), fits + L"\\crash-20260302-090507.dmp");
+  const std::wstring too_long(kCrashDumpPathLimit + 50, L'd');
+  EXPECT_EQ(CrashDumpPath(too_long, time), too_long.substr(0, kCrashDumpPathLimit - 1));
+
+  const std::wstring message = CrashMessage(too_long + too_long);
+  EXPECT_EQ(message.size(), kCrashMessageLimit - 1);
+  EXPECT_EQ(message.rfind(L"A diagnostic file was saved to:\n" + too_long.substr(0, 600), 38), 38u);
+}
+
+TEST(CrashReport, MessageNamesTheFileAndSaysNothingWasSent) {
+  EXPECT_EQ(CrashMessage(L"C:\\d\\crash-20260302-090507.dmp"),
+            L"Hintwick hit a bug and has to close.\n\nA diagnostic file was saved to:\n"
+            L"C:\\d\\crash-20260302-090507.dmp\n\nIt contains no game footage and nothing was "
+            L"sent anywhere. Sending it along with what you were doing would genuinely help.");
+}
+
+}  // namespace
+}  // namespace qn
