@@ -3,6 +3,8 @@
 // alias of UniqueHandle below, so ownership rules are written once.
 #include <objbase.h>
 #include <windows.h>
+// After windows.h, which it needs for its base types.
+#include <bcrypt.h>
 #include <winhttp.h>
 #include <winstring.h>
 
@@ -81,6 +83,12 @@ using UniqueCFile = UniqueHandle<FILE*, &fclose>;
 using UniqueGlobal = UniqueHandle<HGLOBAL, &GlobalFree>;
 using UniqueHinternet = UniqueHandle<HINTERNET, &WinHttpCloseHandle>;
 using UniqueHstring = UniqueHandle<HSTRING, &WindowsDeleteString>;
+inline void CloseBcryptAlgorithm(BCRYPT_ALG_HANDLE algorithm) noexcept {
+  BCryptCloseAlgorithmProvider(algorithm, 0);
+}
+using UniqueBcryptAlgorithm = UniqueHandle<BCRYPT_ALG_HANDLE, &CloseBcryptAlgorithm>;
+using UniqueBcryptHash = UniqueHandle<BCRYPT_HASH_HANDLE, &BCryptDestroyHash>;
+using UniqueBcryptKey = UniqueHandle<BCRYPT_KEY_HANDLE, &BCryptDestroyKey>;
 
 // Scope guards for the pairs of calls that are not handles.
 

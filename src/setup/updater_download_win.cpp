@@ -1,0 +1,121 @@
+#include <windows.h>
+#include <winhttp.h>
+
+#include <string>
+
+#include "core/failure_log.h"
+#include "core/handles.h"
+#include "core/log.h"
+#include "core/utf.h"
+#include "net/http_client.h"
+#include "setup/updater.h"
+
+namespace qn {
+namespace {
+
+constexpr wchar_t kUserAgent[] = L"Hintwick-updater/0.1";
+constexpr int kResolveTimeoutMs = 15000;
+constexpr int kConnectTimeoutMs = 15000;
+constexpr int kSendTimeoutMs = 30000;
+constexpr int kReceiveTimeoutMs = 120000;
+constexpr DWORD kReadChunkBytes = 16384;
+
+struct UrlParts {
+  std::wstring host;
+  std::wstring object;  // path and query
+  INTERNET_PORT port = 0;
+  bool secure = false;
+};
+
+bool CrackUrl(const std::wstring& url, UrlParts& parts) {
+  URL_COMPONENTS components{};
+  components.dwStructSize = sizeof(components);
+  // Lengths of -1 ask for pointers into `url` rather than copies.
+  components.dwHostNameLength = static_cast<DWORD>(-1);
+  components.dwUrlPathLength = static_cast<DWORD>(-1);
+  components.dwExtraInfoLength = static_cast<DWORD>(-1);
+  if (!WinHttpCrackUrl(url.c_str(), 0, 0, &components) || components.dwHostNameLength == 0) {
+    return false;
+  }
+  parts.host.assign(components.lpszHostName, components.dwHostNameLength);
+  parts.object.assign(components.lpszUrlPath, components.dwUrlPathLength);
+  parts.object.append(components.lpszExtraInfo, components.dwExtraInfoLength);
+  if (parts.object.empty()) parts.object = L"/";
+  parts.port = components.nPort;
+  parts.secure = components.nScheme == INTERNET_SCHEME_HTTPS;
+  return true;
+}
+
+// Declared so that they close in reverse order of opening.
+struct DownloadHandles {
+  UniqueHinternet session;
+  UniqueHinternet connection;
+  UniqueHinternet request;
+};
+
+bool OpenDownload(const UrlParts& url, DownloadHandles& handles) {
+  handles.session.reset(WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
+                                    WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
+  if (!handles.session) return LogLastError(L"WinHttpOpen", kLogWarn);
+  if (!WinHttpSetTimeouts(handles.session.get(), kResolveTimeoutMs, kConnectTimeoutMs,
+                          kSendTimeoutMs, kReceiveTimeoutMs)) {
+    LogLastError(L"WinHttpSetTimeouts", kLogWarn);
+  }
+  handles.connection.reset(WinHttpConnect(handles.session.get(), url.host.c_str(), url.port, 0));
+  if (!handles.connection) return LogLastError(L"WinHttpConnect", kLogWarn);
+  handles.request.reset(WinHttpOpenRequest(
+      handles.connection.get(), L"GET", url.object.c_str(), nullptr, WINHTTP_NO_REFERER,
+      WINHTTP_DEFAULT_ACCEPT_TYPES, url.secure ? WINHTTP_FLAG_SECURE : 0));
+  if (!handles.request) return LogLastError(L"WinHttpOpenRequest", kLogWarn);
+  return true;
+}
+
+// Reads what has arrived rather than a fixed 16 KB: Wine's blocking WinHttpReadData waits
+// for its whole buffer, which would stall the last short piece until the time-out.
+bool ReadWholeBody(HINTERNET request, size_t cap, std::string& body) {
+  std::string chunk(kReadChunkBytes, '\0');
+  DWORD got = 0;
+  do {
+    if (!ReadAvailable(request, chunk.data(), kReadChunkBytes, got)) {
+      return LogLastError(L"WinHttpReadData", kLogWarn);
+    }
+    if (body.size() + got > cap) {
+      Log(kLogWarn, L"update download over %llu bytes; dropped",
+          static_cast<unsigned long long>(cap));
+      body = std::string();
+      return false;
+    }
+    body.append(chunk.data(), got);
+  } while (got != 0);
+  return true;
+}
+
+}  // namespace
+
+std::optional<std::string> Updater::Download(const std::string& url) const {
+  UrlParts parts;
+  if (!CrackUrl(Utf8ToWide(url), parts)) {
+    Log(kLogWarn, L"update url could not be parsed");
+    return std::nullopt;
+  }
+  DownloadHandles handles;
+  if (!OpenDownload(parts, handles)) return std::nullopt;
+  if (!SendRequestBody(handles.request.get(), std::string())) {
+    LogLastError(L"WinHttpSendRequest", kLogWarn);
+    return std::nullopt;
+  }
+  if (!WinHttpReceiveResponse(handles.request.get(), nullptr)) {
+    LogLastError(L"WinHttpReceiveResponse", kLogWarn);
+    return std::nullopt;
+  }
+  const int32_t status = QueryStatusCode(handles.request.get());
+  if (status != 200) {
+    Log(kLogWarn, L"update download returned %lu", static_cast<unsigned long>(status));
+    return std::nullopt;
+  }
+  std::string body;
+  if (!ReadWholeBody(handles.request.get(), options_.max_download_bytes, body)) return std::nullopt;
+  return body;
+}
+
+}  // namespace qn
