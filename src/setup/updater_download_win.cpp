@@ -1,6 +1,7 @@
 #include <windows.h>
 #include <winhttp.h>
 
+#include <algorithm>
 #include <string>
 
 #include "core/failure_log.h"
@@ -67,6 +68,13 @@ bool OpenDownload(const UrlParts& url, DownloadHandles& handles) {
       handles.connection.get(), L"GET", url.object.c_str(), nullptr, WINHTTP_NO_REFERER,
       WINHTTP_DEFAULT_ACCEPT_TYPES, url.secure ? WINHTTP_FLAG_SECURE : 0));
   if (!handles.request) return LogLastError(L"WinHttpOpenRequest", kLogWarn);
+  // Wine bounds the wait for the response head by an option of its own, not the receive
+  // time-out; set alike, a silent server is given up on after the same time everywhere.
+  DWORD receive = kReceiveTimeoutMs;
+  if (!WinHttpSetOption(handles.request.get(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &receive,
+                        sizeof(receive))) {
+    LogLastError(L"WinHttpSetOption", kLogWarn);
+  }
   return true;
 }
 
@@ -74,9 +82,14 @@ bool OpenDownload(const UrlParts& url, DownloadHandles& handles) {
 // for its whole buffer, which would stall the last short piece until the time-out.
 bool ReadWholeBody(HINTERNET request, size_t cap, std::string& body) {
   std::string chunk(kReadChunkBytes, '\0');
-  DWORD got = 0;
-  do {
-    if (!ReadAvailable(request, chunk.data(), kReadChunkBytes, got)) {
+  for (;;) {
+    DWORD available = 0;
+    if (!WinHttpQueryDataAvailable(request, &available)) {
+      return LogLastError(L"WinHttpQueryDataAvailable", kLogWarn);
+    }
+    if (available == 0) return true;
+    DWORD got = 0;
+    if (!WinHttpReadData(request, chunk.data(), std::min(available, kReadChunkBytes), &got)) {
       return LogLastError(L"WinHttpReadData", kLogWarn);
     }
     if (body.size() + got > cap) {
@@ -86,8 +99,7 @@ bool ReadWholeBody(HINTERNET request, size_t cap, std::string& body) {
       return false;
     }
     body.append(chunk.data(), got);
-  } while (got != 0);
-  return true;
+  }
 }
 
 }  // namespace

@@ -5,10 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -20,14 +18,6 @@
 #include "support/test_files.h"
 
 namespace qn {
-
-// Found by GoogleTest through the argument's namespace.
-inline void PrintTo(const UpdateInfo& info, std::ostream* out) {
-  *out << (info.available ? "offers " : "offers nothing ") << info.version << " from " << info.url
-       << " sha256 " << info.sha256 << " notes '" << info.notes << "' signature '" << info.signature
-       << (info.rollback ? "' (rollback)" : "'");
-}
-
 namespace {
 
 using test::Reply;
@@ -35,6 +25,7 @@ using test::Reply;
 constexpr char kOldBytes[] = "MZ the running build 0.1.7";
 constexpr char kNewBytes[] = "MZ stand-in for the new build 0.2.0";
 constexpr char kNewSha[] = "dff91217c956a38bcaa3ea563d50d176785d31f143e50a716fa83f6f09c30a0c";
+constexpr char kZeroSha[] = "0000000000000000000000000000000000000000000000000000000000000000";
 constexpr char kFilePath[] = "/files/Hintwick-0.2.0.exe";
 // Made with openssl, as the README's release steps do: key A signs kNewBytes (as DER and
 // as raw r || s); key B is anyone else's.
@@ -177,92 +168,51 @@ TEST_F(UpdaterTest, Sha256MatchesThePublishedVectors) {
 // a release key included. Applied: the new build at the executable's path, the old one at
 // ".old". Refused: the scratch folder exactly as it was.
 TEST_F(UpdaterTest, ADownloadIsWrittenOnlyWhenItPassesEveryCheck) {
-  const std::string upper_sha = [] {
-    std::string sha = kNewSha;
-    for (char& c : sha) c = static_cast<char>(toupper(c));
-    return sha;
-  }();
+  constexpr char kUpperSha[] = "DFF91217C956A38BCAA3EA563D50D176785D31F143E50A716FA83F6F09C30A0C";
+  constexpr char kUnsigned[] = "INFO  update 0.2.0 is unsigned; this build has no release key";
+  constexpr char kVerified[] = "INFO  update 0.2.0 signature verified\r\n";
+  constexpr char kRefused[] = "ERROR update 0.2.0 signature does not verify; refusing it\r\n";
   const size_t size = sizeof(kNewBytes) - 1;
   const struct {
     const char* what;
-    std::string key = "";
-    std::string signature = "";
-    std::string url = "";  // empty: the file the fake serves
-    std::string sha256 = kNewSha;
-    size_t cap = kMaxUpdateBytes;
-    bool available = true;
-    const wchar_t* error = nullptr;  // nullptr: applied
-    const char* log = "";
+    const char* key;
+    const char* signature;
+    const char* path;
+    const char* sha256;
+    size_t cap;
+    const wchar_t* error;  // nullptr: applied
+    const char* log;
   } cases[] = {
-      {.what = "unsigned, no key",
-       .log = "INFO  update 0.2.0 is unsigned; this build has no release key to check it against"},
-      {.what = "checksum in upper case",
-       .sha256 = upper_sha,
-       .log = "INFO  update 0.2.0 staged; restarting\r\n"},
-      {.what = "checksum of another file",
-       .sha256 = std::string(64, '0'),
-       .error = kChecksumError,
-       .log = "ERROR update hash mismatch: expected 0000"},
-      {.what = "body exactly at the cap", .cap = size},
-      {.what = "body one byte over the cap",
-       .cap = size - 1,
-       .error = kDownloadError,
-       .log = "WARN  update download over 34 bytes; dropped\r\n"},
-      {.what = "no such file",
-       .url = "/files/missing.exe",
-       .error = kDownloadError,
-       .log = "WARN  update download returned 404\r\n"},
-      {.what = "url without a host",
-       .url = "not a url",
-       .error = kDownloadError,
-       .log = "WARN  update url could not be parsed\r\n"},
-      {.what = "nothing offered", .available = false, .error = kNoUpdateError},
-      {.what = "no key, any signature",
-       .signature = kSignedByB,
-       .log = "INFO  update 0.2.0 is unsigned; this build has no release key"},
-      {.what = "key, signed (DER)",
-       .key = kKeyA,
-       .signature = kSignedByA,
-       .log = "INFO  update 0.2.0 signature verified\r\n"},
-      {.what = "key, signed (raw r||s)",
-       .key = kKeyA,
-       .signature = kSignedByARaw,
-       .log = "INFO  update 0.2.0 signature verified\r\n"},
-      {.what = "key, unsigned",
-       .key = kKeyA,
-       .error = kSignatureError,
-       .log = "ERROR update 0.2.0 is unsigned; refusing it\r\n"},
-      {.what = "key, signed by another key",
-       .key = kKeyA,
-       .signature = kSignedByB,
-       .error = kSignatureError,
-       .log = "ERROR update 0.2.0 signature does not verify; refusing it"},
-      {.what = "key, signature not base64",
-       .key = kKeyA,
-       .signature = "MEQC!",
-       .error = kSignatureError,
-       .log = "ERROR update 0.2.0 signature does not verify"},
+      {"unsigned, no key", "", "", kFilePath, kNewSha, size, nullptr, kUnsigned},
+      {"checksum in upper case", "", "", kFilePath, kUpperSha, size, nullptr,
+       "INFO  update 0.2.0 staged; restarting\r\n"},
+      {"checksum of another file", "", "", kFilePath, kZeroSha, size, kChecksumError,
+       "ERROR update hash mismatch: expected 0000"},
+      {"one byte over the cap", "", "", kFilePath, kNewSha, size - 1, kDownloadError,
+       "WARN  update download over 34 bytes; dropped\r\n"},
+      {"no such file", "", "", "/files/missing.exe", kNewSha, size, kDownloadError,
+       "WARN  update download returned 404\r\n"},
+      {"no key, any signature", "", kSignedByB, kFilePath, kNewSha, size, nullptr, kUnsigned},
+      {"key, signed (DER)", kKeyA, kSignedByA, kFilePath, kNewSha, size, nullptr, kVerified},
+      {"key, signed (raw)", kKeyA, kSignedByARaw, kFilePath, kNewSha, size, nullptr, kVerified},
+      {"key, unsigned", kKeyA, "", kFilePath, kNewSha, size, kSignatureError,
+       "ERROR update 0.2.0 is unsigned; refusing it\r\n"},
+      {"key, other signer", kKeyA, kSignedByB, kFilePath, kNewSha, size, kSignatureError, kRefused},
+      {"key, not base64", kKeyA, "MEQC!", kFilePath, kNewSha, size, kSignatureError, kRefused},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     Reset();
     UpdateInfo info = Offer();
-    info.available = c.available;
+    info.url = WideToUtf8(service_.BaseUrl()) + c.path;
     info.sha256 = c.sha256;
     info.signature = c.signature;
-    if (!c.url.empty()) {
-      info.url = c.url.starts_with("/") ? WideToUtf8(service_.BaseUrl()) + c.url : c.url;
-    }
     const Updater updater({.exe_path = exe_, .max_download_bytes = c.cap, .public_key_hex = c.key});
     std::wstring error;
     EXPECT_EQ(updater.Apply(info, error), c.error == nullptr);
     EXPECT_EQ(error, c.error ? c.error : L"");
     EXPECT_TRUE(Logged(c.log)) << log_.Text();
-    if (c.error) {
-      ExpectOnDisk(kOldBytes, nullptr, nullptr);
-    } else {
-      ExpectOnDisk(kNewBytes, kOldBytes, nullptr);
-    }
+    ExpectOnDisk(c.error ? kOldBytes : kNewBytes, c.error ? nullptr : kOldBytes, nullptr);
   }
   const auto downloads = service_.Requests();
   ASSERT_FALSE(downloads.empty());
@@ -275,8 +225,9 @@ TEST_F(UpdaterTest, ABodyOfManyReadsComesBackWhole) {
   std::string body;
   for (int i = 0; body.size() < 200000; ++i) body += std::to_string(i) + ",";
   test::ScriptedReply chunked = Reply(200);
-  for (size_t at = 0; at < body.size(); at += 7000)
+  for (size_t at = 0; at < body.size(); at += 7000) {
     chunked.chunks.push_back({body.substr(at, 7000), nullptr, nullptr});
+  }
   service_.Script("GET", "/files/sized.exe", Reply(200, body));
   service_.Script("GET", "/files/chunked.exe", chunked);
   for (const char* path : {"/files/sized.exe", "/files/chunked.exe"}) {
