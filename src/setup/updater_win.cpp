@@ -160,7 +160,10 @@ bool Updater::Swap(const std::string& bytes, std::wstring& error) const {
 }
 
 void Updater::RemoveLeftover() const {
-  const std::wstring old = ExePath() + L".old";
+  const std::wstring exe = ExePath();
+  // Without our own path the name would be relative, and could hit a stranger's file.
+  if (exe.empty()) return;
+  const std::wstring old = exe + L".old";
   if (GetFileAttributesW(old.c_str()) == INVALID_FILE_ATTRIBUTES) return;
   // The process that was replaced may still be ending and hold its file; a later start
   // tries again rather than this one waiting.
