@@ -15,6 +15,7 @@
 #include "app/tray_icon_win.h"
 #include "core/handles.h"
 #include "net/session.h"
+#include "ui/tray_window_win.h"
 
 namespace qn {
 
@@ -59,6 +60,9 @@ class App {
   void ShowStartBalloon();
   void ApplyDrawerAndSound(const Settings& settings);
   DrawerControl::Callbacks DrawerCallbacks();
+  TrayWindowCallbacks TrayWindowActions();
+  void OpenTrayWindow();
+  void CheckForUpdatesOnRequest();
 
   HINSTANCE instance_ = nullptr;
   StartChecks checks_;
@@ -69,8 +73,7 @@ class App {
   Conversation conversation_;
   DrawerControl drawer_;
   std::optional<TrayIcon> tray_;
-  // The account and settings window, once it exists: the loop gives it keyboard navigation.
-  HWND settings_window_ = nullptr;
+  TrayWindow tray_window_;  // the account and settings window, when open
   bool shut_down_ = false;
 };
 

@@ -45,14 +45,10 @@ void App::ConnectTray() {
     }
   });
   window_.OnCommand(kCmdExit, [] { PostQuitMessage(0); });
-  // The account window and the updater arrive with their own builds.
-  window_.OnCommand(kCmdAccount, [this] {
-    drawer_.CloseNow();
-    Log(kLogInfo, L"account and settings window requested; not in this build");
-  });
+  window_.OnCommand(kCmdAccount, [this] { OpenTrayWindow(); });
   window_.OnCommand(kCmdCheckForUpdates, [this] {
     drawer_.CloseNow();
-    Log(kLogInfo, L"update check requested; not in this build");
+    CheckForUpdatesOnRequest();
   });
 }
 
@@ -63,6 +59,16 @@ void App::ConnectWorkers() {
   window_.OnPosted<GameLookupResult>(kMsgProgressSnapshot, [this](auto snapshot, LPARAM) {
     conversation_.OnProgressSnapshot(std::move(snapshot));
   });
+}
+
+void App::OpenTrayWindow() {
+  drawer_.CloseNow();
+  tray_window_.Open(session_, drawer_.Facts().game_key);
+}
+
+// The updater arrives with its own build.
+void App::CheckForUpdatesOnRequest() {
+  Log(kLogInfo, L"update check requested; not in this build");
 }
 
 void App::OnCapturedKey(const KeyEventRecord& record) {

@@ -34,11 +34,12 @@ App::App(HINSTANCE instance, StartChecks checks)
       conversation_(session_, window_,
                     {[this] { return drawer_.Facts(); }, [this] { drawer_.ArmIdleRelease(); }}),
       drawer_(instance, conversation_.Model(), conversation_.View(), std::move(checks.drawer),
-              DrawerCallbacks()) {}
+              DrawerCallbacks()),
+      tray_window_(instance, TrayWindowActions()) {}
 
 DrawerControl::Callbacks App::DrawerCallbacks() {
   DrawerControl::Callbacks callbacks;
-  callbacks.settings_window_open = [this] { return settings_window_ != nullptr; };
+  callbacks.settings_window_open = [this] { return tray_window_.IsOpen(); };
   callbacks.balloon = [this](const wchar_t* text) {
     if (tray_) tray_->ShowTrayBalloon(text);
   };
@@ -48,6 +49,10 @@ DrawerControl::Callbacks App::DrawerCallbacks() {
   callbacks.take_deferred_update = [] { return false; };
   callbacks.prompt_update = [] { return false; };
   return callbacks;
+}
+
+TrayWindowCallbacks App::TrayWindowActions() {
+  return {[this] { OnSettingsApplied(); }, [this] { CheckForUpdatesOnRequest(); }};
 }
 
 App::~App() { Shutdown(); }
@@ -131,7 +136,10 @@ int App::Run() {
   MSG message = {};
   BOOL got = FALSE;
   while ((got = GetMessageW(&message, nullptr, 0, 0)) > 0) {
-    if (settings_window_ && IsDialogMessageW(settings_window_, &message)) continue;
+    if (const HWND tray_window = tray_window_.get();
+        tray_window && IsDialogMessageW(tray_window, &message)) {
+      continue;
+    }
     TranslateMessage(&message);
     DispatchMessageW(&message);
   }
@@ -141,6 +149,7 @@ int App::Run() {
 
 void App::Shutdown() {
   if (std::exchange(shut_down_, true)) return;
+  tray_window_.Close();
   drawer_.CloseNow();
   foreground_.Stop();
   if (hotkey_) hotkey_->Remove();

@@ -74,6 +74,7 @@ using UniqueHicon = UniqueHandle<HICON, &DestroyIcon>;
 using UniqueHmenu = UniqueHandle<HMENU, &DestroyMenu>;
 using UniqueHdc = UniqueHandle<HDC, &DeleteDC>;
 using UniqueHbitmap = UniqueHandle<HBITMAP, &DeleteObject>;
+using UniqueHfont = UniqueHandle<HFONT, &DeleteObject>;
 using UniqueHmodule = UniqueHandle<HMODULE, &FreeLibrary>;
 using UniqueHkey = UniqueHandle<HKEY, &RegCloseKey>;
 using UniqueWinEventHook = UniqueHandle<HWINEVENTHOOK, &UnhookWinEvent>;

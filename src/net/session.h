@@ -60,6 +60,9 @@ class Session {
   bool ApplyTokenReply(const std::string& body);
 
   Settings CurrentSettings() const;  // never with the legacy password
+  // The player's edits; where the service is, and a password an older version left waiting
+  // for its migration, stay as they are.
+  void ApplySettings(const Settings& edited);
 
   std::vector<GameEntry> GetGames(bool ask_service, DWORD timeout_ms);
   bool IsCatalogueStale() const;

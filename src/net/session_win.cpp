@@ -204,6 +204,15 @@ Settings Session::CurrentSettings() const {
   return copy;
 }
 
+void Session::ApplySettings(const Settings& edited) {
+  std::lock_guard lock(mutex_);
+  Settings kept = edited;
+  kept.base_url = settings_.base_url;
+  kept.password_migration_pending = settings_.password_migration_pending;
+  kept.legacy_password.swap(settings_.legacy_password);
+  settings_ = std::move(kept);
+}
+
 // The body holding the password is wiped as soon as it has been sent.
 HttpResponse Session::PostCredentials(const char* path, const std::string& email,
                                       const std::string& password) {

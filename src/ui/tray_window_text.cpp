@@ -1,4 +1,4 @@
-#include "tray_window/tray_window_text.h"
+#include "ui/tray_window_text.h"
 
 #include "core/settings.h"
 
@@ -21,6 +21,16 @@ HotkeyKey UseOfHotkeyKey(uint32_t virtual_key, bool ctrl, bool shift, bool alt) 
   if (virtual_key == kVkEscape) return {HotkeyKeyUse::kCancel, 0};
   const uint32_t modifiers = (ctrl ? kModCtrl : 0) | (shift ? kModShift : 0) | (alt ? kModAlt : 0);
   return {modifiers == 0 ? HotkeyKeyUse::kRefuse : HotkeyKeyUse::kAccept, modifiers};
+}
+
+HotkeyKeyUse CaptureHotkeyKey(Settings& settings, uint32_t virtual_key, bool ctrl, bool shift,
+                              bool alt) {
+  const HotkeyKey key = UseOfHotkeyKey(virtual_key, ctrl, shift, alt);
+  if (key.use == HotkeyKeyUse::kAccept) {
+    settings.hotkey_mods = key.modifiers;
+    settings.hotkey_vk = virtual_key;
+  }
+  return key.use;
 }
 
 std::wstring HotkeyButtonText(std::wstring_view hotkey_text, bool capturing) {
@@ -67,8 +77,17 @@ ProgressText DescribeProgress(std::wstring_view game, bool signed_in,
           true};
 }
 
+std::wstring WithoutControlCharacters(std::wstring_view text) {
+  std::wstring kept;
+  kept.reserve(text.size());
+  for (const wchar_t c : text) {
+    if (c >= 0x20 && c != 0x7F) kept.push_back(c);
+  }
+  return kept;
+}
+
 int DefaultCommand(bool signed_in, bool sign_in_enabled) {
-  return !signed_in && sign_in_enabled ? kCmdSignIn : kCmdSave;
+  return !signed_in && sign_in_enabled ? kIdSignIn : kIdSave;
 }
 
 }  // namespace qn

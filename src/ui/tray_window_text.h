@@ -7,10 +7,11 @@
 #include <string>
 #include <string_view>
 
+#include "ui/tray_window_layout.h"
+
 namespace qn {
 
-inline constexpr int kCmdSignIn = 1003;
-inline constexpr int kCmdSave = 1203;
+struct Settings;
 
 inline constexpr wchar_t kCapturingHotkeyText[] = L"Press the new key combination...";
 inline constexpr wchar_t kHotkeySetText[] = L"Hotkey set. Press Save to keep it.";
@@ -34,6 +35,9 @@ struct HotkeyKey {
   uint32_t modifiers = 0;  // RegisterHotKey's values, when accepted
 };
 HotkeyKey UseOfHotkeyKey(uint32_t virtual_key, bool ctrl, bool shift, bool alt);
+// The same, with an accepted combination written into the settings' hotkey.
+HotkeyKeyUse CaptureHotkeyKey(Settings& settings, uint32_t virtual_key, bool ctrl, bool shift,
+                              bool alt);
 
 std::wstring HotkeyButtonText(std::wstring_view hotkey_text, bool capturing);
 std::wstring DrawerHeightLabel(int percent);
@@ -57,6 +61,10 @@ struct ProgressText {
 };
 ProgressText DescribeProgress(std::wstring_view game, bool signed_in,
                               const std::optional<ProgressRead>& read);
+
+// A pasted password loses its line breaks, tabs and other control characters: they cannot be
+// typed into the box, and a copied password often drags a line break along.
+std::wstring WithoutControlCharacters(std::wstring_view text);
 
 // Enter signs in while that is what the window offers, and saves otherwise.
 int DefaultCommand(bool signed_in, bool sign_in_enabled);

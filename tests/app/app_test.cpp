@@ -23,6 +23,7 @@
 #include "support/hwnd_surface_win.h"
 #include "support/test_game.h"
 #include "support/test_game_win.h"
+#include "ui/tray_window_layout.h"
 
 namespace qn {
 namespace {
@@ -203,6 +204,40 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   EXPECT_TRUE(log_.Has("INFO  settings applied: drawer 33%, blur 100%"));
 
   Post(WM_COMMAND, kCmdExit);
+  EXPECT_EQ(app_->Run(), 0);
+}
+
+// "Account and settings..." closes the drawer and opens the window for the game last seen
+// under it; the drawer stays shut while the window is open, and a hotkey saved there is
+// registered at once and named by the tray menu's first entry.
+TEST_F(AppTest, TheSettingsWindowHoldsTheDrawerBackAndChangesTheHotkey) {
+  ASSERT_TRUE(Start());
+  test::TestGame game(kGameRect);
+  Post(WM_HOTKEY, 1);
+  ASSERT_TRUE(PumpUntil([&] { return app_->Drawer().IsOpen(); }));
+  Post(WM_COMMAND, kCmdAccount);
+  HWND window = nullptr;
+  ASSERT_TRUE(PumpUntil([&] { return (window = FindWindowW(kTrayWindowClass, nullptr)); }));
+  EXPECT_FALSE(app_->Drawer().IsOpen());
+  wchar_t progress[256] = {};
+  GetDlgItemTextW(window, kIdProgress, progress, 256);
+  EXPECT_EQ(std::wstring(progress).rfind(L"hintwick_test_game: ", 0), 0u) << progress;
+  Post(WM_HOTKEY, 1);
+  ASSERT_TRUE(PumpUntil([&] { return log_.Has("INFO  tray window is open; not opening the drawer"); }));
+
+  SendDlgItemMessageW(window, kIdHotkey, BM_CLICK, 0, 0);
+  BYTE keys[256] = {};
+  keys[VK_CONTROL] = keys[VK_MENU] = 0x80;
+  SetKeyboardState(keys);
+  SendMessageW(window, WM_KEYDOWN, VK_F1, 0);
+  keys[VK_CONTROL] = keys[VK_MENU] = 0;
+  SetKeyboardState(keys);
+  SendDlgItemMessageW(window, kIdSave, BM_CLICK, 0, 0);
+  EXPECT_TRUE(log_.Has("INFO  hotkey registered: Ctrl+Alt+F1"));
+  const Settings settings = app_->ServiceSession().CurrentSettings();
+  EXPECT_EQ(TrayMenuEntries(HotkeyText(settings.hotkey_mods, settings.hotkey_vk), true)[0].text,
+            L"Hintwick (Ctrl+Alt+F1)");
+  Post(WM_COMMAND, kCmdExit);  // the loop, with the window's keyboard handling, ends as ever
   EXPECT_EQ(app_->Run(), 0);
 }
 

@@ -1,4 +1,4 @@
-#include "tray_window/tray_window_text.h"
+#include "ui/tray_window_text.h"
 
 #include <gtest/gtest.h>
 
@@ -41,9 +41,10 @@ TEST(TrayWindowText, LabelsAndStatusTexts) {
             L"Signed in as a@b.c. Press the hotkey over a game to start.");
   EXPECT_EQ(AccountStatusText(false, L"a@b.c", L""), L"Not signed in.");
   EXPECT_EQ(AccountStatusText(false, L"", L"Wrong password."), L"Not signed in - Wrong password.");
-  EXPECT_EQ(DefaultCommand(false, true), kCmdSignIn);
-  EXPECT_EQ(DefaultCommand(false, false), kCmdSave);
-  EXPECT_EQ(DefaultCommand(true, true), kCmdSave);
+  EXPECT_EQ(WithoutControlCharacters(L"\tpa ss\x7F\u00e9\r\n"), L"pa ss\u00e9");
+  EXPECT_EQ(DefaultCommand(false, true), kIdSignIn);
+  EXPECT_EQ(DefaultCommand(false, false), kIdSave);
+  EXPECT_EQ(DefaultCommand(true, true), kIdSave);
 }
 
 TEST(TrayWindowText, ProgressSaysWhatGatesTheAnswersAndWhenResetMakesSense) {

@@ -1,0 +1,73 @@
+#pragma once
+// What the account and settings window keeps while it exists: created with the window,
+// attached to it, and freed when it is destroyed. Shared by the window's source files only.
+#include <windows.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/handles.h"
+#include "core/settings.h"
+
+namespace qn {
+
+class Session;
+class TrayWindow;
+
+struct TrayWindowState {
+  TrayWindow* owner = nullptr;  // forgets the window when it goes
+  Session* session = nullptr;
+  std::string game_key;
+  Settings working;  // what the controls edit; the session gets it on Save
+  HWND window = nullptr;
+  UINT dpi = USER_DEFAULT_SCREEN_DPI;
+  UniqueHfont font;
+  UniqueHfont bold_font;
+  bool capturing_hotkey = false;
+  int scroll = 0;  // how far the content is scrolled up, in pixels
+  HWND focus = nullptr;  // given back when the window is activated again
+  std::vector<HWND> controls;  // in the order of the layout
+
+  static TrayWindowState* Of(HWND window) {
+    return reinterpret_cast<TrayWindowState*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+  }
+};
+
+// The controls: made once, then laid out and given fonts again at each DPI.
+bool CreateTrayWindowControls(TrayWindowState& state, HINSTANCE instance);
+void LayOutForDpi(TrayWindowState& state, UINT dpi);
+// Sizes the window for its DPI, no taller than `work_area`, with its top left at `top_left`
+// or, without one, centred; a window cut short scrolls its content.
+void PlaceTrayWindow(TrayWindowState& state, const RECT& work_area,
+                     std::optional<POINT> top_left);
+void ScrollTrayWindow(TrayWindowState& state, int top);
+void OnTrayWindowScroll(TrayWindowState& state, WORD action);
+// Brings a control that took the focus into view.
+void ShowFocusedControl(TrayWindowState& state, HWND control);
+// Sent by a control to the window when it takes the focus; WPARAM is the control.
+inline constexpr UINT kMsgControlFocused = WM_APP + 12;
+
+// The controls as the working copy says.
+void ShowWorkingSettings(const TrayWindowState& state);
+void ShowHotkey(const TrayWindowState& state);
+void ShowSliderLabel(const TrayWindowState& state, int slider_id);
+void ShowAccountStatus(const TrayWindowState& state, const std::wstring& last_error);
+void ShowProgress(const TrayWindowState& state);
+// Enter's target gets the default button's frame.
+void ShowDefaultButton(const TrayWindowState& state);
+// A control's new text, painted at once: the call that follows blocks the window.
+void ShowStatus(HWND control, const wchar_t* text);
+
+std::wstring ControlText(HWND window, int id);
+int SliderPosition(HWND window, int id);
+bool IsChecked(HWND window, int id);
+void EnableControl(HWND window, int id, bool enabled);
+
+// Keeps the password from being copied out, and control characters from being pasted in.
+void SubclassPasswordBox(HWND box);
+// The box's text, read into a buffer that is wiped after `use`; the box is emptied either way.
+void TakePassword(HWND box, const std::function<void(const std::string&)>& use);
+
+}  // namespace qn

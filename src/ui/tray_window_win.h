@@ -1,0 +1,47 @@
+#pragma once
+// The account and settings window: the program's one ordinary desktop window, opened from
+// the tray. Sign-in, the settings, the recorded progress and the update check; everything on
+// the interface thread, the service calls included (the window says what it is waiting for).
+#include <windows.h>
+
+#include <functional>
+#include <string>
+
+namespace qn {
+
+class Session;
+
+inline constexpr wchar_t kTrayWindowClass[] = L"HintwickTrayWindow";
+// Posted by anyone who learnt that the recorded progress changed.
+inline constexpr UINT kMsgRefreshProgress = WM_APP + 11;
+
+struct TrayWindowCallbacks {
+  std::function<void()> settings_applied;   // after a Save reached the session
+  std::function<void()> check_for_updates;  // the player asked; may end the program
+};
+
+class TrayWindow {
+ public:
+  TrayWindow(HINSTANCE instance, TrayWindowCallbacks callbacks);
+  ~TrayWindow();
+  TrayWindow(const TrayWindow&) = delete;
+  TrayWindow& operator=(const TrayWindow&) = delete;
+
+  // Shows the window for the session and the game last seen under the drawer (may be empty);
+  // when it is already open, brings it to the front instead. False when it could not be made.
+  bool Open(Session& session, const std::string& game_key);
+  bool IsOpen() const { return window_ != nullptr; }
+  // For IsDialogMessageW; null while closed.
+  HWND get() const { return window_; }
+  void Close();
+
+ private:
+  friend struct TrayWindowAccess;
+
+  HINSTANCE instance_;
+  TrayWindowCallbacks callbacks_;
+  // The window owns its state and destroys itself on Close or Cancel; this only names it.
+  HWND window_ = nullptr;
+};
+
+}  // namespace qn

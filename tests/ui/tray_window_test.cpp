@@ -1,0 +1,412 @@
+// The account and settings window under Wine, against the fake service, driven as the player
+// drives it: keys through the same IsDialogMessageW the program's loop uses.
+#include "ui/tray_window_win.h"
+
+#include <gtest/gtest.h>
+
+#include <commctrl.h>
+
+#include <algorithm>
+#include <set>
+#include <utility>
+#include <string>
+#include <vector>
+
+#include "chat/offscreen_target_win.h"
+#include "net/session_fixture.h"
+#include "support/gdi_frames_win.h"
+#include "support/test_game_win.h"
+#include "ui/tray_window_layout.h"
+#include "ui/tray_window_text.h"
+
+namespace qn {
+namespace {
+
+using test::Reply;
+using Ids = std::vector<int>;
+
+constexpr wchar_t kPassword[] = L"Tr0ub4dor&3-horse";
+constexpr char kTokens[] = R"({"access_token":"a1","refresh_token":"r1"})";
+const std::string kMemory = MemoryPath("hintwick_test_game");
+
+// Answers the next message box of this thread with `answer` and keeps its text.
+std::vector<std::wstring> g_boxes;
+int g_answer = IDNO;
+HHOOK g_hook = nullptr;
+LRESULT CALLBACK AnswerBox(int code, WPARAM wparam, LPARAM lparam) {
+  const auto box = reinterpret_cast<HWND>(wparam);
+  wchar_t kind[16] = {};
+  if (code == HCBT_ACTIVATE && GetClassNameW(box, kind, 16) && std::wstring(kind) == L"#32770") {
+    wchar_t text[1024] = {};
+    GetDlgItemTextW(box, 0xFFFF, text, 1024);
+    g_boxes.push_back(text);
+    PostMessageW(box, WM_COMMAND, static_cast<WPARAM>(g_answer), 0);
+  }
+  return CallNextHookEx(g_hook, code, wparam, lparam);
+}
+
+// Keys reach the window as the program's loop hands them over; modifiers are the thread's
+// key state, which posted messages do not change.
+void PressKey(HWND window, UINT key, std::initializer_list<int> held = {}) {
+  BYTE state[256] = {};
+  for (const int modifier : held) state[modifier] = 0x80;
+  SetKeyboardState(state);
+  const HWND target = GetFocus() ? GetFocus() : window;
+  PostMessageW(target, held.size() && *held.begin() == VK_MENU ? WM_SYSKEYDOWN : WM_KEYDOWN, key, 0);
+  MSG message;
+  while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+    if (!IsDialogMessageW(window, &message)) DispatchMessageW(&message);
+  }
+  BYTE released[256] = {};
+  SetKeyboardState(released);
+}
+
+std::wstring Text(HWND window, int id) {
+  wchar_t text[512] = {};
+  GetDlgItemTextW(window, id, text, 512);
+  return text;
+}
+bool Enabled(HWND window, int id) { return IsWindowEnabled(GetDlgItem(window, id)) != FALSE; }
+Ids EnabledOf(HWND window, const Ids& ids) {
+  Ids enabled;
+  for (const int id : ids) {
+    if (Enabled(window, id)) enabled.push_back(id);
+  }
+  return enabled;
+}
+void Click(HWND window, int id) { SendDlgItemMessageW(window, id, BM_CLICK, 0, 0); }
+void Slide(HWND window, int id, int position) {
+  SendDlgItemMessageW(window, id, TBM_SETPOS, TRUE, position);
+  SendMessageW(window, WM_HSCROLL, TB_THUMBPOSITION,
+               reinterpret_cast<LPARAM>(GetDlgItem(window, id)));
+}
+
+// Where a copy of the password could linger: the heap and stacks, not the program's image
+// (the literal above) and not the fake service, which keeps the request's UTF-8 body.
+bool PasswordInMemory() {
+  const auto* needle = reinterpret_cast<const char*>(kPassword);
+  const size_t length = wcslen(kPassword) * sizeof(wchar_t);
+  MEMORY_BASIC_INFORMATION region = {};
+  for (auto* at = static_cast<char*>(nullptr);
+       VirtualQuery(at, &region, sizeof(region)) == sizeof(region); at += region.RegionSize) {
+    const bool readable = region.State == MEM_COMMIT && region.Type != MEM_IMAGE &&
+                          (region.Protect & (PAGE_READWRITE | PAGE_READONLY)) &&
+                          !(region.Protect & PAGE_GUARD);
+    if (readable && std::search(at, at + region.RegionSize, needle, needle + length) !=
+                        at + region.RegionSize) {
+      return true;
+    }
+  }
+  return false;
+}
+
+int Scaled(int length, UINT dpi) { return MulDiv(length, static_cast<int>(dpi), 96); }
+
+RECT RectIn(HWND parent, HWND control) {
+  RECT rect = {};
+  GetWindowRect(control, &rect);
+  MapWindowPoints(nullptr, parent, reinterpret_cast<POINT*>(&rect), 2);
+  return rect;
+}
+
+// Whether the control's text fits inside it, in its own font: on one line where it has one,
+// within its rows where it has more. Buttons keep a margin, check boxes their box.
+void ExpectTextFits(HWND control, const ControlPlan& plan, UINT dpi) {
+  wchar_t text[512] = {};
+  if (!GetWindowTextW(control, text, 512)) return;
+  RECT client = {};
+  GetClientRect(control, &client);
+  LONG inset = 0;
+  if (plan.kind == ControlKind::kButton) inset = Scaled(12, dpi);
+  if (plan.kind == ControlKind::kCheckBox) {
+    inset = GetSystemMetricsForDpi(SM_CXMENUCHECK, dpi) + Scaled(6, dpi);
+  }
+  const HDC dc = GetDC(control);
+  SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)));
+  RECT needed = {0, 0, client.right - inset, 0};
+  DrawTextW(dc, text, -1, &needed,
+            DT_CALCRECT | DT_NOPREFIX | (plan.rows > 1 ? DT_WORDBREAK : DT_SINGLELINE));
+  ReleaseDC(control, dc);
+  EXPECT_LE(needed.right, client.right - inset) << testing::PrintToString(std::wstring(text));
+  EXPECT_LE(needed.bottom, client.bottom) << testing::PrintToString(std::wstring(text));
+}
+
+// The window's content as the screen shows it, top to bottom: read a page at a time where
+// the window scrolls. Wine hands drawing to X a moment after it is done, so each page is read
+// until two reads agree.
+std::vector<uint32_t> PictureOfContent(HWND window, LONG content_height) {
+  RECT view = {};
+  GetClientRect(window, &view);
+  MapWindowPoints(window, nullptr, reinterpret_cast<POINT*>(&view), 2);
+  const LONG width = view.right - view.left, height = view.bottom - view.top;
+  std::vector<uint32_t> picture(static_cast<size_t>(width * content_height));
+  for (LONG done = 0; done < content_height;) {
+    SendMessageW(window, WM_VSCROLL, SB_TOP, 0);
+    for (int page = 0; page * height < done; ++page) SendMessageW(window, WM_VSCROLL, SB_PAGEDOWN, 0);
+    const LONG scroll = GetScrollPos(window, SB_VERT);
+    RedrawWindow(window, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN | RDW_UPDATENOW);
+    std::vector<uint32_t> seen, again = test::ReadScreen(view);
+    for (int tries = 0; tries < 50 && seen != again; ++tries) {
+      test::PumpUntil([] { return false; }, 100);
+      seen = std::exchange(again, test::ReadScreen(view));
+    }
+    const LONG rows = std::min(height, content_height - scroll);
+    if (again.size() != static_cast<size_t>(width * height)) return {};
+    std::copy_n(again.begin(), rows * width, picture.begin() + scroll * width);
+    done = scroll + rows;
+  }
+  return picture;
+}
+
+class TrayWindowTest : public SessionFixture {
+ protected:
+  void SetUp() override {
+    SessionFixture::SetUp();
+    g_boxes.clear();
+    g_hook = SetWindowsHookExW(WH_CBT, &AnswerBox, nullptr, GetCurrentThreadId());
+  }
+  void TearDown() override {
+    window_.Close();
+    UnhookWindowsHookEx(g_hook);
+    SessionFixture::TearDown();
+  }
+  HWND Open(Session& session, const std::string& game = "hintwick_test_game") {
+    EXPECT_TRUE(window_.Open(session, game));
+    return window_.get();
+  }
+  int DefaultId() const {
+    return LOWORD(SendMessageW(window_.get(), DM_GETDEFID, 0, 0));
+  }
+
+  int applied_ = 0;
+  int update_checks_ = 0;
+  TrayWindow window_{GetModuleHandleW(nullptr),
+                     {[this] { ++applied_; }, [this] { ++update_checks_; }}};
+};
+
+// Signed out, Enter signs in: a refusal and then a success, with the password gone from the
+// box and from memory both times; signed in, Enter saves; Tab visits every enabled control in
+// the order they are seen; sign-out and Escape end it.
+TEST_F(TrayWindowTest, SignInWithEnterThenSaveTabAroundAndSignOut) {
+  fake_->Script("POST", "/v1/auth/login", Reply(401));
+  fake_->Script("POST", "/v1/auth/login", Reply(200, kTokens));
+  fake_->Script("GET", kMemory, Reply(200, R"({"stage":"Act 2","stage_ordinal":3})"));
+  fake_->Script("PATCH", kMemory, Reply(200, "{}"));
+  const HWND window = Open(Start(false));
+  const Ids account = {kIdEmail, kIdPassword, kIdSignIn, kIdCreateAccount, kIdSignOut};
+  EXPECT_EQ(Text(window, kIdAccountStatus), L"Not signed in.");
+  EXPECT_EQ(Text(window, kIdProgress), L"Sign in to see your recorded progress.");
+  EXPECT_EQ(EnabledOf(window, account), (Ids{kIdEmail, kIdPassword, kIdSignIn, kIdCreateAccount}));
+  EXPECT_EQ(DefaultId(), kIdSignIn);
+
+  const Ids tab_order = {kIdEmail,        kIdPassword,    kIdSignIn,        kIdCreateAccount,
+                         kIdHotkey,       kIdDrawerSlider, kIdBlurSlider,   kIdSound,
+                         kIdVolumeSlider, kIdDirectness,   kIdSpoilers,     kIdCheckUpdates,
+                         kIdSave,         kIdClose};
+  Ids visited, back;
+  SetFocus(GetDlgItem(window, kIdClose));
+  for (size_t i = 0; i < tab_order.size(); ++i) {
+    PressKey(window, VK_TAB);
+    visited.push_back(GetDlgCtrlID(GetFocus()));
+  }
+  EXPECT_EQ(visited, tab_order);
+  for (size_t i = 0; i < 3; ++i) {
+    PressKey(window, VK_TAB, {VK_SHIFT});
+    back.push_back(GetDlgCtrlID(GetFocus()));
+  }
+  EXPECT_EQ(back, (Ids{kIdSave, kIdCheckUpdates, kIdSpoilers}));
+
+  for (const wchar_t* expected :
+       {L"Not signed in - wrong email or password",
+        L"Signed in as p@x.org. Press the hotkey over a game to start."}) {
+    SetDlgItemTextW(window, kIdEmail, L"p@x.org");
+    SetDlgItemTextW(window, kIdPassword, kPassword);
+    SetFocus(GetDlgItem(window, kIdPassword));
+    PressKey(window, VK_RETURN);
+    EXPECT_EQ(Text(window, kIdAccountStatus), expected);
+    EXPECT_EQ(Text(window, kIdPassword), L"");
+    EXPECT_FALSE(PasswordInMemory());
+  }
+  EXPECT_EQ(fake_->Requests()[0].body.rfind(R"({"email":"p@x.org","password":"Tr0ub4dor&3-horse")", 0), 0u);
+  EXPECT_EQ(EnabledOf(window, account), Ids{kIdSignOut});
+  EXPECT_EQ(Text(window, kIdProgress), L"hintwick_test_game: Act 2  (gate level 3)");
+  EXPECT_TRUE(Enabled(window, kIdResetProgress));
+  EXPECT_EQ(DefaultId(), kIdSave);
+
+  PressKey(window, VK_RETURN);
+  EXPECT_EQ(Text(window, kIdAccountStatus), L"Saved.");
+  EXPECT_EQ(applied_, 1);
+  Click(window, kIdCheckUpdates);
+  EXPECT_EQ(update_checks_, 1);
+
+  Click(window, kIdSignOut);
+  EXPECT_EQ(Text(window, kIdAccountStatus), L"Not signed in.");
+  EXPECT_EQ(Text(window, kIdProgress), L"Sign in to see your recorded progress.");
+  EXPECT_FALSE(Enabled(window, kIdResetProgress));
+  PressKey(window, VK_ESCAPE);
+  EXPECT_FALSE(window_.IsOpen());
+  EXPECT_FALSE(IsWindow(window));
+}
+
+// The controls edit the working copy at once; Save keeps it in config.json and tells the
+// service the answer style, and says which of its three outcomes it met.
+TEST_F(TrayWindowTest, ControlsEditTheSettingsAndSaveSaysHowFarItGot) {
+  fake_->Script("GET", kMemory, Reply(200, "{}"));
+  fake_->Script("PATCH", kMemory, Reply(200, "{}"));
+  fake_->Script("PATCH", kMemory, Reply(500));
+  const HWND window = Open(Start());
+  EXPECT_EQ(Text(window, kIdProgress),
+            L"hintwick_test_game: nothing recorded yet, so answers are gated to the very "
+            L"beginning of the game. Tell the assistant where you are and it will update.");
+  EXPECT_EQ(Text(window, kIdHotkey), L"Hotkey: Shift+Alt+X  (click to change)");
+  Click(window, kIdHotkey);
+  EXPECT_EQ(Text(window, kIdHotkey), L"Press the new key combination...");
+  PressKey(window, 'A');
+  EXPECT_EQ(Text(window, kIdAccountStatus), kHotkeyNeedsModifierText);
+  PressKey(window, VK_CONTROL, {VK_CONTROL});  // a modifier alone changes nothing
+  EXPECT_EQ(Text(window, kIdHotkey), L"Press the new key combination...");
+  PressKey(window, VK_ESCAPE);
+  EXPECT_EQ(Text(window, kIdHotkey), L"Hotkey: Shift+Alt+X  (click to change)");
+  EXPECT_TRUE(window_.IsOpen()) << "Escape while capturing ends the capture, not the window";
+  Click(window, kIdHotkey);
+  PressKey(window, VK_F1, {VK_CONTROL, VK_MENU});
+  EXPECT_EQ(Text(window, kIdHotkey), L"Hotkey: Ctrl+Alt+F1  (click to change)");
+  EXPECT_EQ(Text(window, kIdAccountStatus), kHotkeySetText);
+
+  Slide(window, kIdBlurSlider, 0);
+  Slide(window, kIdDrawerSlider, 45);
+  EXPECT_EQ(Text(window, kIdBlurLabel), L"Background blur: off (dimmed only)");
+  EXPECT_EQ(Text(window, kIdDrawerLabel), L"Drawer height: 45% of the screen");
+  Click(window, kIdSound);
+  EXPECT_FALSE(Enabled(window, kIdVolumeSlider));
+  Click(window, kIdSpoilers);
+  SendDlgItemMessageW(window, kIdDirectness, CB_SETCURSEL, 2, 0);
+  SendMessageW(window, WM_COMMAND, MAKEWPARAM(kIdDirectness, CBN_SELCHANGE),
+               reinterpret_cast<LPARAM>(GetDlgItem(window, kIdDirectness)));
+
+  const std::wstring blocker = StatePath(L"config.json.tmp");  // the file cannot be written
+  const struct {
+    bool disk_fails;
+    const wchar_t* status;
+    int applied;
+  } saves[] = {{false, kSavedText, 1}, {false, kStyleUnconfirmedText, 2}, {true, kSaveFailedText, 2}};
+  for (const auto& save : saves) {
+    if (save.disk_fails) CreateDirectoryW(blocker.c_str(), nullptr);
+    Click(window, kIdSave);
+    EXPECT_EQ(Text(window, kIdAccountStatus), save.status);
+    EXPECT_EQ(applied_, save.applied);
+  }
+  RemoveDirectoryW(blocker.c_str());
+  const Settings saved =
+      ParseSettingsText(test::ReadFileBytes(StatePath(L"config.json")).value_or(""));
+  EXPECT_EQ(saved.hotkey_mods, kModCtrl | kModAlt);
+  EXPECT_EQ(saved.hotkey_vk, static_cast<uint32_t>(VK_F1));
+  EXPECT_EQ(saved.blur_pct, 0);
+  EXPECT_EQ(saved.drawer_pct, 45);
+  EXPECT_FALSE(saved.sound_enabled);
+  EXPECT_EQ(saved.directness, 2);
+  EXPECT_TRUE(saved.spoilers_ok);
+  const auto patches = RequestsTo(kMemory);
+  ASSERT_EQ(patches.size(), 3u);  // the progress read, then one patch per save that reached the disk
+  EXPECT_EQ(patches[1].body, R"({"directness":"answer","spoilers_ok":true})");
+}
+
+// Reset asks first; only a yes sends the request, and both of its outcomes are said. Without a
+// game there is nothing to reset; opening again brings the same window forward.
+TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
+  fake_->Script("GET", kMemory, Reply(200, R"({"stage":"Act 1","stage_ordinal":1})"));
+  const std::string reset = NewPlaythroughPath("hintwick_test_game");
+  fake_->Script("POST", reset, Reply(200, "{}"));
+  fake_->Script("POST", reset, Reply(500));
+  Session& session = Start();
+  const HWND window = Open(session);
+  const struct {
+    int answer;
+    size_t requests;
+    const wchar_t* status;
+  } answers[] = {{IDNO, 0, L""},
+                 {IDYES, 1, L"Progress reset."},
+                 {IDYES, 2, L"Could not reach the service to reset progress."}};
+  SetDlgItemTextW(window, kIdAccountStatus, L"");
+  for (const auto& a : answers) {
+    g_answer = a.answer;
+    Click(window, kIdResetProgress);
+    EXPECT_EQ(RequestsTo(reset).size(), a.requests);
+    EXPECT_EQ(Text(window, kIdAccountStatus), a.status);
+  }
+  ASSERT_EQ(g_boxes.size(), 3u);
+  EXPECT_EQ(g_boxes[0].rfind(L"Reset recorded progress for this game?\n\nYour preferences", 0), 0u);
+  EXPECT_EQ(RequestsTo(kMemory).size(), 3u) << "read at opening and after each reset";
+
+  EXPECT_TRUE(window_.Open(session, ""));
+  EXPECT_EQ(window_.get(), window);
+  EXPECT_EQ(FindWindowExW(nullptr, window, kTrayWindowClass, nullptr), nullptr);
+  window_.Close();
+  const HWND without_game = Open(session, "");
+  EXPECT_EQ(Text(without_game, kIdProgress).rfind(L"No game seen yet.", 0), 0u);
+  EXPECT_FALSE(Enabled(without_game, kIdResetProgress));
+}
+
+// At 100 %, 150 % and 200 %, as when the window is moved to a monitor of that scale: every
+// control where the layout puts it, scaled, with its longest text inside it and the font
+// grown with it; the pictures are left beside the test for a look by eye.
+TEST_F(TrayWindowTest, LaidOutAndReadableAtEachScale) {
+  fake_->Script("GET", kMemory, Reply(200, "{}"));
+  const HWND window = Open(Start());
+  LONG font_height_at_96 = 0;
+  for (const UINT dpi : {96u, 144u, 192u}) {
+    SCOPED_TRACE(dpi);
+    RECT place = {};
+    GetWindowRect(window, &place);
+    SendMessageW(window, WM_DPICHANGED, MAKEWPARAM(dpi, dpi), reinterpret_cast<LPARAM>(&place));
+    RECT client = {};
+    GetClientRect(window, &client);
+    const LONG content_height = Scaled(TrayWindowClient().height, dpi);
+    EXPECT_EQ(client.right, Scaled(TrayWindowClient().width, dpi));
+    // The bench's display is 800 high: from 150 % on, the window is cut short and scrolls.
+    const bool scrolls = client.bottom < content_height;
+    EXPECT_EQ(scrolls, dpi > 96);
+    EXPECT_EQ((GetWindowLongPtrW(window, GWL_STYLE) & WS_VSCROLL) != 0, scrolls);
+    SetDlgItemTextW(window, kIdAccountStatus, kStyleUnconfirmedText);
+    SetDlgItemTextW(window, kIdHotkey, L"Hotkey: Ctrl+Shift+Alt+F12  (click to change)");
+    HWND control = GetWindow(window, GW_CHILD);
+    for (const ControlPlan& plan : TrayWindowControls()) {
+      ASSERT_TRUE(control);
+      EXPECT_EQ(GetDlgCtrlID(control), plan.id);
+      const RECT at = RectIn(window, control);
+      EXPECT_EQ(at.left, Scaled(plan.rect.x, dpi)) << plan.id;
+      EXPECT_EQ(at.top, Scaled(plan.rect.y, dpi)) << plan.id;
+      EXPECT_EQ(at.right - at.left, Scaled(plan.rect.width, dpi)) << plan.id;
+      if (plan.kind != ControlKind::kComboBox) {
+        EXPECT_EQ(at.bottom - at.top, Scaled(plan.rect.height, dpi)) << plan.id;
+      }
+      ExpectTextFits(control, plan, dpi);
+      control = GetWindow(control, GW_HWNDNEXT);
+    }
+    TEXTMETRICW metrics = {};
+    const HDC dc = GetDC(window);
+    SelectObject(dc, reinterpret_cast<HFONT>(SendDlgItemMessageW(window, kIdSave, WM_GETFONT, 0, 0)));
+    GetTextMetricsW(dc, &metrics);
+    ReleaseDC(window, dc);
+    if (dpi == 96) font_height_at_96 = metrics.tmHeight;
+    EXPECT_NEAR(metrics.tmHeight, font_height_at_96 * static_cast<LONG>(dpi) / 96, 2);
+
+    if (scrolls) {  // the focus taken far down brings its control into view
+      SetFocus(GetDlgItem(window, kIdHotkey));
+      SetFocus(GetDlgItem(window, kIdClose));
+      test::PumpUntil([&] { return GetScrollPos(window, SB_VERT) > 0; }, 2000);
+      const RECT close = RectIn(window, GetDlgItem(window, kIdClose));
+      EXPECT_GE(close.top, 0);
+      EXPECT_LE(close.bottom, client.bottom);
+    }
+    const std::vector<uint32_t> picture = PictureOfContent(window, content_height);
+    EXPECT_GT(std::set<uint32_t>(picture.begin(), picture.end()).size(), 8u);
+    EXPECT_TRUE(test::WritePng(test::NextToProgram(L"tray_window_" + std::to_wstring(dpi) + L".png"),
+                               static_cast<uint32_t>(client.right),
+                               static_cast<uint32_t>(content_height), picture));
+    SendMessageW(window, WM_VSCROLL, SB_TOP, 0);
+  }
+}
+
+}  // namespace
+}  // namespace qn
