@@ -1,10 +1,15 @@
 #!/usr/bin/env bash
 # Builds dist/Hintwick.exe on a Debian 12 machine, installing the toolchain if needed.
+# The exe ships without debug information; dist/symbols/Hintwick.pdb comes from the same link
+# and is what turns a player's crash dump into named functions (README: Crash dumps).
 set -eu
 cd "$(dirname "$0")/.."
 scripts/deps.sh build
-cmake --preset windows >/dev/null
-cmake --build --preset windows --target Hintwick -j "$(nproc)"
-mkdir -p dist
-cp build/windows/src/app/Hintwick.exe dist/Hintwick.exe
-echo "built dist/Hintwick.exe"
+cmake --preset windows-release >/dev/null
+cmake --build --preset windows-release --target Hintwick -j "$(nproc)"
+mkdir -p dist/symbols
+# llvm-strip rather than GNU strip: the latter also flags the image as stripped of debug
+# information, and Wine's dbghelp then looks for a .dbg file instead of the PDB.
+llvm-strip --strip-debug -o dist/Hintwick.exe build/windows-release/src/app/Hintwick.exe
+cp build/windows-release/src/app/Hintwick.pdb dist/symbols/Hintwick.pdb
+echo "built dist/Hintwick.exe (symbols in dist/symbols/Hintwick.pdb)"

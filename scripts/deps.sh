@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what the build (deps.sh build) or the tests (deps.sh test) need, when missing.
 set -eu
-build_packages=(cmake make python3 g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest)
+build_packages=(cmake make python3 g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest
+                clang lld llvm)
 test_packages=(wine wine64 xvfb xauth xdotool x11-xkb-utils clang libclang-rt-14-dev gcovr procps)
 
 packages=("${build_packages[@]}")
