@@ -35,12 +35,5 @@ TEST(CrashReport, LongPathsAndMessagesAreCutAtTheirBuffers) {
   EXPECT_EQ(message.rfind(L"A diagnostic file was saved to:\n" + too_long.substr(0, 600), 38), 38u);
 }
 
-TEST(CrashReport, MessageNamesTheFileAndSaysNothingWasSent) {
-  EXPECT_EQ(CrashMessage(L"C:\\d\\crash-20260302-090507.dmp"),
-            L"Hintwick hit a bug and has to close.\n\nA diagnostic file was saved to:\n"
-            L"C:\\d\\crash-20260302-090507.dmp\n\nIt contains no game footage and nothing was "
-            L"sent anywhere. Sending it along with what you were doing would genuinely help.");
-}
-
 }  // namespace
 }  // namespace qn

@@ -76,8 +76,8 @@ struct Crash {
 
 // Points the known local application data folder, which the child's data directory is
 // built on, at a scratch folder for the life of the object. Wine, like Windows, takes it from
-// the user's shell folders key, not from the environment. Only the bench's own prefix is
-// changed, and the old value comes back at the end.
+// the user's shell folders key, not from the environment. The key is the bench prefix's own,
+// and the old value comes back at the end.
 class LocalAppDataRedirect {
  public:
   explicit LocalAppDataRedirect(const std::wstring& folder) {
@@ -129,7 +129,14 @@ class CrashReporterTest : public ::testing::Test {
   test::TempDir scratch_;
 };
 
-std::string Narrow(const std::wstring& text) { return std::filesystem::path(text).string(); }
+// The path that the crash line names, as wide text.
+std::wstring LoggedDumpPath(const std::string& log) {
+  const std::string marker = "; dump written to ";
+  const size_t at = log.find(marker);
+  if (at == std::string::npos) return {};
+  const size_t from = at + marker.size();
+  return std::filesystem::path(log.substr(from, log.find('\r', from) - from)).wstring();
+}
 
 TEST_F(CrashReporterTest, AnAccessViolationLeavesADumpALogLineAndABox) {
   std::filesystem::create_directories(DataDir());
@@ -155,8 +162,7 @@ TEST_F(CrashReporterTest, AnAccessViolationLeavesADumpALogLineAndABox) {
 
   EXPECT_NE(crash.log.find("ERROR CRASH: unhandled exception 0xC0000005 at "), std::string::npos)
       << crash.log;
-  EXPECT_NE(crash.log.find("; dump written to " + Narrow(path) + "\r\n"), std::string::npos)
-      << crash.log;
+  EXPECT_EQ(LoggedDumpPath(crash.log), path);
   EXPECT_EQ(crash.boxes, std::vector<std::wstring>{CrashMessage(path)});
 }
 
@@ -169,14 +175,12 @@ TEST_F(CrashReporterTest, AnUnwritableDataDirectoryStillGivesTheLineAndTheBox) {
   ASSERT_TRUE(crash.result.finished);
 
   EXPECT_TRUE(Dumps(LocalAppData()).empty());
-  const size_t at = crash.log.find("; dump written to ");
-  ASSERT_NE(at, std::string::npos) << crash.log;
-  const std::string tried = crash.log.substr(at + 18, crash.log.find('\r', at) - at - 18);
-  const std::wstring tried_wide = std::filesystem::path(tried).wstring();
-  EXPECT_GE(tried_wide, crash.earliest_dump_path);
-  EXPECT_LE(tried_wide, crash.latest_dump_path);
-  EXPECT_NE(crash.log.find("ERROR CRASH: unhandled exception 0xC0000005 at "), std::string::npos);
-  EXPECT_EQ(crash.boxes, std::vector<std::wstring>{CrashMessage(tried_wide)});
+  EXPECT_NE(crash.log.find("ERROR CRASH: unhandled exception 0xC0000005 at "), std::string::npos)
+      << crash.log;
+  const std::wstring tried = LoggedDumpPath(crash.log);
+  EXPECT_GE(tried, crash.earliest_dump_path);
+  EXPECT_LE(tried, crash.latest_dump_path);
+  EXPECT_EQ(crash.boxes, std::vector<std::wstring>{CrashMessage(tried)});
 }
 
 }  // namespace
