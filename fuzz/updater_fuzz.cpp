@@ -30,8 +30,8 @@ void CheckManifest(std::string_view body) {
   FUZZ_CHECK(info.available == (verdict == qn::ManifestVerdict::kOffered));
   if (info.available) {
     FUZZ_CHECK(!info.url.empty() && !info.sha256.empty() && !info.version.empty());
-    FUZZ_CHECK(info.version != qn::kCurrentVersion);
-    FUZZ_CHECK(info.rollback == (qn::CompareVersions(info.version, qn::kCurrentVersion) < 0));
+    FUZZ_CHECK(info.version != qn::kProductVersion);
+    FUZZ_CHECK(info.rollback == (qn::CompareVersions(info.version, qn::kProductVersion) < 0));
   }
   qn::ReadManifest(true, 404, body, verdict);
   FUZZ_CHECK(verdict == qn::ManifestVerdict::kNothing);

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "app/conversation_win.h"
 #include "app/drawer_control_win.h"
@@ -15,6 +16,7 @@
 #include "app/tray_icon_win.h"
 #include "core/handles.h"
 #include "net/session.h"
+#include "setup/updater.h"
 #include "ui/tray_window_win.h"
 
 namespace qn {
@@ -26,6 +28,7 @@ struct StartChecks {
   uint32_t (*os_build)() = nullptr;  // null: the running system's
   bool (*capture_supported)() = nullptr;
   DrawerSeams drawer;
+  UpdaterOptions updater;  // the real program's by default
 };
 
 class App {
@@ -43,6 +46,11 @@ class App {
   void Shutdown();
   // The account and settings window saved new settings into the session.
   void OnSettingsApplied();
+  // Asks the service for a new build and offers it; true when one was put in place and this
+  // process must leave for it. Called with true when the player asked.
+  bool CheckForUpdates(bool report_up_to_date);
+  // The new build to start once this process has let go of everything; set by an update.
+  const std::optional<std::wstring>& HandOverTo() const { return hand_over_to_; }
 
   HWND MessageWindow() const { return window_.get(); }
   Conversation& Chat() { return conversation_; }
@@ -63,6 +71,8 @@ class App {
   TrayWindowCallbacks TrayWindowActions();
   void OpenTrayWindow();
   void CheckForUpdatesOnRequest();
+  // False when the start-up must end because an update takes over.
+  bool CheckForUpdatesAtStart();
 
   HINSTANCE instance_ = nullptr;
   StartChecks checks_;
@@ -74,6 +84,9 @@ class App {
   DrawerControl drawer_;
   std::optional<TrayIcon> tray_;
   TrayWindow tray_window_;  // the account and settings window, when open
+  Updater updater_;
+  bool update_deferred_ = false;  // found at start with a game in front; asked at the desktop
+  std::optional<std::wstring> hand_over_to_;
   bool shut_down_ = false;
 };
 

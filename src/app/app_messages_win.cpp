@@ -66,9 +66,8 @@ void App::OpenTrayWindow() {
   tray_window_.Open(session_, drawer_.Facts().game_key);
 }
 
-// The updater arrives with its own build.
 void App::CheckForUpdatesOnRequest() {
-  Log(kLogInfo, L"update check requested; not in this build");
+  if (CheckForUpdates(true)) PostQuitMessage(0);
 }
 
 void App::OnCapturedKey(const KeyEventRecord& record) {

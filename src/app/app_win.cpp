@@ -35,7 +35,8 @@ App::App(HINSTANCE instance, StartChecks checks)
                     {[this] { return drawer_.Facts(); }, [this] { drawer_.ArmIdleRelease(); }}),
       drawer_(instance, conversation_.Model(), conversation_.View(), std::move(checks.drawer),
               DrawerCallbacks()),
-      tray_window_(instance, TrayWindowActions()) {}
+      tray_window_(instance, TrayWindowActions()),
+      updater_(checks_.updater) {}
 
 DrawerControl::Callbacks App::DrawerCallbacks() {
   DrawerControl::Callbacks callbacks;
@@ -45,9 +46,8 @@ DrawerControl::Callbacks App::DrawerCallbacks() {
   };
   callbacks.opened = [this] { conversation_.OnDrawerOpened(); };
   callbacks.closed = [this] { return conversation_.OnDrawerClosed(); };
-  // The updater fills these in; until it exists no update is ever put off.
-  callbacks.take_deferred_update = [] { return false; };
-  callbacks.prompt_update = [] { return false; };
+  callbacks.take_deferred_update = [this] { return std::exchange(update_deferred_, false); };
+  callbacks.prompt_update = [this] { return CheckForUpdates(false); };
   return callbacks;
 }
 
@@ -80,6 +80,7 @@ bool App::Init() {
     RegisterHotkey();
   }
   ApplyDrawerAndSound(settings);
+  if (!CheckForUpdatesAtStart()) return false;
   if (!established) {
     Log(kLogWarn, L"session not established: %hs", ServiceFailureText(session_.LastFailure()));
   }

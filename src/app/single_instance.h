@@ -1,4 +1,5 @@
 #pragma once
+#include <string>
 
 namespace qn {
 
@@ -12,5 +13,11 @@ bool TakeSingleInstance();
 // Tells the running instance that the player started us again. Posts nothing while that
 // instance is still starting and has no message window yet.
 void NotifyRunningInstance();
+
+#ifdef _WIN32
+// Lets go of the mutex and starts the program at `path` in this one's place: the new build of
+// an update, which must find itself the first instance.
+void HandOverInstance(const std::wstring& path);
+#endif
 
 }  // namespace qn

@@ -1,7 +1,12 @@
 #include <windows.h>
 
+#include <shellapi.h>
+
+#include <utility>
+
 #include "app/messages.h"
 #include "app/single_instance.h"
+#include "core/failure_log.h"
 
 namespace qn {
 namespace {
@@ -21,6 +26,16 @@ void NotifyRunningInstance() {
   if (HWND window = FindWindowExW(HWND_MESSAGE, nullptr, kMessageWindowClass, nullptr)) {
     PostMessageW(window, kMsgAlreadyRunning, 0, 0);
   }
+}
+
+void HandOverInstance(const std::wstring& path) {
+  if (g_single_instance_mutex) {
+    ReleaseMutex(g_single_instance_mutex);
+    CloseHandle(std::exchange(g_single_instance_mutex, nullptr));
+  }
+  const auto started = reinterpret_cast<INT_PTR>(
+      ShellExecuteW(nullptr, L"open", path.c_str(), nullptr, nullptr, SW_SHOWNORMAL));
+  if (started <= 32) Log(kLogError, L"ShellExecuteW failed (%lld) for %ls", static_cast<long long>(started), path.c_str());
 }
 
 }  // namespace qn

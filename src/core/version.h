@@ -1,5 +1,6 @@
 #pragma once
-// The running build's version, as the version resource and the update check know it.
+// The running build's version, as the version resource says it; the update check compares
+// the published one with it as text for equality.
 namespace qn {
 
 inline constexpr char kProductVersion[] = "0.1.7";

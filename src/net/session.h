@@ -59,6 +59,8 @@ class Session {
   void ClearTokens();
   bool ApplyTokenReply(const std::string& body);
 
+  // The service's client, for requests that need no sign-in (the update check).
+  HttpClient& Client() { return client_; }
   Settings CurrentSettings() const;  // never with the legacy password
   // The player's edits; where the service is, and a password an older version left waiting
   // for its migration, stay as they are.

@@ -82,7 +82,7 @@ UpdateInfo ReadManifest(bool arrived, int32_t status, std::string_view body,
   if (version.empty()) return info;
   // Equality is textual on purpose: "0.1.07" is a different build even though it orders
   // the same as ours.
-  if (version == kCurrentVersion) {
+  if (version == kProductVersion) {
     verdict = ManifestVerdict::kUpToDate;
     return info;
   }
@@ -96,20 +96,20 @@ UpdateInfo ReadManifest(bool arrived, int32_t status, std::string_view body,
   }
   info.available = true;
   info.version = version;
-  info.rollback = CompareVersions(version, kCurrentVersion) < 0;
+  info.rollback = CompareVersions(version, kProductVersion) < 0;
   verdict = ManifestVerdict::kOffered;
   return info;
 }
 
 std::wstring UpToDateText() {
-  return L"Hintwick is up to date (version " + Utf8ToWide(kCurrentVersion) + L").";
+  return L"Hintwick is up to date (version " + Utf8ToWide(kProductVersion) + L").";
 }
 
 std::wstring UpdateQuestionText(const UpdateInfo& info) {
   std::wstring text = info.rollback
                           ? L"The published version of Hintwick is older than yours.\n\nYou have "
                           : L"A new version of Hintwick is available.\n\nYou have ";
-  text += Utf8ToWide(kCurrentVersion);
+  text += Utf8ToWide(kProductVersion);
   text += info.rollback ? L", the published build is " : L", the latest is ";
   text += Utf8ToWide(info.version) + L".";
   if (!info.notes.empty()) text += L"\n\n" + Utf8ToWide(info.notes);

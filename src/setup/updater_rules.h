@@ -9,10 +9,9 @@
 #include <string>
 #include <string_view>
 
-namespace qn {
+#include "core/version.h"
 
-// The version this build reports; compared with the published one as text for equality.
-inline constexpr char kCurrentVersion[] = "0.1.7";
+namespace qn {
 
 // An update is a whole executable held in memory; anything far beyond ours is not one.
 inline constexpr size_t kMaxUpdateBytes = size_t{64} << 20;

@@ -51,7 +51,7 @@ UpdateInfo Updater::Check(HttpClient& client) const {
   if (verdict == ManifestVerdict::kIncomplete) {
     Log(kLogWarn, L"update manifest lacks a url or sha256; ignoring it");
   } else if (verdict == ManifestVerdict::kOffered) {
-    Log(kLogInfo, L"published version differs: %hs -> %hs%ls", kCurrentVersion,
+    Log(kLogInfo, L"published version differs: %hs -> %hs%ls", kProductVersion,
         info.version.c_str(), info.rollback ? L" (rollback)" : L"");
   }
   return info;

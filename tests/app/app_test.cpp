@@ -21,6 +21,7 @@
 #include "support/fake_tray_win.h"
 #include "support/gdi_frames_win.h"
 #include "support/hwnd_surface_win.h"
+#include "support/test_files.h"
 #include "support/test_game.h"
 #include "support/test_game_win.h"
 #include "ui/tray_window_layout.h"
@@ -38,7 +39,7 @@ bool Unsupported() { return false; }
 constexpr RECT kGameRect = {100, 60, 1060, 660};
 
 StartChecks WineChecks() {
-  StartChecks checks{&Windows10, &Supported, {}};
+  StartChecks checks{&Windows10, &Supported, {}, {}};
   checks.drawer.surface = [] { return test::MakeHwndSurface(); };
   checks.drawer.frames = [] { return test::MakeGdiFrameSource(); };
   checks.drawer.idle_release_ms = 200;
@@ -50,6 +51,7 @@ StartChecks WineChecks() {
 std::vector<std::wstring> g_boxes;
 HWND g_last_box = nullptr;
 HHOOK g_box_hook = nullptr;
+WPARAM g_box_answer = IDOK;
 LRESULT CALLBACK CloseBoxes(int code, WPARAM wparam, LPARAM lparam) {
   const auto box = reinterpret_cast<HWND>(wparam);
   wchar_t kind[16] = {};
@@ -59,7 +61,7 @@ LRESULT CALLBACK CloseBoxes(int code, WPARAM wparam, LPARAM lparam) {
     wchar_t text[1024] = {};
     GetDlgItemTextW(box, 0xFFFF, text, 1024);  // the static control of a message box
     g_boxes.push_back(text);
-    PostMessageW(box, WM_COMMAND, IDOK, 0);
+    PostMessageW(box, WM_COMMAND, g_box_answer, 0);
   }
   return CallNextHookEx(g_box_hook, code, wparam, lparam);
 }
@@ -79,6 +81,7 @@ class AppTest : public SessionFixture {
     SessionFixture::SetUp();
     g_box_hook = SetWindowsHookExW(WH_CBT, &CloseBoxes, nullptr, GetCurrentThreadId());
     g_boxes.clear();
+    g_box_answer = IDOK;
     SetChimeHooks(&SteppingClock, &CountingPlayer);
     g_plays = 0;
   }
@@ -134,9 +137,9 @@ TEST_F(AppTest, AnUnsupportedSystemIsToldWhyAndNothingStarts) {
     const char* logged;
     const wchar_t* box_starts;
   } cases[] = {
-      {{&Build18361, &Supported, {}}, "ERROR unsupported OS: build 18361, need 18362+",
+      {{&Build18361, &Supported, {}, {}}, "ERROR unsupported OS: build 18361, need 18362+",
        L"Hintwick needs Windows 10 version 1903 or newer.\n\nThe drawer's blurred backdrop"},
-      {{&Windows10, &Unsupported, {}}, "ERROR Windows.Graphics.Capture reports unsupported",
+      {{&Windows10, &Unsupported, {}, {}}, "ERROR Windows.Graphics.Capture reports unsupported",
        L"Screen capture is unavailable on this system, so the drawer cannot be drawn."},
   };
   for (const auto& c : cases) {
@@ -239,6 +242,48 @@ TEST_F(AppTest, TheSettingsWindowHoldsTheDrawerBackAndChangesTheHotkey) {
             L"Hintwick (Ctrl+Alt+F1)");
   Post(WM_COMMAND, kCmdExit);  // the loop, with the window's keyboard handling, ends as ever
   EXPECT_EQ(app_->Run(), 0);
+}
+
+// An update found at start with a game in front waits for the desktop: the prompt then
+// answered no changes nothing; the player's own check answered yes puts the new build in
+// place, and the program leaves, to hand over to it once it has let go of everything.
+TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
+  const test::TempDir dir;
+  const std::wstring exe = dir.File(L"Hintwick.exe");
+  test::WriteFileBytes(exe, "the running build");
+  const std::string next = "the new build";
+  fake_->Script("GET", "/v1/version",
+                Reply(200, R"({"version":"0.1.8","url":")" + WideToUtf8(fake_->BaseUrl()) +
+                               R"(/next.exe","sha256":")" + Updater::Sha256Hex(next) + R"("})"));
+  fake_->Script("GET", "/next.exe", Reply(200, next));
+  test::TestGame game(kGameRect);
+  ASSERT_TRUE(game.BringToFront());
+  StartChecks checks = WineChecks();
+  checks.updater.exe_path = exe;
+  ASSERT_TRUE(Start(std::move(checks)));
+  EXPECT_NE(startup_log_.find("INFO  an update is available, but something is in the "
+                              "foreground; deferring the prompt"),
+            std::string::npos);
+  EXPECT_TRUE(g_boxes.empty());
+
+  // Wine reports no foreground changes: the drawer is told as the system's event would.
+  app_->Drawer().OnForeground(GetDesktopWindow());
+  EXPECT_TRUE(log_.Has("INFO  foreground returned to the shell; asking about the deferred update"));
+  ASSERT_EQ(g_boxes.size(), 1u);
+  EXPECT_EQ(g_boxes[0].rfind(L"A new version of Hintwick is available.\n\nYou have 0.1.7, the "
+                             L"latest is 0.1.8.\n\nDownload and install it now?", 0),
+            0u)
+      << g_boxes[0];
+  EXPECT_EQ(test::ReadFileBytes(exe), "the running build");
+
+  g_box_answer = IDYES;
+  Post(WM_COMMAND, kCmdCheckForUpdates);
+  EXPECT_EQ(app_->Run(), 0);
+  EXPECT_EQ(g_boxes.size(), 2u);
+  EXPECT_EQ(test::ReadFileBytes(exe), next);
+  EXPECT_EQ(test::ReadFileBytes(exe + L".old"), "the running build");
+  EXPECT_EQ(app_->HandOverTo(), exe);
+  EXPECT_TRUE(log_.Has("INFO  update applied; handing over to the new build"));
 }
 
 // The start balloon says how to open the drawer, or that the tray is the way when another
