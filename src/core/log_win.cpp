@@ -6,6 +6,9 @@
 #include <cstdio>
 #include <iterator>
 #include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "core/data_dir.h"
 #include "core/log.h"
@@ -17,11 +20,20 @@ namespace {
 
 constexpr size_t kLineChars = 1200;
 
+constexpr size_t kMaxEarlyLines = 64;
+
 std::mutex g_log_mutex;
 FILE* g_log_file = nullptr;
+// What the start-up says before the log is open (removing an update's leftover comes first),
+// written after the banner once it is.
+std::vector<std::wstring> g_early_lines;
+bool g_opened_once = false;
 
 void WriteLocked(const wchar_t* text) {
-  if (!g_log_file) return;
+  if (!g_log_file) {
+    if (!g_opened_once && g_early_lines.size() < kMaxEarlyLines) g_early_lines.emplace_back(text);
+    return;
+  }
   fputws(text, g_log_file);
   // Flushed per line so that the last words before a crash reach the disk.
   fflush(g_log_file);
@@ -46,6 +58,8 @@ void OpenLogAt(const std::wstring& path) {
   // "w" replaces the previous run's file; other processes may read it while we run.
   g_log_file = _wfsopen(path.c_str(), L"w, ccs=UTF-8", _SH_DENYNO);
   WriteLocked(banner);
+  g_opened_once = true;
+  for (const std::wstring& line : std::exchange(g_early_lines, {})) WriteLocked(line.c_str());
 }
 
 void CloseLog() {

@@ -13,8 +13,12 @@
 
 #include "app/messages.h"
 #include "app/single_instance.h"
+#include "app/tray_menu.h"
 #include "core/data_dir.h"
 #include "core/handles.h"
+#include "core/utf.h"
+#include "setup/updater.h"
+#include "support/fake_service.h"
 #include "support/fake_tray_win.h"
 #include "support/test_files.h"
 
@@ -128,6 +132,71 @@ TEST_F(HintwickExeTest, IconGroupOffersEveryShellSizeAt32Bits) {
   }
   std::sort(widths.begin(), widths.end());
   EXPECT_EQ(widths, (std::vector<int>{16, 20, 24, 32, 48, 256}));
+}
+
+// The program as built but able to start under Wine; beside the test folders.
+std::wstring ProgramOnWine() {
+  wchar_t path[MAX_PATH] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  const std::wstring program = path;
+  return program.substr(0, program.find_last_of(L"\\")) + L"\\..\\support\\hintwick_on_wine.exe";
+}
+
+// Waits for the running instance's message window, and its process.
+UniqueKernelHandle RunningInstance(HWND& window) {
+  const ULONGLONG deadline = GetTickCount64() + 30000;
+  while (!(window = FindWindowExW(HWND_MESSAGE, nullptr, kMessageWindowClass, nullptr)) &&
+         GetTickCount64() < deadline) {
+    Sleep(50);  // another process: nothing of ours to wait on
+  }
+  DWORD id = 0;
+  if (window) GetWindowThreadProcessId(window, &id);
+  return UniqueKernelHandle(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION | SYNCHRONIZE, FALSE, id));
+}
+
+// The update as the player meets it: started over the desktop, the program asks, is answered
+// yes, puts the next build (its own bytes with a mark after them) in its place and hands over;
+// the next build runs from the same path, finds itself up to date and removes the old file.
+TEST(HintwickUpdate, TheNextBuildRunsFromTheSamePath) {
+  const std::optional<std::string> bytes = test::ReadFileBytes(ProgramOnWine());
+  ASSERT_TRUE(bytes);
+  const test::TempDir dir;
+  const std::wstring exe = dir.File(L"Hintwick.exe");
+  test::WriteFileBytes(exe, *bytes);
+  const std::string next = *bytes + "the next build";
+  test::FakeService fake;
+  fake.Script("GET", "/v1/version",
+              test::Reply(200, R"({"version":"0.1.8","url":")" + WideToUtf8(fake.BaseUrl()) +
+                                   R"(/next.exe","sha256":")" + Updater::Sha256Hex(next) + R"("})"));
+  fake.Script("GET", "/v1/version", test::Reply(200, R"({"version":"0.1.7"})"));
+  fake.Script("GET", "/next.exe", test::Reply(200, next));
+  DeleteFileW((DataDir() + L"\\token.bin").c_str());
+  test::WriteFileBytes(DataDir() + L"\\config.json",
+                       "{\"base_url\":\"" + WideToUtf8(fake.BaseUrl()) + "\"}");
+
+  std::vector<std::wstring> boxes;
+  const test::ProcessResult first = test::RunProcess(exe, L"", 60000, &boxes, IDYES);
+  ASSERT_TRUE(first.finished);
+  EXPECT_EQ(first.exit_code, 0u);
+  ASSERT_EQ(boxes.size(), 1u);
+  EXPECT_EQ(boxes[0].rfind(L"A new version of Hintwick is available.", 0), 0u) << boxes[0];
+  EXPECT_EQ(test::ReadFileBytes(exe), next);
+
+  HWND window = nullptr;
+  const UniqueKernelHandle successor = RunningInstance(window);
+  ASSERT_TRUE(successor);
+  wchar_t image[MAX_PATH] = {};
+  DWORD length = MAX_PATH;
+  QueryFullProcessImageNameW(successor.get(), 0, image, &length);
+  EXPECT_EQ(_wcsicmp(image, exe.c_str()), 0) << WideToUtf8(image);
+  PostMessageW(window, WM_COMMAND, kCmdExit, 0);
+  EXPECT_EQ(WaitForSingleObject(successor.get(), 30000), WAIT_OBJECT_0);
+  const std::string log = test::ReadFileBytes(DataDir() + L"\\hintwick.log").value_or("");
+  EXPECT_NE(log.find("INFO  removed the previous version left by an update"), std::string::npos)
+      << log;
+  EXPECT_FALSE(test::PathExists(exe + L".old"));
+  EXPECT_EQ(fake.Requests().size(), 3u) << "asked, downloaded, asked again by the next build";
+  DeleteFileW((DataDir() + L"\\config.json").c_str());
 }
 
 }  // namespace

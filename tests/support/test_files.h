@@ -53,8 +53,9 @@ struct ProcessResult {
   DWORD exit_code = 0;
 };
 // Starts a program and waits for it, at most timeout_ms. With `boxes`, each message box the
-// program shows is answered with OK as it appears, and its text kept there.
+// program shows is answered with `answer` (IDOK, IDYES...) as it appears, and its text kept there.
 ProcessResult RunProcess(const std::wstring& program, const std::wstring& arguments,
-                         DWORD timeout_ms, std::vector<std::wstring>* boxes = nullptr);
+                         DWORD timeout_ms, std::vector<std::wstring>* boxes = nullptr,
+                         WPARAM answer = IDOK);
 
 }  // namespace qn::test

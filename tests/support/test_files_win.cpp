@@ -79,6 +79,7 @@ namespace {
 struct BoxSearch {
   DWORD process_id;
   std::vector<std::wstring>* texts;
+  WPARAM answer;
 };
 
 BOOL CALLBACK AnswerBox(HWND window, LPARAM search_address) {
@@ -93,15 +94,15 @@ BOOL CALLBACK AnswerBox(HWND window, LPARAM search_address) {
   wchar_t text[1024] = {};
   GetDlgItemTextW(window, 0xFFFF, text, 1024);  // a message box's static text
   search.texts->push_back(text);
-  SendMessageW(window, WM_COMMAND, IDOK, 0);
+  SendMessageW(window, WM_COMMAND, search.answer, 0);
   return TRUE;
 }
 
 // Polled: a message box of another process announces itself to nobody.
 bool WaitAnsweringBoxes(HANDLE process, DWORD process_id, DWORD timeout_ms,
-                        std::vector<std::wstring>* boxes) {
+                        std::vector<std::wstring>* boxes, WPARAM answer) {
   const ULONGLONG deadline = GetTickCount64() + timeout_ms;
-  BoxSearch search{process_id, boxes};
+  BoxSearch search{process_id, boxes, answer};
   while (WaitForSingleObject(process, boxes ? 50 : timeout_ms) == WAIT_TIMEOUT) {
     if (!boxes || GetTickCount64() > deadline) return false;
     EnumWindows(&AnswerBox, reinterpret_cast<LPARAM>(&search));
@@ -112,7 +113,7 @@ bool WaitAnsweringBoxes(HANDLE process, DWORD process_id, DWORD timeout_ms,
 }  // namespace
 
 ProcessResult RunProcess(const std::wstring& program, const std::wstring& arguments,
-                         DWORD timeout_ms, std::vector<std::wstring>* boxes) {
+                         DWORD timeout_ms, std::vector<std::wstring>* boxes, WPARAM answer) {
   std::wstring command_line = L"\"" + program + L"\" " + arguments;
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
@@ -124,7 +125,8 @@ ProcessResult RunProcess(const std::wstring& program, const std::wstring& argume
   const UniqueKernelHandle thread(process.hThread);
   const UniqueKernelHandle handle(process.hProcess);
   ProcessResult result;
-  result.finished = WaitAnsweringBoxes(handle.get(), process.dwProcessId, timeout_ms, boxes);
+  result.finished =
+      WaitAnsweringBoxes(handle.get(), process.dwProcessId, timeout_ms, boxes, answer);
   if (result.finished) {
     GetExitCodeProcess(handle.get(), &result.exit_code);
   } else {

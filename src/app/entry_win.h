@@ -1,0 +1,13 @@
+#pragma once
+// The program's run after the crash filter and the installer's switches: COM, the leftover of
+// an update, the single instance, the application and, after an update, the hand-over.
+#include <windows.h>
+
+#include "app/app.h"
+
+namespace qn {
+
+// Returns the process's exit code.
+int RunHintwick(HINSTANCE instance, StartChecks checks = {});
+
+}  // namespace qn
