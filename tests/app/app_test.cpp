@@ -18,6 +18,7 @@
 #include "chat/chime.h"
 #include "chat/offscreen_target_win.h"
 #include "net/session_fixture.h"
+#include "support/box_answerer_win.h"
 #include "support/fake_tray_win.h"
 #include "support/gdi_frames_win.h"
 #include "support/hwnd_surface_win.h"
@@ -46,26 +47,6 @@ StartChecks WineChecks() {
   return checks;
 }
 
-// Closes each message box of this thread as it opens and keeps its text. A box may be
-// activated more than once before it goes.
-std::vector<std::wstring> g_boxes;
-HWND g_last_box = nullptr;
-HHOOK g_box_hook = nullptr;
-WPARAM g_box_answer = IDOK;
-LRESULT CALLBACK CloseBoxes(int code, WPARAM wparam, LPARAM lparam) {
-  const auto box = reinterpret_cast<HWND>(wparam);
-  wchar_t kind[16] = {};
-  if (code == HCBT_ACTIVATE && box != g_last_box && GetClassNameW(box, kind, 16) &&
-      std::wstring_view(kind) == L"#32770") {
-    g_last_box = box;
-    wchar_t text[1024] = {};
-    GetDlgItemTextW(box, 0xFFFF, text, 1024);  // the static control of a message box
-    g_boxes.push_back(text);
-    PostMessageW(box, WM_COMMAND, g_box_answer, 0);
-  }
-  return CallNextHookEx(g_box_hook, code, wparam, lparam);
-}
-
 int g_plays = 0, g_now = 0;
 ULONGLONG WINAPI SteppingClock() { return g_now += 10000; }
 BOOL WINAPI CountingPlayer(LPCWSTR sound, HMODULE, DWORD) {
@@ -79,16 +60,12 @@ class AppTest : public SessionFixture {
  protected:
   void SetUp() override {
     SessionFixture::SetUp();
-    g_box_hook = SetWindowsHookExW(WH_CBT, &CloseBoxes, nullptr, GetCurrentThreadId());
-    g_boxes.clear();
-    g_box_answer = IDOK;
     SetChimeHooks(&SteppingClock, &CountingPlayer);
     g_plays = 0;
   }
   void TearDown() override {
     app_.reset();
     SetChimeHooks(nullptr, nullptr);
-    UnhookWindowsHookEx(g_box_hook);
     SessionFixture::TearDown();
   }
 
@@ -127,6 +104,7 @@ class AppTest : public SessionFixture {
     return lines;
   }
 
+  test::BoxAnswerer boxes_;
   std::unique_ptr<App> app_;
   std::string startup_log_;
 };
@@ -144,11 +122,11 @@ TEST_F(AppTest, AnUnsupportedSystemIsToldWhyAndNothingStarts) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.logged);
-    g_boxes.clear();
+    boxes_.texts.clear();
     EXPECT_FALSE(Start(c.checks, false));
     EXPECT_NE(startup_log_.find(c.logged), std::string::npos) << startup_log_;
-    ASSERT_EQ(g_boxes.size(), 1u) << testing::PrintToString(g_boxes);
-    EXPECT_EQ(g_boxes[0].rfind(c.box_starts, 0), 0u) << g_boxes[0];
+    ASSERT_EQ(boxes_.texts.size(), 1u) << testing::PrintToString(boxes_.texts);
+    EXPECT_EQ(boxes_.texts[0].rfind(c.box_starts, 0), 0u) << boxes_.texts[0];
     EXPECT_EQ(FindWindowExW(HWND_MESSAGE, nullptr, L"HintwickMessageWindow", nullptr), nullptr);
     EXPECT_TRUE(fake_->Requests().empty()) << "no session before the checks pass";
     app_.reset();
@@ -264,22 +242,22 @@ TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
   EXPECT_NE(startup_log_.find("INFO  an update is available, but something is in the "
                               "foreground; deferring the prompt"),
             std::string::npos);
-  EXPECT_TRUE(g_boxes.empty());
+  EXPECT_TRUE(boxes_.texts.empty());
 
   // Wine reports no foreground changes: the drawer is told as the system's event would.
   app_->Drawer().OnForeground(GetDesktopWindow());
   EXPECT_TRUE(log_.Has("INFO  foreground returned to the shell; asking about the deferred update"));
-  ASSERT_EQ(g_boxes.size(), 1u);
-  EXPECT_EQ(g_boxes[0].rfind(L"A new version of Hintwick is available.\n\nYou have 0.1.7, the "
+  ASSERT_EQ(boxes_.texts.size(), 1u);
+  EXPECT_EQ(boxes_.texts[0].rfind(L"A new version of Hintwick is available.\n\nYou have 0.1.7, the "
                              L"latest is 0.1.8.\n\nDownload and install it now?", 0),
             0u)
-      << g_boxes[0];
+      << boxes_.texts[0];
   EXPECT_EQ(test::ReadFileBytes(exe), "the running build");
 
-  g_box_answer = IDYES;
+  boxes_.answer = IDYES;
   Post(WM_COMMAND, kCmdCheckForUpdates);
   EXPECT_EQ(app_->Run(), 0);
-  EXPECT_EQ(g_boxes.size(), 2u);
+  EXPECT_EQ(boxes_.texts.size(), 2u);
   EXPECT_EQ(test::ReadFileBytes(exe), next);
   EXPECT_EQ(test::ReadFileBytes(exe + L".old"), "the running build");
   EXPECT_EQ(app_->HandOverTo(), exe);

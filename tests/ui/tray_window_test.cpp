@@ -8,12 +8,14 @@
 
 #include <algorithm>
 #include <set>
-#include <utility>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "chat/chat_view.h"
 #include "chat/offscreen_target_win.h"
 #include "net/session_fixture.h"
+#include "support/box_answerer_win.h"
 #include "support/gdi_frames_win.h"
 #include "support/test_game_win.h"
 #include "ui/tray_window_layout.h"
@@ -28,22 +30,6 @@ using Ids = std::vector<int>;
 constexpr wchar_t kPassword[] = L"Tr0ub4dor&3-horse";
 constexpr char kTokens[] = R"({"access_token":"a1","refresh_token":"r1"})";
 const std::string kMemory = MemoryPath("hintwick_test_game");
-
-// Answers the next message box of this thread with `answer` and keeps its text.
-std::vector<std::wstring> g_boxes;
-int g_answer = IDNO;
-HHOOK g_hook = nullptr;
-LRESULT CALLBACK AnswerBox(int code, WPARAM wparam, LPARAM lparam) {
-  const auto box = reinterpret_cast<HWND>(wparam);
-  wchar_t kind[16] = {};
-  if (code == HCBT_ACTIVATE && GetClassNameW(box, kind, 16) && std::wstring(kind) == L"#32770") {
-    wchar_t text[1024] = {};
-    GetDlgItemTextW(box, 0xFFFF, text, 1024);
-    g_boxes.push_back(text);
-    PostMessageW(box, WM_COMMAND, static_cast<WPARAM>(g_answer), 0);
-  }
-  return CallNextHookEx(g_hook, code, wparam, lparam);
-}
 
 // Keys reach the window as the program's loop hands them over; modifiers are the thread's
 // key state, which posted messages do not change.
@@ -99,6 +85,14 @@ bool PasswordInMemory() {
     }
   }
   return false;
+}
+
+void SetClipboard(HWND owner, const std::wstring& text) {
+  const OpenedClipboard clipboard(owner);
+  EmptyClipboard();
+  const HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, (text.size() + 1) * sizeof(wchar_t));
+  memcpy(GlobalLockScope<wchar_t>(memory).get(), text.c_str(), (text.size() + 1) * sizeof(wchar_t));
+  SetClipboardData(CF_UNICODETEXT, memory);
 }
 
 int Scaled(int length, UINT dpi) { return MulDiv(length, static_cast<int>(dpi), 96); }
@@ -161,14 +155,8 @@ std::vector<uint32_t> PictureOfContent(HWND window, LONG content_height) {
 
 class TrayWindowTest : public SessionFixture {
  protected:
-  void SetUp() override {
-    SessionFixture::SetUp();
-    g_boxes.clear();
-    g_hook = SetWindowsHookExW(WH_CBT, &AnswerBox, nullptr, GetCurrentThreadId());
-  }
   void TearDown() override {
     window_.Close();
-    UnhookWindowsHookEx(g_hook);
     SessionFixture::TearDown();
   }
   HWND Open(Session& session, const std::string& game = "hintwick_test_game") {
@@ -179,6 +167,7 @@ class TrayWindowTest : public SessionFixture {
     return LOWORD(SendMessageW(window_.get(), DM_GETDEFID, 0, 0));
   }
 
+  test::BoxAnswerer boxes_{IDNO};
   int applied_ = 0;
   int update_checks_ = 0;
   TrayWindow window_{GetModuleHandleW(nullptr),
@@ -216,6 +205,17 @@ TEST_F(TrayWindowTest, SignInWithEnterThenSaveTabAroundAndSignOut) {
     back.push_back(GetDlgCtrlID(GetFocus()));
   }
   EXPECT_EQ(back, (Ids{kIdSave, kIdCheckUpdates, kIdSpoilers}));
+
+  // The password box lets nothing be copied out, and a paste brings no line break in.
+  const HWND password = GetDlgItem(window, kIdPassword);
+  SetClipboard(window, L"pass\tword\r\n");
+  SendMessageW(password, WM_PASTE, 0, 0);
+  EXPECT_EQ(Text(window, kIdPassword), L"password");
+  SendMessageW(password, EM_SETSEL, 0, -1);
+  SendMessageW(password, WM_COPY, 0, 0);
+  SendMessageW(password, WM_CUT, 0, 0);
+  EXPECT_EQ(ReadClipboardText(), L"pass\tword\r\n");
+  EXPECT_EQ(Text(window, kIdPassword), L"password");
 
   for (const wchar_t* expected :
        {L"Not signed in - wrong email or password",
@@ -321,7 +321,12 @@ TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
   fake_->Script("POST", reset, Reply(200, "{}"));
   fake_->Script("POST", reset, Reply(500));
   Session& session = Start();
+  SetCursorPos(1000, 700);
   const HWND window = Open(session);
+  RECT area = {}, placed = {};
+  SystemParametersInfoW(SPI_GETWORKAREA, 0, &area, 0);
+  GetWindowRect(window, &placed);
+  EXPECT_NEAR(placed.left + placed.right, area.left + area.right, 1) << "centred on the monitor";
   const struct {
     int answer;
     size_t requests;
@@ -331,13 +336,13 @@ TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
                  {IDYES, 2, L"Could not reach the service to reset progress."}};
   SetDlgItemTextW(window, kIdAccountStatus, L"");
   for (const auto& a : answers) {
-    g_answer = a.answer;
+    boxes_.answer = a.answer;
     Click(window, kIdResetProgress);
     EXPECT_EQ(RequestsTo(reset).size(), a.requests);
     EXPECT_EQ(Text(window, kIdAccountStatus), a.status);
   }
-  ASSERT_EQ(g_boxes.size(), 3u);
-  EXPECT_EQ(g_boxes[0].rfind(L"Reset recorded progress for this game?\n\nYour preferences", 0), 0u);
+  ASSERT_EQ(boxes_.texts.size(), 3u);
+  EXPECT_EQ(boxes_.texts[0].rfind(L"Reset recorded progress for this game?\n\nYour preferences", 0), 0u);
   EXPECT_EQ(RequestsTo(kMemory).size(), 3u) << "read at opening and after each reset";
 
   EXPECT_TRUE(window_.Open(session, ""));

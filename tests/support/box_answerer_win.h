@@ -1,0 +1,48 @@
+#pragma once
+// Answers each message box this thread shows as it opens, and keeps its text: a box is modal,
+// so the test cannot answer it from outside its loop.
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+namespace qn::test {
+
+class BoxAnswerer {
+ public:
+  explicit BoxAnswerer(WPARAM answer = IDOK) : answer(answer) {
+    current_ = this;
+    hook_ = SetWindowsHookExW(WH_CBT, &Activated, nullptr, GetCurrentThreadId());
+  }
+  ~BoxAnswerer() {
+    UnhookWindowsHookEx(hook_);
+    current_ = nullptr;
+  }
+  BoxAnswerer(const BoxAnswerer&) = delete;
+  BoxAnswerer& operator=(const BoxAnswerer&) = delete;
+
+  WPARAM answer;  // IDOK, IDYES, IDNO...
+  std::vector<std::wstring> texts;
+
+ private:
+  // A box may be activated more than once before it goes.
+  static LRESULT CALLBACK Activated(int code, WPARAM wparam, LPARAM lparam) {
+    const auto box = reinterpret_cast<HWND>(wparam);
+    wchar_t kind[16] = {};
+    if (code == HCBT_ACTIVATE && current_ && box != current_->last_box_ &&
+        GetClassNameW(box, kind, 16) && std::wstring(kind) == L"#32770") {
+      current_->last_box_ = box;
+      wchar_t text[1024] = {};
+      GetDlgItemTextW(box, 0xFFFF, text, 1024);  // a message box's static text
+      current_->texts.push_back(text);
+      PostMessageW(box, WM_COMMAND, current_->answer, 0);
+    }
+    return CallNextHookEx(nullptr, code, wparam, lparam);
+  }
+
+  static inline BoxAnswerer* current_ = nullptr;
+  HHOOK hook_ = nullptr;
+  HWND last_box_ = nullptr;
+};
+
+}  // namespace qn::test
