@@ -6,10 +6,13 @@
 #include "app/single_instance.h"
 #include "core/handles.h"
 #include "setup/crash_reporter_win.h"
+#include "setup/installer.h"
 
 int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, PWSTR, int) {
   // Before anything that can fail, so that every crash leaves a dump and a note to the player.
   qn::CrashReporter::Install();
+  // An install or uninstall switch is the whole run: no COM, no mutex, no application.
+  if (int code = 0; qn::Installer::HandleCommandLine(&code)) return code;
   const qn::ComApartment com(COINIT_MULTITHREADED);
   if (!com) {
     // Nothing can work without COM; a non-continuable exception carrying the HRESULT takes

@@ -68,6 +68,7 @@ class UniqueHandle {
 
 using UniqueKernelHandle = UniqueHandle<HANDLE, &CloseHandle>;
 using UniqueFileHandle = UniqueHandle<HANDLE, &CloseHandle, MinusOneIsInvalid>;
+using UniqueFindHandle = UniqueHandle<HANDLE, &FindClose, MinusOneIsInvalid>;
 using UniqueHwnd = UniqueHandle<HWND, &DestroyWindow>;
 using UniqueHhook = UniqueHandle<HHOOK, &UnhookWindowsHookEx>;
 using UniqueHicon = UniqueHandle<HICON, &DestroyIcon>;

@@ -1,0 +1,281 @@
+// The installer on the bench's own profile: the known folders point into a scratch folder,
+// and the per-user registry values it touches are put back as they were.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+#include <shlobj.h>
+
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "core/handles.h"
+#include "core/log.h"
+#include "setup/installer.h"
+#include "setup/installer_rules.h"
+#include "support/test_files.h"
+
+namespace qn {
+namespace {
+
+using Strings = std::vector<std::wstring>;
+constexpr wchar_t kShellFolders[] =
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
+
+// Value name -> text, or "#" and the number, or "?" for another type.
+std::map<std::wstring, std::wstring> Values(const wchar_t* key) {
+  std::map<std::wstring, std::wstring> values;
+  UniqueHkey open;
+  RegOpenKeyExW(HKEY_CURRENT_USER, key, 0, KEY_READ, open.put());
+  wchar_t name[256];
+  alignas(DWORD) BYTE data[2048];
+  for (DWORD i = 0, type = 0, chars = 256, size = sizeof(data);
+       open && !RegEnumValueW(open.get(), i, name, &chars, nullptr, &type, data, &size);
+       ++i, chars = 256, size = sizeof(data)) {
+    values[name] = type == REG_SZ      ? reinterpret_cast<const wchar_t*>(data)
+                   : type == REG_DWORD ? L"#" + std::to_wstring(*reinterpret_cast<DWORD*>(data))
+                                       : L"?";
+  }
+  return values;
+}
+
+class SavedValue {
+ public:
+  SavedValue(const wchar_t* key, const wchar_t* name) : key_(key), name_(name) {
+    had_ = !RegGetValueW(HKEY_CURRENT_USER, key, name, RRF_RT_ANY | RRF_NOEXPAND, &type_, data_,
+                         &size_);
+  }
+  ~SavedValue() {
+    if (had_)
+      RegSetKeyValueW(HKEY_CURRENT_USER, key_, name_, type_, data_, size_);
+    else
+      RegDeleteKeyValueW(HKEY_CURRENT_USER, key_, name_);
+  }
+
+ private:
+  const wchar_t *key_, *name_;
+  bool had_ = false;
+  DWORD type_ = 0, size_ = 2048;
+  BYTE data_[2048] = {};
+};
+
+// "target|description" as the shell reads the shortcut; empty when there is none.
+std::wstring ReadShortcut(const std::wstring& path) {
+  ComPtr<IShellLinkW> link;
+  CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_PPV_ARGS(link.put()));
+  wchar_t target[MAX_PATH * 2] = {}, description[256] = {};
+  if (!link || FAILED(link.As<IPersistFile>()->Load(path.c_str(), STGM_READ))) return {};
+  link->GetPath(target, MAX_PATH * 2, nullptr, 0);
+  link->GetDescription(description, 256);
+  return std::wstring(target) + L"|" + description;
+}
+
+// Answers this thread's message boxes from a script (Cancel when it runs out), keeping
+// "caption: text" of each. A box may be activated more than once.
+std::deque<WPARAM> g_answers;
+Strings g_boxes;
+LRESULT CALLBACK AnswerBox(int code, WPARAM wparam, LPARAM lparam) {
+  const auto box = reinterpret_cast<HWND>(wparam);
+  wchar_t kind[16] = {}, caption[64] = {}, text[1024] = {};
+  if (code == HCBT_ACTIVATE && GetClassNameW(box, kind, 16) && kind == std::wstring(L"#32770") &&
+      !GetPropW(box, L"seen") && SetPropW(box, L"seen", box) && GetWindowTextW(box, caption, 64) &&
+      GetDlgItemTextW(box, 0xFFFF, text, 1024)) {
+    g_boxes.push_back(std::wstring(caption) + L": " + text);
+    PostMessageW(box, WM_COMMAND, g_answers.empty() ? IDCANCEL : g_answers.front(), 0);
+    if (!g_answers.empty()) g_answers.pop_front();
+  }
+  return CallNextHookEx(nullptr, code, wparam, lparam);
+}
+
+class InstallerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    // The bench's prefix has none: one found here is somebody's and is left alone.
+    if (!Values(kUninstallKey).empty()) GTEST_SKIP() << "an uninstall entry is already there";
+    std::filesystem::create_directories(Local());  // the Programs folder is left to be made
+    for (const auto& [name, path] :
+         {std::pair{L"Local AppData", Local()}, {L"Programs", Programs()}}) {
+      RegSetKeyValueW(HKEY_CURRENT_USER, kShellFolders, name, REG_SZ, path.c_str(),
+                      static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
+    }
+    Installer::SetLaunchForTesting([this](const std::wstring& exe) { launched_.push_back(exe); });
+  }
+  void TearDown() override {
+    if (!IsSkipped()) RegDeleteKeyW(HKEY_CURRENT_USER, kUninstallKey);
+    Installer::SetLaunchForTesting(nullptr);
+    CloseLog();
+  }
+
+  std::wstring Local() const { return scratch_.File(L"Local"); }
+  std::wstring Programs() const { return scratch_.File(L"Programs"); }
+  std::wstring Data(const wchar_t* name = L"") const { return Local() + L"\\Hintwick\\" + name; }
+  std::wstring Exe() const { return Data(L"Hintwick.exe"); }
+  std::wstring Link() const { return ReadShortcut(Programs() + L"\\Hintwick.lnk"); }
+  bool Logged(const std::string& line) const {
+    return test::ReadFileBytes(Data(L"hintwick.log")).value_or("").find(line) != std::string::npos;
+  }
+  int Run(const Strings& arguments, std::deque<WPARAM> answers = {}) {
+    g_answers = std::move(answers);
+    g_boxes.clear();
+    int code = -1;
+    const UniqueHhook hook(SetWindowsHookExW(WH_CBT, &AnswerBox, nullptr, GetCurrentThreadId()));
+    EXPECT_TRUE(Installer::HandleArguments(arguments, &code));
+    return code;
+  }
+  void WriteData() {
+    for (auto name : {L"token.bin", L"crash-20261123-151500.dmp"})
+      test::WriteFileBytes(Data(name), "");
+  }
+
+  // Every trace of an install, read back the way the shell and the registry give it.
+  void ExpectInstalled(bool autostart, const std::wstring& from) {
+    EXPECT_EQ(test::ReadFileBytes(Exe()), test::ReadFileBytes(from));
+    EXPECT_EQ(Link(), Exe() + L"|Ask about the game you are playing, without spoilers");
+    const std::wstring quoted = L"\"" + Exe() + L"\"";
+    const std::map<std::wstring, std::wstring> entry = {
+        {L"DisplayName", L"Hintwick"},
+        {L"DisplayVersion", L"0.1.0"},
+        {L"Publisher", L"Hintwick"},
+        {L"DisplayIcon", Exe()},
+        {L"InstallLocation", Local() + L"\\Hintwick"},
+        {L"UninstallString", quoted + L" --uninstall"},
+        {L"NoModify", L"#1"},
+        {L"NoRepair", L"#1"},
+        {L"EstimatedSize", L"#4096"}};
+    EXPECT_EQ(Values(kUninstallKey), entry);
+    EXPECT_EQ(Values(kRunKey)[L"Hintwick"], autostart ? quoted : L"");
+    EXPECT_EQ(Installer::IsAutostartEnabled(), autostart);
+  }
+
+  const ComApartment com_{COINIT_APARTMENTTHREADED};
+  test::TempDir scratch_;
+  SavedValue run_{kRunKey, L"Hintwick"}, cleanup_{kRunOnceKey, kCleanupValue},
+      local_{kShellFolders, L"Local AppData"}, programs_{kShellFolders, L"Programs"};
+  Strings launched_;
+};
+
+// The shipped program, run twice from where it was built and then from the install folder
+// as the uninstall entry runs it, so that the file it removes is its own running image.
+TEST_F(InstallerTest, TheProgramInstallsOverItselfAndRemovesItsOwnRunningFile) {
+  const std::wstring program = test::HintwickExePath().value_or(L"");
+  if (program.empty()) GTEST_SKIP() << "HINTWICK_EXE is not set; run through ctest";
+  EXPECT_EQ(test::RunProcess(program, L"--autostart --install-silent", 60000).exit_code, 0u);
+  ExpectInstalled(true, program);
+  EXPECT_TRUE(Logged("INFO  silent install succeeded (autostart on)"));
+  test::WriteFileBytes(Exe(), "stale");
+  RegSetKeyValueW(HKEY_CURRENT_USER, kUninstallKey, L"DisplayVersion", REG_SZ, L"9", 4);
+  EXPECT_EQ(test::RunProcess(program, L"--install-silent", 60000).exit_code, 0u);
+  ExpectInstalled(false, program);
+
+  EXPECT_EQ(test::RunProcess(Exe(), L"--uninstall-silent", 60000).exit_code, 0u);
+  EXPECT_FALSE(test::PathExists(Exe()));
+  EXPECT_EQ(Link() + Values(kUninstallKey)[L"DisplayName"], L"");
+  EXPECT_TRUE(Logged("INFO  silent uninstall succeeded (data kept)"));
+  // What the next sign-in runs to delete the moved-aside file.
+  const std::wstring cleanup = Values(kRunOnceKey)[kCleanupValue];
+  const std::wstring moved =
+      cleanup.substr(cleanup.find(L'"') + 1, cleanup.size() - cleanup.find(L'"') - 2);
+  ASSERT_TRUE(test::PathExists(moved)) << testing::PrintToString(cleanup);
+  test::RunProcess(L"C:\\windows\\system32\\cmd.exe", cleanup.substr(8), 60000);
+  EXPECT_FALSE(test::PathExists(moved));
+
+  int code = -1;  // not a switch: the program starts as usual
+  EXPECT_FALSE(Installer::HandleArguments({L"--INSTALL", L"--autostart"}, &code));
+  EXPECT_FALSE(Installer::HandleCommandLine(&code));  // this test program's own
+}
+
+// In order, on one profile: Cancel leaves nothing at all, and a purge leaves no folder.
+TEST_F(InstallerTest, InteractiveRunsAskFirstAndCancelChangesNothing) {
+  const std::wstring install = std::wstring(L"Install Hintwick: ") + kInstallQuestion;
+  const std::wstring done = std::wstring(L"Hintwick: ") + kInstalledText;
+  const std::wstring uninstall = std::wstring(L"Uninstall Hintwick: ") + kUninstallQuestion;
+  const std::wstring removed = L"Hintwick: Hintwick has been removed.";
+  const struct {
+    const wchar_t* mode;
+    std::deque<WPARAM> answers;
+    Strings boxes;
+    bool installed, autostart, data;
+  } steps[] = {
+      {L"--install", {IDCANCEL}, {install}, false, false, false},
+      {L"--install", {IDNO, IDOK}, {install, done}, true, false, true},
+      {L"--install", {IDYES, IDOK}, {install, done}, true, true, true},
+      {L"--uninstall", {IDCANCEL}, {uninstall}, true, true, true},
+      {L"--uninstall", {IDNO, IDOK}, {uninstall, removed}, false, false, true},
+      {L"--install", {IDYES, IDOK}, {install, done}, true, true, true},
+      {L"--uninstall", {IDYES, IDOK}, {uninstall, removed}, false, false, false},
+  };
+  for (const auto& step : steps) {
+    SCOPED_TRACE(testing::Message() << "answered " << step.answers.front() << " to " << step.mode);
+    launched_.clear();
+    EXPECT_EQ(Run({step.mode}, step.answers), 0);
+    EXPECT_EQ(g_boxes, step.boxes);
+    const bool started = step.mode == std::wstring(L"--install") && step.installed;
+    if (started) WriteData();
+    EXPECT_EQ(launched_, started ? Strings{Exe()} : Strings{});
+    EXPECT_EQ(Values(kUninstallKey).size(), step.installed ? 9u : 0u);
+    EXPECT_EQ(Installer::IsAutostartEnabled(), step.autostart);
+    EXPECT_EQ(test::PathExists(Data(L"token.bin")), step.data);
+    EXPECT_EQ(test::PathExists(Data()), step.installed || step.data);
+  }
+}
+
+// Faults a player's machine can plausibly have, made for real: what the call returns, what
+// the log says, and what is left on disk and in the registry.
+TEST_F(InstallerTest, FaultsStopTheInstallOrAreWorkedAround) {
+  UniqueFileHandle held;
+  auto hold = [&] {
+    held.reset(CreateFileW(Exe().c_str(), GENERIC_READ, 0, nullptr, OPEN_ALWAYS, 0, nullptr));
+  };
+  const struct {
+    const char* fault;
+    std::function<void()> make;
+    bool uninstall;
+    const wchar_t* error;
+    const char* log;
+    bool exe, entry, link;
+  } faults[] = {
+      {"a file where the install folder goes",
+       [&] { test::WriteFileBytes(Local() + L"\\Hintwick", ""); }, false, kErrorCreateDir,
+       "ERROR CreateDirectoryW failed: 183", false, false, false},
+      {"the installed program held open",
+       [&] {
+         std::filesystem::create_directories(Data());
+         hold();
+       },
+       false, kErrorCopy, "ERROR CopyFileW failed: 32", true, false, false},
+      {"a folder where the shortcut goes",
+       [&] { std::filesystem::create_directories(Programs() + L"\\Hintwick.lnk"); }, false, L"",
+       "WARN  could not create the Start Menu shortcut", true, true, false},
+      {"the program held open at uninstall",
+       [&] {
+         std::wstring e;
+         Installer::Install(true, e);
+         hold();
+       },
+       true, kErrorRemoveProgram, "WARN  MoveFileExW failed: 32", true, false, false},
+  };
+  for (const auto& f : faults) {
+    SCOPED_TRACE(f.fault);
+    const test::CapturedLog log;
+    f.make();
+    std::wstring error;
+    EXPECT_EQ(f.uninstall ? Installer::Uninstall(false, error) : Installer::Install(false, error),
+              !*f.error);
+    EXPECT_EQ(error, f.error);
+    EXPECT_TRUE(log.Has(f.log)) << log.Text();
+    held.reset();
+    EXPECT_EQ(test::PathExists(Exe()), f.exe);
+    EXPECT_EQ(Values(kUninstallKey).size(), f.entry ? 9u : 0u);
+    EXPECT_EQ(Link() != L"", f.link);
+    EXPECT_FALSE(Installer::IsAutostartEnabled());
+    std::filesystem::remove_all(Local() + L"\\Hintwick");
+    std::filesystem::remove_all(Programs());
+    RegDeleteKeyW(HKEY_CURRENT_USER, kUninstallKey);
+  }
+}
+
+}  // namespace
+}  // namespace qn
