@@ -232,6 +232,11 @@ std::optional<LRESULT> Handle(TrayWindowState& state, UINT message, WPARAM wpara
       if (!state.capturing_hotkey) break;
       OnHotkeyKey(state, static_cast<uint32_t>(wparam));
       return 0;
+    case WM_CHAR:
+    case WM_SYSCHAR:
+      // The combination was taken on its key-down; its character would only beep.
+      if (state.capturing_hotkey) return 0;
+      break;
     case WM_KILLFOCUS:
       if (state.capturing_hotkey) OnHotkeyKey(state, VK_ESCAPE);
       break;
