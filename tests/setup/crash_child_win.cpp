@@ -14,18 +14,11 @@ namespace {
 // instead of becoming a trap instruction.
 volatile std::uintptr_t unmapped_address = 8;
 
-void WriteToUnmappedMemory(int value) { *reinterpret_cast<volatile int*>(unmapped_address) = value; }
-
-// Called through a volatile pointer so that the crashing function keeps a frame of its own,
-// which the dump's stack must name.
-void (*volatile crash)(int) = &WriteToUnmappedMemory;
-
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
   qn::CrashReporter::Install();
   if (argc > 1) qn::OpenLogAt(argv[1]);
-  qn::Log(qn::kLogInfo, L"about to crash");
-  crash(argc);
+  *reinterpret_cast<volatile int*>(unmapped_address) = argc;
   return 0;
 }
