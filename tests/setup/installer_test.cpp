@@ -16,6 +16,7 @@
 #include "core/log.h"
 #include "setup/installer.h"
 #include "setup/installer_rules.h"
+#include "support/box_answerer_win.h"
 #include "support/test_files.h"
 
 namespace qn {
@@ -73,23 +74,6 @@ std::wstring ReadShortcut(const std::wstring& path) {
   return std::wstring(target) + L"|" + description;
 }
 
-// Answers this thread's message boxes from a script (Cancel when it runs out), keeping
-// "caption: text" of each. A box may be activated more than once.
-std::deque<WPARAM> g_answers;
-Strings g_boxes;
-LRESULT CALLBACK AnswerBox(int code, WPARAM wparam, LPARAM lparam) {
-  const auto box = reinterpret_cast<HWND>(wparam);
-  wchar_t kind[16] = {}, caption[64] = {}, text[1024] = {};
-  if (code == HCBT_ACTIVATE && GetClassNameW(box, kind, 16) && kind == std::wstring(L"#32770") &&
-      !GetPropW(box, L"seen") && SetPropW(box, L"seen", box) && GetWindowTextW(box, caption, 64) &&
-      GetDlgItemTextW(box, 0xFFFF, text, 1024)) {
-    g_boxes.push_back(std::wstring(caption) + L": " + text);
-    PostMessageW(box, WM_COMMAND, g_answers.empty() ? IDCANCEL : g_answers.front(), 0);
-    if (!g_answers.empty()) g_answers.pop_front();
-  }
-  return CallNextHookEx(nullptr, code, wparam, lparam);
-}
-
 class InstallerTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -102,6 +86,7 @@ class InstallerTest : public ::testing::Test {
                       static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
     }
     Installer::SetLaunchForTesting([this](const std::wstring& exe) { launched_.push_back(exe); });
+    boxes_.keep_captions = true;
   }
   void TearDown() override {
     if (!IsSkipped()) RegDeleteKeyW(HKEY_CURRENT_USER, kUninstallKey);
@@ -117,11 +102,11 @@ class InstallerTest : public ::testing::Test {
   bool Logged(const std::string& line) const {
     return test::ReadFileBytes(Data(L"hintwick.log")).value_or("").find(line) != std::string::npos;
   }
+  // Boxes beyond the script are cancelled.
   int Run(const Strings& arguments, std::deque<WPARAM> answers = {}) {
-    g_answers = std::move(answers);
-    g_boxes.clear();
+    boxes_.script = std::move(answers);
+    boxes_.texts.clear();
     int code = -1;
-    const UniqueHhook hook(SetWindowsHookExW(WH_CBT, &AnswerBox, nullptr, GetCurrentThreadId()));
     EXPECT_TRUE(Installer::HandleArguments(arguments, &code));
     return code;
   }
@@ -155,6 +140,7 @@ class InstallerTest : public ::testing::Test {
   SavedValue run_{kRunKey, L"Hintwick"}, cleanup_{kRunOnceKey, kCleanupValue},
       local_{kShellFolders, L"Local AppData"}, programs_{kShellFolders, L"Programs"};
   Strings launched_;
+  test::BoxAnswerer boxes_{IDCANCEL};
 };
 
 // The shipped program, run twice from where it was built and then from the install folder
@@ -211,7 +197,7 @@ TEST_F(InstallerTest, InteractiveRunsAskFirstAndCancelChangesNothing) {
     SCOPED_TRACE(testing::Message() << "answered " << step.answers.front() << " to " << step.mode);
     launched_.clear();
     EXPECT_EQ(Run({step.mode}, step.answers), 0);
-    EXPECT_EQ(g_boxes, step.boxes);
+    EXPECT_EQ(boxes_.texts, step.boxes);
     const bool started = step.mode == std::wstring(L"--install") && step.installed;
     if (started) WriteData();
     EXPECT_EQ(launched_, started ? Strings{Exe()} : Strings{});

@@ -3,6 +3,7 @@
 // so the test cannot answer it from outside its loop.
 #include <windows.h>
 
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -21,7 +22,9 @@ class BoxAnswerer {
   BoxAnswerer(const BoxAnswerer&) = delete;
   BoxAnswerer& operator=(const BoxAnswerer&) = delete;
 
-  WPARAM answer;  // IDOK, IDYES, IDNO...
+  WPARAM answer;              // IDOK, IDYES, IDNO...
+  std::deque<WPARAM> script;  // answers for the next boxes, before `answer`
+  bool keep_captions = false;  // texts read "caption: text"
   std::vector<std::wstring> texts;
 
  private:
@@ -31,13 +34,23 @@ class BoxAnswerer {
     wchar_t kind[16] = {};
     if (code == HCBT_ACTIVATE && current_ && box != current_->last_box_ &&
         GetClassNameW(box, kind, 16) && std::wstring(kind) == L"#32770") {
-      current_->last_box_ = box;
-      wchar_t text[1024] = {};
-      GetDlgItemTextW(box, 0xFFFF, text, 1024);  // a message box's static text
-      current_->texts.push_back(text);
-      PostMessageW(box, WM_COMMAND, current_->answer, 0);
+      current_->Answer(box);
     }
     return CallNextHookEx(nullptr, code, wparam, lparam);
+  }
+
+  void Answer(HWND box) {
+    last_box_ = box;
+    wchar_t caption[128] = {}, text[1024] = {};
+    GetWindowTextW(box, caption, 128);
+    GetDlgItemTextW(box, 0xFFFF, text, 1024);  // a message box's static text
+    texts.push_back(keep_captions ? std::wstring(caption) + L": " + text : text);
+    WPARAM chosen = answer;
+    if (!script.empty()) {
+      chosen = script.front();
+      script.pop_front();
+    }
+    PostMessageW(box, WM_COMMAND, chosen, 0);
   }
 
   static inline BoxAnswerer* current_ = nullptr;
