@@ -79,7 +79,9 @@ TEST(TrayWindowLayout, ScrollingKeepsTheContentFilledAndTheFocusInView) {
       {100, 420, 450, 150},  // below: its bottom at the view's bottom
       {0, 100, 900, 100},    // taller than the view: its top wins
   };
-  for (const auto& f : focus) EXPECT_EQ(ScrollToShow(f.current, 300, f.top, f.bottom), f.expected);
+  for (const auto& f : focus) {
+    EXPECT_EQ(ScrollToShow(f.current, 300, f.top, f.bottom), f.expected);
+  }
 }
 
 }  // namespace
