@@ -56,7 +56,9 @@ TEST(TrayWindowLayout, EveryFieldIsNamedByTheLabelBeforeItAndIdsAreUnique) {
   std::set<int> ids;
   for (size_t i = 0; i < controls.size(); ++i) {
     const ControlPlan& plan = controls[i];
-    if (plan.id != kIdStaticText) EXPECT_TRUE(ids.insert(plan.id).second) << plan.id;
+    if (plan.id != kIdStaticText) {
+      EXPECT_TRUE(ids.insert(plan.id).second) << plan.id;
+    }
     const bool field = plan.kind == ControlKind::kEdit || plan.kind == ControlKind::kPasswordEdit ||
                        plan.kind == ControlKind::kSlider || plan.kind == ControlKind::kComboBox;
     if (field) {
