@@ -25,12 +25,7 @@
 namespace qn {
 namespace {
 
-template <typename T>
-T ReadAt(std::string_view bytes, size_t offset) {
-  T value{};
-  if (offset + sizeof(T) <= bytes.size()) std::memcpy(&value, bytes.data() + offset, sizeof(T));
-  return value;
-}
+using test::ReadAt;
 
 class HintwickExeTest : public ::testing::Test {
  protected:

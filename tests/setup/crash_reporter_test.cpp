@@ -19,12 +19,7 @@
 namespace qn {
 namespace {
 
-template <typename T>
-T ReadAt(std::string_view bytes, size_t offset) {
-  T value{};
-  if (offset + sizeof(T) <= bytes.size()) std::memcpy(&value, bytes.data() + offset, sizeof(T));
-  return value;
-}
+using test::ReadAt;
 
 // The code in a minidump's exception stream; nothing when the file is no minidump or has no
 // such stream.

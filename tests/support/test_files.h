@@ -2,8 +2,10 @@
 // File and process helpers shared by the Windows tests.
 #include <windows.h>
 
+#include <cstring>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace qn::test {
@@ -42,6 +44,13 @@ class CapturedLog {
 };
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path);
+// A value of a file format at `offset`; zero past the end, so a short file reads as empty.
+template <typename T>
+T ReadAt(std::string_view bytes, size_t offset) {
+  T value{};
+  if (offset + sizeof(T) <= bytes.size()) std::memcpy(&value, bytes.data() + offset, sizeof(T));
+  return value;
+}
 void WriteFileBytes(const std::wstring& path, const std::string& bytes);
 bool PathExists(const std::wstring& path);
 
