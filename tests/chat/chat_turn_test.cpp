@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace qn {
@@ -49,6 +50,7 @@ TEST(ChatTurns, EachEventChangesTheConversationInArrivalOrder) {
     std::vector<std::string> events;
     Lines conversation;
     std::wstring status = L"";
+    bool view_ready = true;  // until the view can draw, nothing changes
   } cases[] = {
       // clang-format off
       {{Token("a "), Token("**b**"), kDone, Token("after")}, {L"1:a **b**"}},
@@ -63,25 +65,20 @@ TEST(ChatTurns, EachEventChangesTheConversationInArrivalOrder) {
       {{Token("a"), R"({"type":"warning","message":"x"})", Token("b")}, {L"1:a", L"2:(x)"}},
       {{Token("a"), R"({"type":"Token","text":"b"})", R"({"text":"c"})", "not json",
         R"({"type":"token"})", R"({"type":"other"})"}, {L"1:a"}},
+      {{Token("x")}, {L"1:\u2026"}, L"", false},
       // clang-format on
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.events.back());
+    const TurnContext context{"g", c.view_ready, false, true, true, true};
     Chat chat;
     chat.Ask();
-    for (const std::string& event : c.events) chat.Deliver(event);
-    chat.Deliver(kEnd);
+    for (const std::string& event : c.events) chat.Deliver(event, context);
+    EXPECT_TRUE(chat.Deliver(kEnd, context).clear_chime_pending);
     EXPECT_EQ(chat.Conversation(), c.conversation);
     EXPECT_EQ(chat.model.StatusLine(), c.status);
-    EXPECT_FALSE(chat.model.Waiting());
+    EXPECT_EQ(chat.model.Waiting(), !c.view_ready);
   }
-  // Until the view can draw, nothing changes, but the end still settles the chime.
-  Chat early;
-  early.Ask();
-  const TurnContext not_ready{"g", false, false, true, true, true};
-  early.Deliver(Token("x"), not_ready);
-  EXPECT_TRUE(early.Deliver(kEnd, not_ready).clear_chime_pending);
-  EXPECT_EQ(early.Conversation(), Lines{L"1:\u2026"});
 }
 
 TEST(ChatTurns, TheEndChimesOnlyForAnAnswerThatFinishedBehindAClosedDrawer) {
@@ -125,14 +122,15 @@ TEST(ChatTurns, AnEndMarkOfAnEarlierTurnLeavesTheNewAnswerAlone) {
 }
 
 TEST(ChatTurns, ARefusedQuestionSaysWhyAndLeavesTheAnswerAlone) {
-  for (const ServiceFailure last : {ServiceFailure::kNone, ServiceFailure::kUnreachable}) {
+  using F = ServiceFailure;
+  const std::tuple<F, F, std::wstring_view> cases[] = {
+      {F::kNone, F::kNotSignedIn, kSignInNotice},
+      {F::kUnreachable, F::kUnreachable, kUnreachableNotice}};
+  for (const auto& [last, reason, notice] : cases) {
     Chat chat;
     chat.model.SetText(kRoleAnswer, L"earlier");
-    const bool unreachable = last == ServiceFailure::kUnreachable;
-    EXPECT_EQ(ChatTurns::Refuse(last, chat.model),
-              unreachable ? last : ServiceFailure::kNotSignedIn);
-    const std::wstring notice(unreachable ? kUnreachableNotice : kSignInNotice);
-    EXPECT_EQ(chat.Conversation(), (Lines{L"1:earlier", L"2:" + notice}));
+    EXPECT_EQ(ChatTurns::Refuse(last, chat.model), reason);
+    EXPECT_EQ(chat.Conversation(), (Lines{L"1:earlier", L"2:" + std::wstring(notice)}));
   }
 }
 
