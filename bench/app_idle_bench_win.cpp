@@ -63,7 +63,7 @@ void RunFor(qn::App& app, UINT seconds) {
 }
 
 qn::StartChecks WineChecks() {
-  qn::StartChecks checks{[] { return 19045u; }, [] { return true; }, {}};
+  qn::StartChecks checks{[] { return 19045u; }, [] { return true; }, {}, {}};
   checks.drawer.surface = [] { return qn::test::MakeHwndSurface(); };
   checks.drawer.frames = [] { return qn::test::MakeGdiFrameSource(); };
   checks.drawer.idle_release_ms = 2000;

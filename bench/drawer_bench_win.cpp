@@ -431,7 +431,7 @@ void BenchTick(const qn::test::TestGame& game) {
 }
 
 qn::StartChecks WineChecks() {
-  qn::StartChecks checks{[] { return 19045u; }, [] { return true; }, {}};
+  qn::StartChecks checks{[] { return 19045u; }, [] { return true; }, {}, {}};
   checks.drawer.surface = [] { return qn::test::MakeHwndSurface(); };
   checks.drawer.frames = [] { return qn::test::MakeGdiFrameSource(); };
   checks.drawer.idle_release_ms = kNoIdleRelease;

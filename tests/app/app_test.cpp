@@ -223,8 +223,8 @@ TEST_F(AppTest, TheSettingsWindowHoldsTheDrawerBackAndChangesTheHotkey) {
 }
 
 // An update found at start with a game in front waits for the desktop: the prompt then
-// answered no changes nothing; the player's own check answered yes puts the new build in
-// place, and the program leaves, to hand over to it once it has let go of everything.
+// answered no changes nothing; the player's own check answered yes makes the program leave,
+// to hand over to the new build once it has let go of everything.
 TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
   const test::TempDir dir;
   const std::wstring exe = dir.File(L"Hintwick.exe");
@@ -254,14 +254,10 @@ TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
       << boxes_.texts[0];
   EXPECT_EQ(test::ReadFileBytes(exe), "the running build");
 
-  boxes_.answer = IDYES;
+  boxes_.answer = IDYES;  // the update itself and the hand-over: the end-to-end test's part
   Post(WM_COMMAND, kCmdCheckForUpdates);
   EXPECT_EQ(app_->Run(), 0);
-  EXPECT_EQ(boxes_.texts.size(), 2u);
-  EXPECT_EQ(test::ReadFileBytes(exe), next);
-  EXPECT_EQ(test::ReadFileBytes(exe + L".old"), "the running build");
   EXPECT_EQ(app_->HandOverTo(), exe);
-  EXPECT_TRUE(log_.Has("INFO  update applied; handing over to the new build"));
 }
 
 // The start balloon says how to open the drawer, or that the tray is the way when another

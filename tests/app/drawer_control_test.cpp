@@ -65,7 +65,6 @@ class DrawerControlTest : public testing::Test {
 
   DrawerControl& MakeDrawer(DrawerSeams seams) {
     DrawerControl::Callbacks callbacks;
-    callbacks.settings_window_open = [this] { return settings_open_; };
     callbacks.balloon = [this](const wchar_t* text) { balloons_.emplace_back(text); };
     callbacks.closed = [] { return false; };
     callbacks.take_deferred_update = [this] { return std::exchange(update_deferred_, false); };
@@ -85,7 +84,6 @@ class DrawerControlTest : public testing::Test {
   ChatView view_{model_};
   std::unique_ptr<DrawerControl> drawer_;
   std::vector<std::wstring> balloons_;
-  bool settings_open_ = false;
   bool update_deferred_ = false;
 };
 
@@ -101,24 +99,21 @@ TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
     const char* name;
     DrawerSeams seams;
     RECT game;
-    bool settings_open;
     bool opens;
     const char* logged;
     bool balloon = false;
   } cases[] = {
-      {"account window", WineSeams(), kWindowed, true, false,
-       "INFO  tray window is open; not opening the drawer"},
-      {"exclusive", exclusive, kWholeScreen, false, false,
+      {"exclusive", exclusive, kWholeScreen, false,
        "WARN  target is exclusive fullscreen; refusing to open (would minimise the game)", true},
-      {"windowed beside a full-screen game", exclusive, kWindowed, false, true,
+      {"windowed beside a full-screen game", exclusive, kWindowed, true,
        "INFO  drawer open over"},
-      {"renderer", no_renderer, kWindowed, false, false,
+      {"renderer", no_renderer, kWindowed, false,
        "ERROR renderer init failed; cannot open"},
-      {"overlay", system_surface, kWindowed, false, false,
+      {"overlay", system_surface, kWindowed, false,
        "ERROR overlay create failed; cannot open"},
-      {"capture", system_frames, kWindowed, false, true,
+      {"capture", system_frames, kWindowed, true,
        "WARN  capture failed to start; the drawer will show a flat scrim"},
-      {"elevated", elevated, kWindowed, false, true,
+      {"elevated", elevated, kWindowed, true,
        "WARN  no keyboard capture; falling back to focus transfer (backdrop will not update)"},
   };
   for (const auto& c : cases) {
@@ -126,7 +121,6 @@ TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
     const test::TestGame game(c.game);
     ASSERT_TRUE(game.window());
     DrawerControl& drawer = MakeDrawer(c.seams);
-    settings_open_ = c.settings_open;
     balloons_.clear();
     log_.Clear();
     drawer.Open();
