@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "setup/crash_report.h"
+#include "support/saved_registry_value_win.h"
 #include "support/test_files.h"
 
 namespace qn {
@@ -52,36 +53,6 @@ std::wstring LoggedDumpPath(const std::string& log) {
   return std::filesystem::path(log.substr(from, log.find('\r', from) - from)).wstring();
 }
 
-// Points the known local application data folder, on which the child builds its data
-// directory, at a scratch folder while it lives. Wine, like Windows, takes it from the user's
-// shell folders key, not from the environment; the old value comes back at the end.
-class LocalAppDataRedirect {
- public:
-  explicit LocalAppDataRedirect(const std::wstring& folder) {
-    DWORD size = sizeof(saved_);
-    RegGetValueW(HKEY_CURRENT_USER, kKey, kValue, RRF_RT_ANY | RRF_NOEXPAND | RRF_ZEROONFAILURE,
-                 nullptr, saved_, &size);
-    Set(folder.c_str());
-  }
-  ~LocalAppDataRedirect() {
-    if (saved_[0]) Set(saved_);
-    else RegDeleteKeyValueW(HKEY_CURRENT_USER, kKey, kValue);
-  }
-  LocalAppDataRedirect(const LocalAppDataRedirect&) = delete;
-  LocalAppDataRedirect& operator=(const LocalAppDataRedirect&) = delete;
-
- private:
-  void Set(const wchar_t* folder) {
-    RegSetKeyValueW(HKEY_CURRENT_USER, kKey, kValue, REG_EXPAND_SZ, folder,
-                    static_cast<DWORD>((std::wcslen(folder) + 1) * sizeof(wchar_t)));
-  }
-
-  static constexpr const wchar_t* kKey =
-      L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
-  static constexpr const wchar_t* kValue = L"Local AppData";
-  wchar_t saved_[MAX_PATH * 2] = {};
-};
-
 struct Crash {
   test::ProcessResult result;
   std::vector<std::wstring> boxes;
@@ -94,7 +65,9 @@ Crash RunCrashingChild(const std::wstring& local, const std::wstring& log_path) 
   wchar_t self[MAX_PATH * 2] = {};
   GetModuleFileNameW(nullptr, self, MAX_PATH * 2);
   const auto child = std::filesystem::path(self).replace_filename(L"hintwick_crash_child.exe");
-  const LocalAppDataRedirect redirect(local);
+  // Wine, like Windows, takes the folder from the user's shell folders, not the environment.
+  const test::SavedRegistryValue redirect(test::kShellFoldersKey, L"Local AppData");
+  redirect.Set(local);
   Crash crash;
   crash.earliest = NowAsDumpPath(local + L"\\Hintwick");
   crash.result = test::RunProcess(child, L"\"" + log_path + L"\"", 60000, &crash.boxes);

@@ -17,14 +17,13 @@
 #include "setup/installer.h"
 #include "setup/installer_rules.h"
 #include "support/box_answerer_win.h"
+#include "support/saved_registry_value_win.h"
 #include "support/test_files.h"
 
 namespace qn {
 namespace {
 
 using Strings = std::vector<std::wstring>;
-constexpr wchar_t kShellFolders[] =
-    L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
 
 // Value name -> text, or "#" and the number, or "?" for another type.
 std::map<std::wstring, std::wstring> Values(const wchar_t* key) {
@@ -43,26 +42,6 @@ std::map<std::wstring, std::wstring> Values(const wchar_t* key) {
   return values;
 }
 
-class SavedValue {
- public:
-  SavedValue(const wchar_t* key, const wchar_t* name) : key_(key), name_(name) {
-    had_ = !RegGetValueW(HKEY_CURRENT_USER, key, name, RRF_RT_ANY | RRF_NOEXPAND, &type_, data_,
-                         &size_);
-  }
-  ~SavedValue() {
-    if (had_)
-      RegSetKeyValueW(HKEY_CURRENT_USER, key_, name_, type_, data_, size_);
-    else
-      RegDeleteKeyValueW(HKEY_CURRENT_USER, key_, name_);
-  }
-
- private:
-  const wchar_t *key_, *name_;
-  bool had_ = false;
-  DWORD type_ = 0, size_ = 2048;
-  BYTE data_[2048] = {};
-};
-
 // "target|description" as the shell reads the shortcut; empty when there is none.
 std::wstring ReadShortcut(const std::wstring& path) {
   ComPtr<IShellLinkW> link;
@@ -80,11 +59,8 @@ class InstallerTest : public ::testing::Test {
     // The bench's prefix has none: one found here is somebody's and is left alone.
     if (!Values(kUninstallKey).empty()) GTEST_SKIP() << "an uninstall entry is already there";
     std::filesystem::create_directories(Local());  // the Programs folder is left to be made
-    for (const auto& [name, path] :
-         {std::pair{L"Local AppData", Local()}, {L"Programs", Programs()}}) {
-      RegSetKeyValueW(HKEY_CURRENT_USER, kShellFolders, name, REG_SZ, path.c_str(),
-                      static_cast<DWORD>((path.size() + 1) * sizeof(wchar_t)));
-    }
+    local_.Set(Local());
+    programs_.Set(Programs());
     Installer::SetLaunchForTesting([this](const std::wstring& exe) { launched_.push_back(exe); });
     boxes_.keep_captions = true;
   }
@@ -137,8 +113,9 @@ class InstallerTest : public ::testing::Test {
 
   const ComApartment com_{COINIT_APARTMENTTHREADED};
   test::TempDir scratch_;
-  SavedValue run_{kRunKey, L"Hintwick"}, cleanup_{kRunOnceKey, kCleanupValue},
-      local_{kShellFolders, L"Local AppData"}, programs_{kShellFolders, L"Programs"};
+  test::SavedRegistryValue run_{kRunKey, L"Hintwick"}, cleanup_{kRunOnceKey, kCleanupValue};
+  test::SavedRegistryValue local_{test::kShellFoldersKey, L"Local AppData"};
+  test::SavedRegistryValue programs_{test::kShellFoldersKey, L"Programs"};
   Strings launched_;
   test::BoxAnswerer boxes_{IDCANCEL};
 };
