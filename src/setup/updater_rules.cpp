@@ -116,6 +116,27 @@ std::wstring UpdateQuestionText(const UpdateInfo& info) {
   return text + L"\n\nDownload and install it now? Hintwick will restart.";
 }
 
+namespace {
+
+// Little-endian, as the file format is; nullopt past the end.
+std::optional<uint32_t> ReadLe(std::string_view bytes, size_t at, size_t size) {
+  if (at > bytes.size() || bytes.size() - at < size) return std::nullopt;
+  uint32_t value = 0;
+  for (size_t i = size; i-- > 0;) value = value << 8 | static_cast<uint8_t>(bytes[at + i]);
+  return value;
+}
+
+}  // namespace
+
+bool IsX64WindowsProgram(std::string_view bytes) {
+  constexpr uint32_t kMz = 0x5A4D, kPe = 0x4550, kAmd64 = 0x8664, kPe32Plus = 0x20B, kGui = 2;
+  const std::optional<uint32_t> header = ReadLe(bytes, 0x3C, 4);
+  if (ReadLe(bytes, 0, 2) != kMz || !header) return false;
+  const size_t optional = size_t{*header} + 24;  // past the signature and the file header
+  return ReadLe(bytes, *header, 4) == kPe && ReadLe(bytes, size_t{*header} + 4, 2) == kAmd64 &&
+         ReadLe(bytes, optional, 2) == kPe32Plus && ReadLe(bytes, optional + 68, 2) == kGui;
+}
+
 std::string HexLower(std::string_view bytes) {
   std::string hex;
   hex.reserve(bytes.size() * 2);

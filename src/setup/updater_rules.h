@@ -53,6 +53,8 @@ inline constexpr wchar_t kChecksumError[] =
     L"The downloaded update did not match its published checksum, so it was discarded.";
 inline constexpr wchar_t kSignatureError[] =
     L"The downloaded update is not signed by Hintwick's publisher, so it was discarded.";
+inline constexpr wchar_t kNotAProgramError[] =
+    L"The downloaded update is not a Hintwick program for this computer, so it was discarded.";
 inline constexpr wchar_t kWriteError[] = L"Could not write the update to disk.";
 inline constexpr wchar_t kMoveAsideError[] = L"Could not move the running program aside.";
 inline constexpr wchar_t kPutInPlaceError[] =
@@ -63,6 +65,11 @@ inline constexpr wchar_t kNotRestoredError[] =
     L"Hintwick with \".old\" added to its name.";
 
 // Lower-case hexadecimal, two characters a byte.
+// Whether the bytes are a 64-bit Windows program with a window (x64, PE32+, GUI subsystem).
+// Whatever its checksum and signature say, a file that is not one (the symbols or an archive
+// published under the program's name) must never take the program's place.
+bool IsX64WindowsProgram(std::string_view bytes);
+
 std::string HexLower(std::string_view bytes);
 // Even-length hexadecimal of either case; nothing for anything else.
 std::optional<std::string> DecodeHex(std::string_view text);

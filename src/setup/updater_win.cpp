@@ -16,17 +16,23 @@ bool WriteWholeFile(const std::wstring& path, const std::string& bytes) {
   UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return LogLastError(L"CreateFileW", kLogError);
+  const auto discard = [&](const wchar_t* call) {
+    LogLastError(call, kLogError);
+    file.reset();
+    DeleteFileW(path.c_str());
+    return false;
+  };
   for (size_t done = 0; done < bytes.size();) {
     const DWORD want = static_cast<DWORD>(std::min<size_t>(bytes.size() - done, 1u << 20));
     DWORD wrote = 0;
     if (!WriteFile(file.get(), bytes.data() + done, want, &wrote, nullptr) || wrote == 0) {
-      LogLastError(L"WriteFile", kLogError);
-      file.reset();
-      DeleteFileW(path.c_str());
-      return false;
+      return discard(L"WriteFile");
     }
     done += wrote;
   }
+  // On the disk before it takes the program's name: after a power cut, a renamed file whose
+  // bytes never arrived would leave no program at all.
+  if (!FlushFileBuffers(file.get())) return discard(L"FlushFileBuffers");
   return true;
 }
 
@@ -38,7 +44,9 @@ bool DeleteLeftover(const std::wstring& path) {
 }
 
 bool Rename(const std::wstring& from, const std::wstring& to) {
-  if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING)) return true;
+  if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    return true;
+  }
   return LogLastError(L"MoveFileExW", kLogError);
 }
 
@@ -96,6 +104,11 @@ bool Updater::Apply(const UpdateInfo& info, std::wstring& error) const {
   }
   if (!SignatureAccepted(info, digest)) {
     error = kSignatureError;
+    return false;
+  }
+  if (!IsX64WindowsProgram(*bytes)) {
+    Log(kLogError, L"update %hs is not an x64 Windows program; refusing it", info.version.c_str());
+    error = kNotAProgramError;
     return false;
   }
   if (!Swap(*bytes, error)) return false;

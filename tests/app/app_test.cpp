@@ -22,6 +22,7 @@
 #include "support/fake_tray_win.h"
 #include "support/gdi_frames_win.h"
 #include "support/hwnd_surface_win.h"
+#include "support/program_image.h"
 #include "support/test_files.h"
 #include "support/test_game.h"
 #include "support/test_game_win.h"
@@ -229,7 +230,7 @@ TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
   const test::TempDir dir;
   const std::wstring exe = dir.File(L"Hintwick.exe");
   test::WriteFileBytes(exe, "the running build");
-  const std::string next = "the new build";
+  const std::string next = test::ProgramImage("the new build");
   fake_->Script("GET", "/v1/version",
                 Reply(200, R"({"version":"0.1.8","url":")" + WideToUtf8(fake_->BaseUrl()) +
                                R"(/next.exe","sha256":")" + Updater::Sha256Hex(next) + R"("})"));

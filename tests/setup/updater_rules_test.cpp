@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "setup/updater_rules.h"
+#include "support/program_image.h"
 
 namespace qn {
 namespace {
@@ -30,6 +31,20 @@ TEST(UpdaterRulesTest, VersionsCompareByUpToFourNumericComponents) {
     SCOPED_TRACE(std::string(a) + " vs " + b);
     EXPECT_EQ(CompareVersions(a, b), expected);
     EXPECT_EQ(CompareVersions(b, a), -expected);
+  }
+}
+
+// Whatever its checksum, only an x64 Windows program with a window may replace ours.
+TEST(UpdaterRulesTest, OnlyAnX64WindowsProgramIsTakenForOne) {
+  const std::string program = test::ProgramImage("");
+  const auto with = [&](size_t at, char byte) { return std::string(program).replace(at, 1, 1, byte); };
+  EXPECT_TRUE(IsX64WindowsProgram(program));
+  for (const std::string& other : {with(0x45, '\x01'),          // another machine
+                                   with(0x58 + 68, '\x03'),     // console
+                                   with(0x59, '\x01'),          // PE32 (0x10B)
+                                   with(0x3C, '\xF0'),          // header past the end
+                                   program.substr(0, 0x9C), std::string("PK\x03\x04")}) {
+    EXPECT_FALSE(IsX64WindowsProgram(other)) << other.size();
   }
 }
 

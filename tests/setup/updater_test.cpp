@@ -15,6 +15,7 @@
 #include "net/http_client.h"
 #include "setup/updater.h"
 #include "support/fake_service.h"
+#include "support/program_image.h"
 #include "support/test_files.h"
 
 namespace qn {
@@ -23,21 +24,19 @@ namespace {
 using test::Reply;
 
 constexpr char kOldBytes[] = "MZ the running build 0.1.7";
-constexpr char kNewBytes[] = "MZ stand-in for the new build 0.2.0";
-constexpr char kNewSha[] = "dff91217c956a38bcaa3ea563d50d176785d31f143e50a716fa83f6f09c30a0c";
+const std::string kNewBytes = test::ProgramImage("stand-in for the new build 0.2.0");
+constexpr char kNewSha[] = "6ae3a6e219a544a1de8420a69b1bc2a05f9e71e0d134428f5fd084ad763f7306";
 constexpr char kZeroSha[] = "0000000000000000000000000000000000000000000000000000000000000000";
 constexpr char kFilePath[] = "/files/Hintwick-0.2.0.exe";
 // Made with openssl, as the README's release steps do: key A signs kNewBytes; key B is
 // anyone else's.
 constexpr char kKeyA[] =
-    "04a79281bfa5f7b6ff4024340fadf321a2d9cb843386cccb165b40a77d2b9a5a3be7f7381ec975f4655aee761e"
-    "8f54b5d7ebf8bf6bc0fce1e2eb51e594d6be2d3c";
+    "04d6a909ce84b7ef277b0058e27c395adb2a9fa721cdbe0c93c5a319687a8e286f7b155bf6e1194c04b1826ff2cd"
+    "09271309eae8233a7718900d639d9d299f8ee9";
 constexpr char kSignedByA[] =
-    "MEQCIGNyAgr0S25QI2ps/zQkkqPNYil4xuiOduR4zg+v7R1PAiADutCMiuE/tCQ07o2/"
-    "dhH05Ve+jjMvvixSZSWpRnDDUA==";
+    "MEQCIBdTjCFEb+fT30RWHkY32h9jy4SivFER9KXHwQx7OxLDAiAy3LeVqNTnxF9PRJuAV/GIVpShupLWlVmOIjQGeF2UUA==";
 constexpr char kSignedByB[] =
-    "MEUCIQD9+oqqdRMr1MeKDGEKeHO8hoQb8evVSlEIHp9vRsYo6gIgHC+"
-    "jtRdEw476EMXnYGLTcTcbubQsqPw35MhWd8t51V8=";
+    "MEUCIHxu6c0pOzit6PVoO8mfCUFEdyYcsLJQMmt0N92LtzDVAiEA9yBrK0568nz+g4fo2sqm2nFreVov6vKPZJUX742dH8k=";
 
 class UpdaterTest : public ::testing::Test {
  protected:
@@ -139,10 +138,10 @@ TEST_F(UpdaterTest, Sha256MatchesThePublishedVectors) {
 // a release key included. Applied: the new build at the executable's path, the old one at
 // ".old". Refused: the scratch folder exactly as it was.
 TEST_F(UpdaterTest, ADownloadIsWrittenOnlyWhenItPassesEveryCheck) {
-  constexpr char kUpperSha[] = "DFF91217C956A38BCAA3EA563D50D176785D31F143E50A716FA83F6F09C30A0C";
+  constexpr char kUpperSha[] = "6AE3A6E219A544A1DE8420A69B1BC2A05F9E71E0D134428F5FD084AD763F7306";
   constexpr char kUnsigned[] = "INFO  update 0.2.0 is unsigned; this build has no release key";
   constexpr char kVerified[] = "INFO  update 0.2.0 signature verified\r\n";
-  const size_t fits = sizeof(kNewBytes) - 1;
+  const size_t fits = kNewBytes.size();
   const struct {
     const char* what;
     const char* key;
@@ -155,7 +154,7 @@ TEST_F(UpdaterTest, ADownloadIsWrittenOnlyWhenItPassesEveryCheck) {
       {"unsigned, no key", "", "", kNewSha, fits, nullptr, kUnsigned},
       {"checksum in upper case", "", "", kUpperSha, fits, nullptr, "0.2.0 staged; restarting\r\n"},
       {"checksum of another file", "", "", kZeroSha, fits, kChecksumError, "expected 0000"},
-      {"one byte over the cap", "", "", kNewSha, fits - 1, kDownloadError, "over 34 bytes"},
+      {"one byte over the cap", "", "", kNewSha, fits - 1, kDownloadError, "over 191 bytes"},
       {"no key, any signature", "", kSignedByB, kNewSha, fits, nullptr, kUnsigned},
       {"key, signed", kKeyA, kSignedByA, kNewSha, fits, nullptr, kVerified},
       {"key, unsigned", kKeyA, "", kNewSha, fits, kSignatureError, "unsigned; refusing"},
@@ -172,6 +171,14 @@ TEST_F(UpdaterTest, ADownloadIsWrittenOnlyWhenItPassesEveryCheck) {
     const std::vector<std::string> applied{kNewBytes, kOldBytes, "-"}, refused{kOldBytes, "-", "-"};
     EXPECT_EQ(OnDisk(), c.error ? refused : applied);
   }
+  Reset();  // the right checksum, but an archive published under the program's name
+  service_.Script("GET", "/files/H.zip", Reply(200, "PK not a program"));
+  UpdateInfo archive = Offer(Updater::Sha256Hex("PK not a program").c_str());
+  archive.url = WideToUtf8(service_.BaseUrl()) + "/files/H.zip";
+  std::wstring error;
+  EXPECT_FALSE(Updater({.exe_path = exe_}).Apply(archive, error));
+  EXPECT_EQ(error, kNotAProgramError);
+  EXPECT_EQ(OnDisk(), (std::vector<std::string>{kOldBytes, "-", "-"}));
 }
 
 // A body of many reads comes back whole whether it arrives with a length or in chunks; the cap
