@@ -144,10 +144,6 @@ TEST_F(InstallerTest, TheProgramInstallsOverItselfAndRemovesItsOwnRunningFile) {
   ASSERT_TRUE(test::PathExists(moved)) << testing::PrintToString(cleanup);
   test::RunProcess(L"C:\\windows\\system32\\cmd.exe", cleanup.substr(8), 60000);
   EXPECT_FALSE(test::PathExists(moved));
-
-  int code = -1;  // not a switch: the program starts as usual
-  EXPECT_FALSE(Installer::HandleArguments({L"--INSTALL", L"--autostart"}, &code));
-  EXPECT_FALSE(Installer::HandleCommandLine(&code));  // this test program's own
 }
 
 // In order, on one profile: Cancel leaves nothing at all, and a purge leaves no folder. (No,

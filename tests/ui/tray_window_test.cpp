@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -229,7 +230,6 @@ TEST_F(TrayWindowTest, SignInWithEnterThenSaveTabAroundAndSignOut) {
     EXPECT_EQ(Text(window, kIdPassword), L"");
     EXPECT_FALSE(PasswordInMemory());
   }
-  EXPECT_EQ(fake_->Requests()[0].body.rfind(R"({"email":"p@x.org","password":"Tr0ub4dor&3-horse")", 0), 0u);
   EXPECT_EQ(EnabledOf(window, account), Ids{kIdSignOut});
   EXPECT_EQ(Text(window, kIdProgress), L"hintwick_test_game: Act 2  (gate level 3)");
   EXPECT_TRUE(Enabled(window, kIdResetProgress));
@@ -298,13 +298,9 @@ TEST_F(TrayWindowTest, ControlsEditTheSettingsAndSaveSaysHowFarItGot) {
   RemoveDirectoryW(blocker.c_str());
   const Settings saved =
       ParseSettingsText(test::ReadFileBytes(StatePath(L"config.json")).value_or(""));
-  EXPECT_EQ(saved.hotkey_mods, kModCtrl | kModAlt);
-  EXPECT_EQ(saved.hotkey_vk, static_cast<uint32_t>(VK_F1));
-  EXPECT_EQ(saved.blur_pct, 0);
-  EXPECT_EQ(saved.drawer_pct, 45);
-  EXPECT_FALSE(saved.sound_enabled);
-  EXPECT_EQ(saved.directness, 2);
-  EXPECT_TRUE(saved.spoilers_ok);
+  EXPECT_EQ(std::tuple(saved.hotkey_mods, saved.hotkey_vk, saved.blur_pct, saved.drawer_pct,
+                       saved.sound_enabled, saved.directness, saved.spoilers_ok),
+            std::tuple(kModCtrl | kModAlt, uint32_t{VK_F1}, 0, 45, false, 2, true));
   const auto patches = RequestsTo(kMemory);
   ASSERT_EQ(patches.size(), 3u);  // the progress read, then one patch per save that reached the disk
   EXPECT_EQ(patches[1].body, R"({"directness":"answer","spoilers_ok":true})");

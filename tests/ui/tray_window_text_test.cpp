@@ -30,15 +30,6 @@ TEST(TrayWindowText, HotkeyCaptureTakesOnlyCombinationsWithAModifier) {
   }
 }
 
-// What the window's own tests cannot reach: labels at their other values, a refusal's reason,
-// and the paste filter's other characters.
-TEST(TrayWindowText, LabelsAndStatusTexts) {
-  EXPECT_EQ(BlurLabel(1), L"Background blur: 1%");
-  EXPECT_EQ(VolumeLabel(0), L"Volume: 0%");
-  EXPECT_EQ(AccountStatusText(false, L"", L"Wrong password."), L"Not signed in - Wrong password.");
-  EXPECT_EQ(WithoutControlCharacters(L"\tpa ss\x7F\u00e9\r\n"), L"pa ss\u00e9");
-}
-
 TEST(TrayWindowText, ProgressSaysWhatGatesTheAnswersAndWhenResetMakesSense) {
   const struct {
     const wchar_t* game;
@@ -49,7 +40,6 @@ TEST(TrayWindowText, ProgressSaysWhatGatesTheAnswersAndWhenResetMakesSense) {
   } cases[] = {
       {L"hades", true, std::nullopt, L"hades: could not reach the service.", false},
       {L"hades", true, ProgressRead{false, L"", 0}, L"hades: could not reach the service.", false},
-      {L"hades", true, ProgressRead{true, L"Elysium", 3}, L"hades: Elysium  (gate level 3)", true},
   };
   for (const auto& c : cases) {
     const ProgressText got = DescribeProgress(c.game, c.signed_in, c.read);
