@@ -89,6 +89,7 @@ void Conversation::CarryOut(const TurnEffects& effects) {
   if (effects.play_chime) PlayChime();
   if (effects.clear_chime_pending) chime_pending_ = false;
   if (effects.arm_idle_timer && callbacks_.arm_idle_release) callbacks_.arm_idle_release();
+  if (effects.progress_changed && callbacks_.progress_changed) callbacks_.progress_changed();
 }
 
 // Not a null owner: with none, EmptyClipboard leaves a clipboard that SetClipboardData

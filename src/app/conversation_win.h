@@ -30,6 +30,8 @@ class Conversation {
     std::function<DrawerFacts()> drawer;
     // An answer finished behind the closed drawer: its graphics may be released later.
     std::function<void()> arm_idle_release;
+    // The service's record of the player's progress changed during an answer.
+    std::function<void()> progress_changed;
   };
 
   // `window` receives the session's events and owns the clipboard while an answer is copied;

@@ -94,7 +94,9 @@ TurnEffects ChatTurns::Apply(ChatTurnId turn, const std::string* event,
   if (turn != current_) return {};
   if (!event) return End(context, model);
   if (context.view_ready) ApplyEvent(*event, context, model);
-  return {};
+  TurnEffects effects;
+  effects.progress_changed = JsonGetString(*event, "type") == "memory";
+  return effects;
 }
 
 // The chime tells a player who closed the drawer mid-answer that it is complete; one who

@@ -42,6 +42,8 @@ struct TurnEffects {
   // Releases the drawer's graphics after a while, as closing the drawer does: they were
   // kept only for the answer that has now finished behind the closed drawer.
   bool arm_idle_timer = false;
+  // The service changed its record of the player's progress: what shows it is out of date.
+  bool progress_changed = false;
 
   bool operator==(const TurnEffects&) const = default;
 };

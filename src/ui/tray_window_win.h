@@ -34,6 +34,10 @@ class TrayWindow {
   // For IsDialogMessageW; null while closed.
   HWND get() const { return window_; }
   void Close();
+  // Reads the recorded progress again once the window gets to it; nothing while closed.
+  void RefreshProgress() const {
+    if (window_) PostMessageW(window_, kMsgRefreshProgress, 0, 0);
+  }
 
  private:
   friend struct TrayWindowAccess;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -73,7 +74,14 @@ TEST(ChatTurns, EachEventChangesTheConversationInArrivalOrder) {
     const TurnContext context{"g", c.view_ready, false, true, true, true};
     Chat chat;
     chat.Ask();
-    for (const std::string& event : c.events) chat.Deliver(event, context);
+    bool progress_changed = false;  // only a memory event says so, drawn or not
+    for (const std::string& event : c.events) {
+      progress_changed |= chat.Deliver(event, context).progress_changed;
+    }
+    const bool memory_event = std::any_of(c.events.begin(), c.events.end(), [](const auto& e) {
+      return e.find(R"("type":"memory")") != std::string::npos;
+    });
+    EXPECT_EQ(progress_changed, memory_event);
     EXPECT_TRUE(chat.Deliver(kEnd, context).clear_chime_pending);
     EXPECT_EQ(chat.Conversation(), c.conversation);
     EXPECT_EQ(chat.model.StatusLine(), c.status);
