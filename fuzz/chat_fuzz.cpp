@@ -1,6 +1,5 @@
-// Arbitrary UTF-16 through the emphasis pass of chat answers. Besides memory errors
-// (ASan/UBSan) it checks what must hold for any input: spans inside the display text and
-// apart from each other, and a display text that is the raw text less some markers.
+// Arbitrary UTF-16 through the emphasis pass of chat answers, under ASan/UBSan: spans stay
+// inside the display text and apart, and the display text is the raw text less markers.
 #include <cstddef>
 #include <cstdint>
 #include <string>

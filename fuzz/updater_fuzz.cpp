@@ -1,6 +1,5 @@
-// Arbitrary bytes through the updater's readers: the manifest, version order and the
-// signature encodings. Besides memory errors it checks what no table can sweep: the version
-// order is a total preorder, an offer is always complete, and hex round-trips.
+// Arbitrary bytes through the updater's manifest, version order and signature encodings, under
+// ASan/UBSan, with the properties no table can sweep.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

@@ -1,16 +1,13 @@
-// The drawer control over a stand-in game in a process of its own, under Wine: each refusal
-// and fallback of an opening, and what the foreground and the game's window do to an open
-// drawer. Wine has neither DirectComposition nor window capture, so the drawer shows through
-// a swap chain on its own window and takes its frames with GDI, unless a case is about the
-// system's own.
+// The drawer control over a stand-in game in a process of its own. Wine has neither
+// DirectComposition nor window capture, so the drawer shows through a swap chain on its own
+// window and takes its frames with GDI, unless a case is about the system's own.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
-#include <utility>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/drawer_control_win.h"
@@ -35,9 +32,6 @@ class RefusingRenderer : public Renderer {
   bool CreateStates() override { return false; }
 };
 
-bool Yes() { return true; }
-bool Hidden(HWND) { return true; }
-
 DrawerSeams WineSeams() {
   DrawerSeams seams;
   seams.surface = [] { return test::MakeHwndSurface(); };
@@ -49,7 +43,6 @@ DrawerSeams WineSeams() {
 class DrawerControlTest : public testing::Test {
  protected:
   void SetUp() override {
-    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     ASSERT_TRUE(window_.Create(GetModuleHandleW(nullptr)));
     window_.OnTimer(kTickTimer, [this] { drawer_->Tick(); });
     window_.OnTimer(kIdleReleaseTimer, [this] { drawer_->ReleaseIdleGraphics(); });
@@ -60,7 +53,6 @@ class DrawerControlTest : public testing::Test {
     drawer_.reset();
     RemoveKeyboardCaptureHook();
     window_.Destroy();
-    CoUninitialize();
   }
 
   DrawerControl& MakeDrawer(DrawerSeams seams) {
@@ -75,8 +67,8 @@ class DrawerControlTest : public testing::Test {
     drawer_->Attach(window_.get());
     return *drawer_;
   }
-  bool PumpUntil(const std::function<bool()>& done) { return test::PumpUntil(done); }
 
+  ComApartment com_{COINIT_APARTMENTTHREADED};
   test::CapturedLog log_;
   MessageWindow window_;
   ForegroundTracker foreground_;
@@ -90,11 +82,11 @@ class DrawerControlTest : public testing::Test {
 TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
   DrawerSeams exclusive = WineSeams(), no_renderer = WineSeams(), system_surface = WineSeams(),
               system_frames = WineSeams(), elevated = WineSeams();
-  exclusive.d3d_fullscreen = &Yes;
+  exclusive.d3d_fullscreen = [] { return true; };
   no_renderer.renderer = [] { return std::make_unique<RefusingRenderer>(); };
   system_surface.surface = nullptr;
   system_frames.frames = nullptr;
-  elevated.keys_hidden = &Hidden;
+  elevated.keys_hidden = [](HWND) { return true; };
   const struct {
     const char* name;
     DrawerSeams seams;
@@ -105,12 +97,9 @@ TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
   } cases[] = {
       {"exclusive", exclusive, kWholeScreen, false,
        "WARN  target is exclusive fullscreen; refusing to open (would minimise the game)", true},
-      {"windowed beside a full-screen game", exclusive, kWindowed, true,
-       "INFO  drawer open over"},
-      {"renderer", no_renderer, kWindowed, false,
-       "ERROR renderer init failed; cannot open"},
-      {"overlay", system_surface, kWindowed, false,
-       "ERROR overlay create failed; cannot open"},
+      {"windowed beside a full-screen game", exclusive, kWindowed, true, "INFO  drawer open over"},
+      {"renderer", no_renderer, kWindowed, false, "ERROR renderer init failed; cannot open"},
+      {"overlay", system_surface, kWindowed, false, "ERROR overlay create failed; cannot open"},
       {"capture", system_frames, kWindowed, true,
        "WARN  capture failed to start; the drawer will show a flat scrim"},
       {"elevated", elevated, kWindowed, true,
@@ -132,16 +121,11 @@ TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
       EXPECT_EQ(GetForegroundWindow(), drawer.DrawerWindowHandle());
       EXPECT_EQ(model_.Messages().back().role, kRoleNotice);
       drawer.CloseNow();
-      EXPECT_TRUE(PumpUntil([&] { return GetForegroundWindow() == game.window(); }));
+      EXPECT_TRUE(test::PumpUntil([&] { return GetForegroundWindow() == game.window(); }));
     } else if (c.opens) {
       EXPECT_EQ(GetForegroundWindow(), game.window()) << "the game keeps the focus";
     }
   }
-  // Refused by the system's own composition, the drawer opens once a surface can be had.
-  MakeDrawer(WineSeams());
-  const test::TestGame game(kWindowed);
-  drawer_->Open();
-  EXPECT_TRUE(drawer_->IsOpen());
 }
 
 // Neither the shell nor this program is a game: the drawer stays shut over them, and the
@@ -154,7 +138,7 @@ TEST_F(DrawerControlTest, TheShellOrThisProgramInFrontIsNoGame) {
   const UniqueHwnd own(test::CreateTestWindow(L"DrawerControlTest", &DefWindowProcW,
                                               WS_POPUP | WS_VISIBLE, nullptr));
   SetForegroundWindow(own.get());
-  ASSERT_TRUE(PumpUntil([&] { return GetForegroundWindow() == own.get(); }));
+  ASSERT_TRUE(test::PumpUntil([&] { return GetForegroundWindow() == own.get(); }));
   drawer.Open();
   EXPECT_FALSE(drawer.IsOpen());
   EXPECT_TRUE(log_.Has("INFO  foreground is the shell; not opening"));
@@ -163,7 +147,8 @@ TEST_F(DrawerControlTest, TheShellOrThisProgramInFrontIsNoGame) {
   for (int i = 0; i < 2; ++i) drawer.OnForeground(own.get());  // asked once
   EXPECT_EQ(log_.Count("foreground returned to the shell; asking about the deferred update"), 1u);
   MSG quit;
-  EXPECT_TRUE(PeekMessageW(&quit, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE)) << "the update needs a quit";
+  EXPECT_TRUE(PeekMessageW(&quit, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE))
+      << "the update needs a quit";
   EXPECT_EQ(drawer.Facts().game_key, "hintwick_test_game");
 }
 

@@ -54,10 +54,7 @@ TEST(KeyCapture, DecidesWhatTheGameAndTheSystemStillSee) {
         << "key " << c.stroke.key << " row " << &c - cases;
     EXPECT_EQ(FiresFallbackHotkey(c.stroke, kShiftAltX), c.fires) << "row " << &c - cases;
   }
-}
-
-// Win is the system's: a hotkey naming it fires without it.
-TEST(KeyCapture, TheFallbackFiresWhateverWinDoes) {
+  // Win is the system's: a hotkey naming it fires without it.
   EXPECT_TRUE(
       FiresFallbackHotkey({'X', A::kDown, kShiftAlt}, {kModShift | kModAlt | kModWin, 'X'}));
   EXPECT_TRUE(FiresFallbackHotkey({112, A::kDown, {true, false, true}}, {kModCtrl | kModAlt, 112}));

@@ -76,9 +76,6 @@ TEST(ChatViewDraw, ConversationReadsOverTheTintAndStaysInsideTheView) {
                  L"You need the **tide key** first. It sits in the *reading room* upstairs, "
                  L"behind the bookcase that slides when you pull the `lever` twice.");
     chat.SetText(kRoleNotice, L"Noted \u2014 reached the Sunken Archive");
-    chat.SetText(kRoleQuestion, L"Thanks! Is there a save point after that?");
-    chat.BeginAnswer();
-    chat.AppendAnswer(L"Yes: the lantern on the stone bridge, right past the gate.");
     for (const wchar_t c : std::wstring(L"And a boss")) chat.InsertChar(c);
     if (scale == 1) {
       EXPECT_TRUE(Render(&view, 1, 0, nullptr).pixels == backdrop.pixels) << "drawn at opacity 0";

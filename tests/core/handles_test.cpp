@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <utility>
 #include <vector>
 
 #include "core/failure_log.h"
 #include "core/handles.h"
-#include "core/posted_message.h"
 #include "support/test_files.h"
 
 namespace qn {
@@ -35,28 +33,6 @@ TEST(UniqueHandle, ClosesEachHandleOnceAndKeepsTheLastError) {
   }
   EXPECT_EQ(g_closed, (std::vector<int>{2, 3, 4, 1}));
   EXPECT_FALSE(UniqueFileHandle(INVALID_HANDLE_VALUE));
-}
-
-// A refused post frees its payload; a delivered one is adopted as the type it was sent as.
-TEST(PostedMessage, PayloadIsOwnedByExactlyOneSide) {
-  using Payload = std::shared_ptr<int>;  // its use count tells whether a copy is still alive
-  constexpr PostedMessage<Payload> kMessage{WM_APP + 9};
-  const auto make_window = [] {
-    return UniqueHwnd(
-        CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr));
-  };
-  const Payload token = std::make_shared<int>(0);
-  const HWND gone = make_window().get();  // destroyed at the end of this statement
-  EXPECT_FALSE(PostOwned(gone, kMessage, std::make_unique<Payload>(token)));
-  EXPECT_EQ(token.use_count(), 1);
-
-  const UniqueHwnd window = make_window();
-  ASSERT_TRUE(PostOwned(window.get(), kMessage, std::make_unique<Payload>(token)));
-  MSG message{};
-  ASSERT_TRUE(PeekMessageW(&message, window.get(), kMessage.id, kMessage.id, PM_REMOVE));
-  EXPECT_EQ(token.use_count(), 2);
-  EXPECT_EQ(*AdoptPosted(kMessage, message.wParam), token);
-  EXPECT_EQ(token.use_count(), 1);
 }
 
 // Per-frame calls log the first failure of a run only, each call on its own.

@@ -13,7 +13,6 @@ namespace qn {
 namespace {
 
 using namespace std::string_literals;
-using Strings = std::vector<std::string>;
 
 TEST(Json, FindsOnlyMembersOfTheOutermostObjectAndReadsNumbersAsStrtoll) {
   const struct {
@@ -53,7 +52,7 @@ TEST(Json, DecodesStringLiterals) {
 
 TEST(Json, StringArraysStopAtTheFirstOtherValue) {
   const std::string text = R"({"s":"v","a":["x", "y",,"z",1,"w"]})";
-  EXPECT_EQ(JsonGetStringArray(text, "a"), (Strings{"x", "y", "z"}));
+  EXPECT_EQ(JsonGetStringArray(text, "a"), (std::vector<std::string>{"x", "y", "z"}));
 }
 
 TEST(Json, WritesEscapedFlatObjects) {

@@ -16,7 +16,6 @@ TEST(SettingsText, EveryKeyIsReadAndWrittenInTheFixedLayout) {
       R"({"spoilers_ok":true,"password":"hunter2","base_url":"http://h\u00e9/\"q\\",)"
       R"("email":"p\t\"1\"","hotkey_mods":10,"hotkey_vk":116,"drawer_pct":20,"blur_pct":0,)"
       R"("sound_enabled":false,"sound_volume":100,"directness":"answer"})");
-  EXPECT_TRUE(s.password_migration_pending);
   EXPECT_EQ(s.legacy_password, "hunter2");
   EXPECT_EQ(SettingsFileText(s),
             "{\n"

@@ -22,7 +22,7 @@ std::wstring Units(std::initializer_list<uint32_t> units) {
 
 constexpr wchar_t kBad = 0xFFFD;
 
-TEST(Utf, WellFormedTextConvertsBothWays) {
+TEST(Utf, ConvertsBothWaysAndReplacesWhatIsIllFormed) {
   const std::pair<std::string, std::wstring> cases[] = {
       {"a\0\x7F"s, Units({0x61, 0, 0x7F})},
       {"\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF", Units({0x80, 0x7FF, 0x800, 0xFFFF})},
@@ -32,12 +32,9 @@ TEST(Utf, WellFormedTextConvertsBothWays) {
     EXPECT_EQ(Utf8ToWide(utf8), wide);
     EXPECT_EQ(WideToUtf8(wide), utf8);
   }
-}
-
-// One U+FFFD per maximal subpart: a sequence is abandoned at the first byte that cannot
-// continue it, and that byte is then read afresh.
-TEST(Utf, IllFormedTextBecomesReplacementCharacters) {
-  const std::pair<std::string, std::wstring> cases[] = {
+  // Ill-formed: one U+FFFD per maximal subpart, a sequence being abandoned at the first byte
+  // that cannot continue it, and that byte then read afresh.
+  const std::pair<std::string, std::wstring> ill_formed[] = {
       {"\xC0\xAF\xE0\x9F\xBF\xF0\x8F\xBF\xBF", std::wstring(9, kBad)},  // overlong
       {"\xED\xA0\x80", Units({kBad, kBad, kBad})},                      // encoded surrogate
       {"\xF4\x90\x80\x80", Units({kBad, kBad, kBad, kBad})},            // above U+10FFFF
@@ -45,7 +42,7 @@ TEST(Utf, IllFormedTextBecomesReplacementCharacters) {
       {"\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64",
        Units({0x61, kBad, kBad, kBad, 0x62, kBad, 0x63, kBad, kBad, 0x64})},
   };
-  for (const auto& [utf8, wide] : cases) EXPECT_EQ(Utf8ToWide(utf8), wide);
+  for (const auto& [utf8, wide] : ill_formed) EXPECT_EQ(Utf8ToWide(utf8), wide);
   // Lone surrogates in either order become U+FFFD; a pair after them still pairs.
   EXPECT_EQ(WideToUtf8(Units({0xDE00, 0xD83D, 0xD83D, 0xDE00, 0x41})),
             "\xEF\xBF\xBD\xEF\xBF\xBD\xF0\x9F\x98\x80\x41");
