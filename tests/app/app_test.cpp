@@ -249,10 +249,7 @@ TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
   app_->Drawer().OnForeground(GetDesktopWindow());
   EXPECT_TRUE(log_.Has("INFO  foreground returned to the shell; asking about the deferred update"));
   ASSERT_EQ(boxes_.texts.size(), 1u);
-  EXPECT_EQ(boxes_.texts[0].rfind(L"A new version of Hintwick is available.\n\nYou have 0.1.7, the "
-                             L"latest is 0.1.8.\n\nDownload and install it now?", 0),
-            0u)
-      << boxes_.texts[0];
+  EXPECT_NE(boxes_.texts[0].find(L"You have 0.1.7, the latest is 0.1.8."), std::wstring::npos);
   EXPECT_EQ(test::ReadFileBytes(exe), "the running build");
 
   boxes_.answer = IDYES;  // the update itself and the hand-over: the end-to-end test's part

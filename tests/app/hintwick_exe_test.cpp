@@ -129,14 +129,6 @@ TEST_F(HintwickExeTest, IconGroupOffersEveryShellSizeAt32Bits) {
   EXPECT_EQ(widths, (std::vector<int>{16, 20, 24, 32, 48, 256}));
 }
 
-// The program as built but able to start under Wine; beside the test folders.
-std::wstring ProgramOnWine() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  const std::wstring program = path;
-  return program.substr(0, program.find_last_of(L"\\")) + L"\\..\\support\\hintwick_on_wine.exe";
-}
-
 // Waits for the running instance's message window, and its process.
 UniqueKernelHandle RunningInstance(HWND& window) {
   const ULONGLONG deadline = GetTickCount64() + 30000;
@@ -154,7 +146,7 @@ UniqueKernelHandle RunningInstance(HWND& window) {
 // the next build runs from the same path (the old file it removes is beside its own), finds
 // itself up to date.
 TEST(HintwickUpdate, TheNextBuildRunsFromTheSamePath) {
-  const std::optional<std::string> bytes = test::ReadFileBytes(ProgramOnWine());
+  const std::optional<std::string> bytes = test::ReadFileBytes(test::SupportProgram(L"hintwick_on_wine.exe"));
   ASSERT_TRUE(bytes);
   const test::TempDir dir;
   const std::wstring exe = dir.File(L"Hintwick.exe");

@@ -54,6 +54,9 @@ T ReadAt(std::string_view bytes, size_t offset) {
 void WriteFileBytes(const std::wstring& path, const std::string& bytes);
 bool PathExists(const std::wstring& path);
 
+// A program built with the test helpers, in tests/support beside the test folders.
+std::wstring SupportProgram(const wchar_t* name);
+
 // The Windows path of a program built next to the tests, from HINTWICK_EXE.
 std::optional<std::wstring> HintwickExePath();
 

@@ -66,6 +66,14 @@ bool PathExists(const std::wstring& path) {
   return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+std::wstring SupportProgram(const wchar_t* name) {
+  wchar_t path[MAX_PATH * 2] = {};
+  GetModuleFileNameW(nullptr, path, MAX_PATH * 2);
+  std::wstring folder(path);
+  folder.resize(folder.find_last_of(L'\\'));
+  return folder + L"\\..\\support\\" + name;
+}
+
 std::optional<std::wstring> HintwickExePath() {
   wchar_t buffer[MAX_PATH * 2];
   const DWORD length =

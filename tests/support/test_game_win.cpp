@@ -2,17 +2,10 @@
 
 #include <string>
 
+#include "support/test_files.h"
+
 namespace qn::test {
 namespace {
-
-// Built beside the test folders: tests/support/hintwick_test_game.exe.
-std::wstring GamePath() {
-  wchar_t path[MAX_PATH * 2] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH * 2);
-  std::wstring folder(path);
-  folder.resize(folder.find_last_of(L'\\'));
-  return folder + L"\\..\\support\\hintwick_test_game.exe";
-}
 
 HWND FindGameOf(DWORD process_id) {
   for (HWND window = FindWindowW(L"HintwickTestGame", nullptr); window;
@@ -27,7 +20,7 @@ HWND FindGameOf(DWORD process_id) {
 }  // namespace
 
 TestGame::TestGame(const RECT& rect) {
-  std::wstring command = L"\"" + GamePath() + L"\" " + std::to_wstring(rect.left) + L" " +
+  std::wstring command = L"\"" + SupportProgram(L"hintwick_test_game.exe") + L"\" " + std::to_wstring(rect.left) + L" " +
                          std::to_wstring(rect.top) + L" " + std::to_wstring(rect.right - rect.left) +
                          L" " + std::to_wstring(rect.bottom - rect.top);
   STARTUPINFOW startup = {};

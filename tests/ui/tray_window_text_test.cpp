@@ -7,6 +7,7 @@
 namespace qn {
 namespace {
 
+// A plain letter and Ctrl+Alt+F1 are the window's own test; here the other keys.
 TEST(TrayWindowText, HotkeyCaptureTakesOnlyCombinationsWithAModifier) {
   using U = HotkeyKeyUse;
   const struct {
@@ -15,8 +16,6 @@ TEST(TrayWindowText, HotkeyCaptureTakesOnlyCombinationsWithAModifier) {
     U use;
     uint32_t modifiers;
   } cases[] = {
-      {'A', false, false, false, U::kRefuse, 0},  // would fire while typing in the game
-      {0x70, true, false, true, U::kAccept, kModCtrl | kModAlt},  // Ctrl+Alt+F1
       {'X', false, true, true, U::kAccept, kModShift | kModAlt},
       {27, true, false, false, U::kCancel, 0},  // Escape keeps the old hotkey
       {16, false, true, false, U::kIgnore, 0},  {17, true, false, false, U::kIgnore, 0},
