@@ -53,15 +53,32 @@ UniqueHfont MessageFont(UINT dpi, LONG weight) {
   if (SystemParametersInfoForDpi(SPI_GETNONCLIENTMETRICS, sizeof(metrics), &metrics, 0, dpi)) {
     font = metrics.lfMessageFont;
   } else {
-    font.lfHeight = -MulDiv(12, static_cast<int>(dpi), USER_DEFAULT_SCREEN_DPI);
+    font.lfHeight = -Scaled(12, dpi);
     wcscpy_s(font.lfFaceName, L"Segoe UI");
   }
   if (weight != 0) font.lfWeight = weight;
   return UniqueHfont(CreateFontIndirectW(&font));
 }
 
-int Scaled(int length, UINT dpi) {
-  return MulDiv(length, static_cast<int>(dpi), USER_DEFAULT_SCREEN_DPI);
+// Each slider, the label that names it and the setting it edits.
+struct SliderField {
+  int slider;
+  int label;
+  int32_t Settings::*value;
+  std::wstring (*text)(int percent);
+  int low, high;
+};
+constexpr SliderField kSliderFields[] = {
+    {kIdDrawerSlider, kIdDrawerLabel, &Settings::drawer_pct, &DrawerHeightLabel, 20, 50},
+    {kIdBlurSlider, kIdBlurLabel, &Settings::blur_pct, &BlurLabel, 0, 100},
+    {kIdVolumeSlider, kIdVolumeLabel, &Settings::sound_volume, &VolumeLabel, 0, 100},
+};
+
+const SliderField* SliderFieldOf(int slider) {
+  for (const SliderField& field : kSliderFields) {
+    if (field.slider == slider) return &field;
+  }
+  return nullptr;
 }
 
 constexpr UINT_PTR kFocusSubclass = 2;
@@ -81,13 +98,10 @@ void SetupControl(HWND control, const ControlPlan& plan) {
   if (GetWindowLongPtrW(control, GWL_STYLE) & WS_TABSTOP) {
     SetWindowSubclass(control, &ReportFocus, kFocusSubclass, 0);
   }
-  const auto range = [control](int low, int high) {
-    SendMessageW(control, TBM_SETRANGE, FALSE, MAKELPARAM(low, high));
-  };
+  if (const SliderField* field = SliderFieldOf(plan.id)) {
+    SendMessageW(control, TBM_SETRANGE, FALSE, MAKELPARAM(field->low, field->high));
+  }
   switch (plan.id) {
-    case kIdDrawerSlider: range(20, 50); break;
-    case kIdBlurSlider:
-    case kIdVolumeSlider: range(0, 100); break;
     case kIdPassword: SubclassPasswordBox(control); break;
     case kIdDirectness:
       for (const wchar_t* style : {L"Coach - ask first, answer last",
@@ -103,6 +117,10 @@ HWND Control(const TrayWindowState& state, int id) { return GetDlgItem(state.win
 
 void SetText(HWND window, int id, const std::wstring& text) {
   SetDlgItemTextW(window, id, text.c_str());
+}
+
+void ShowSliderLabel(const TrayWindowState& state, const SliderField& field) {
+  SetText(state.window, field.label, field.text(state.working.*field.value));
 }
 
 }  // namespace
@@ -143,13 +161,10 @@ void LayOutForDpi(TrayWindowState& state, UINT dpi) {
 
 void ShowWorkingSettings(const TrayWindowState& state) {
   const Settings& s = state.working;
-  const auto position = [&](int id, int value) {
-    SendMessageW(Control(state, id), TBM_SETPOS, TRUE, value);
-    ShowSliderLabel(state, id);
-  };
-  position(kIdDrawerSlider, s.drawer_pct);
-  position(kIdBlurSlider, s.blur_pct);
-  position(kIdVolumeSlider, s.sound_volume);
+  for (const SliderField& field : kSliderFields) {
+    SendMessageW(Control(state, field.slider), TBM_SETPOS, TRUE, s.*field.value);
+    ShowSliderLabel(state, field);
+  }
   CheckDlgButton(state.window, kIdSound, s.sound_enabled ? BST_CHECKED : BST_UNCHECKED);
   EnableControl(state.window, kIdVolumeSlider, s.sound_enabled);
   CheckDlgButton(state.window, kIdSpoilers, s.spoilers_ok ? BST_CHECKED : BST_UNCHECKED);
@@ -162,17 +177,11 @@ void ShowHotkey(const TrayWindowState& state) {
   SetText(state.window, kIdHotkey, HotkeyButtonText(hotkey, state.capturing_hotkey));
 }
 
-void ShowSliderLabel(const TrayWindowState& state, int slider_id) {
-  switch (slider_id) {
-    case kIdDrawerSlider:
-      SetText(state.window, kIdDrawerLabel, DrawerHeightLabel(state.working.drawer_pct));
-      break;
-    case kIdBlurSlider: SetText(state.window, kIdBlurLabel, BlurLabel(state.working.blur_pct)); break;
-    case kIdVolumeSlider:
-      SetText(state.window, kIdVolumeLabel, VolumeLabel(state.working.sound_volume));
-      break;
-    default: break;
-  }
+void TakeSliderPosition(TrayWindowState& state, HWND slider) {
+  const SliderField* field = SliderFieldOf(GetDlgCtrlID(slider));
+  if (!field) return;
+  state.working.*field->value = static_cast<int32_t>(SendMessageW(slider, TBM_GETPOS, 0, 0));
+  ShowSliderLabel(state, *field);
 }
 
 void ShowAccountStatus(const TrayWindowState& state, const std::wstring& last_error) {
@@ -201,9 +210,13 @@ void ShowProgress(const TrayWindowState& state) {
   EnableControl(state.window, kIdResetProgress, shown.reset_enabled);
 }
 
+int DefaultButtonId(const TrayWindowState& state) {
+  return DefaultCommand(state.session->IsSignedIn(),
+                        IsWindowEnabled(Control(state, kIdSignIn)) != FALSE);
+}
+
 void ShowDefaultButton(const TrayWindowState& state) {
-  const bool signed_in = state.session->IsSignedIn();
-  const int chosen = DefaultCommand(signed_in, IsWindowEnabled(Control(state, kIdSignIn)) != FALSE);
+  const int chosen = DefaultButtonId(state);
   for (const int id : {kIdSignIn, kIdSave}) {
     SendMessageW(Control(state, id), BM_SETSTYLE, id == chosen ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON,
                  TRUE);
@@ -221,10 +234,6 @@ std::wstring ControlText(HWND window, int id) {
   text.resize(static_cast<size_t>(
       GetWindowTextW(control, text.data(), static_cast<int>(text.size()))));
   return text;
-}
-
-int SliderPosition(HWND window, int id) {
-  return static_cast<int>(SendMessageW(GetDlgItem(window, id), TBM_GETPOS, 0, 0));
 }
 
 bool IsChecked(HWND window, int id) { return IsDlgButtonChecked(window, id) == BST_CHECKED; }

@@ -10,10 +10,6 @@
 namespace qn {
 namespace {
 
-int Scaled(int length, UINT dpi) {
-  return MulDiv(length, static_cast<int>(dpi), USER_DEFAULT_SCREEN_DPI);
-}
-
 int ContentHeight(const TrayWindowState& state) {
   return Scaled(TrayWindowClient().height, state.dpi);
 }
@@ -99,6 +95,12 @@ void OnTrayWindowScroll(TrayWindowState& state, WORD action) {
     case SB_THUMBPOSITION: ScrollTrayWindow(state, info.nTrackPos); break;
     default: break;
   }
+}
+
+// Three rows a notch, as lists scroll.
+void OnTrayWindowWheel(TrayWindowState& state, short delta) {
+  const int rows = -delta * 3 / WHEEL_DELTA;
+  ScrollTrayWindow(state, state.scroll + rows * Scaled(kRowHeight, state.dpi));
 }
 
 void ShowFocusedControl(TrayWindowState& state, HWND control) {

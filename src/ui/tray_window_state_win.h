@@ -35,6 +35,11 @@ struct TrayWindowState {
   }
 };
 
+// A length of the layout, which is in pixels at 96 DPI, at the window's DPI.
+inline int Scaled(int length, UINT dpi) {
+  return MulDiv(length, static_cast<int>(dpi), USER_DEFAULT_SCREEN_DPI);
+}
+
 // The controls: made once, then laid out and given fonts again at each DPI.
 bool CreateTrayWindowControls(TrayWindowState& state, HINSTANCE instance);
 void LayOutForDpi(TrayWindowState& state, UINT dpi);
@@ -44,6 +49,7 @@ void PlaceTrayWindow(TrayWindowState& state, const RECT& work_area,
                      std::optional<POINT> top_left);
 void ScrollTrayWindow(TrayWindowState& state, int top);
 void OnTrayWindowScroll(TrayWindowState& state, WORD action);
+void OnTrayWindowWheel(TrayWindowState& state, short delta);
 // Brings a control that took the focus into view.
 void ShowFocusedControl(TrayWindowState& state, HWND control);
 // Sent by a control to the window when it takes the focus; WPARAM is the control.
@@ -52,16 +58,18 @@ inline constexpr UINT kMsgControlFocused = WM_APP + 12;
 // The controls as the working copy says.
 void ShowWorkingSettings(const TrayWindowState& state);
 void ShowHotkey(const TrayWindowState& state);
-void ShowSliderLabel(const TrayWindowState& state, int slider_id);
+// A slider moved: its value into the working copy, and its label redrawn.
+void TakeSliderPosition(TrayWindowState& state, HWND slider);
 void ShowAccountStatus(const TrayWindowState& state, const std::wstring& last_error);
 void ShowProgress(const TrayWindowState& state);
-// Enter's target gets the default button's frame.
+// Enter signs in while the window offers that, and saves otherwise; that button gets the
+// default button's frame.
+int DefaultButtonId(const TrayWindowState& state);
 void ShowDefaultButton(const TrayWindowState& state);
 // A control's new text, painted at once: the call that follows blocks the window.
 void ShowStatus(HWND control, const wchar_t* text);
 
 std::wstring ControlText(HWND window, int id);
-int SliderPosition(HWND window, int id);
 bool IsChecked(HWND window, int id);
 void EnableControl(HWND window, int id, bool enabled);
 

@@ -140,23 +140,6 @@ void OnSettingChanged(TrayWindowState& state, int id) {
   }
 }
 
-void OnSlider(TrayWindowState& state, HWND slider) {
-  const int id = GetDlgCtrlID(slider);
-  const int position = SliderPosition(state.window, id);
-  switch (id) {
-    case kIdDrawerSlider: state.working.drawer_pct = position; break;
-    case kIdBlurSlider: state.working.blur_pct = position; break;
-    case kIdVolumeSlider: state.working.sound_volume = position; break;
-    default: return;
-  }
-  ShowSliderLabel(state, id);
-}
-
-int DefaultId(const TrayWindowState& state) {
-  return DefaultCommand(state.session->IsSignedIn(),
-                        IsWindowEnabled(GetDlgItem(state.window, kIdSignIn)) != FALSE);
-}
-
 void OnCommand(TrayWindowState& state, int id, int code) {
   const TrayWindowCallbacks& callbacks = TrayWindowAccess::Callbacks(*state.owner);
   if (id == kIdDirectness) {
@@ -164,7 +147,7 @@ void OnCommand(TrayWindowState& state, int id, int code) {
     return;
   }
   if (code != BN_CLICKED) return;
-  switch (id == IDOK ? DefaultId(state) : id) {
+  switch (id == IDOK ? DefaultButtonId(state) : id) {
     case kIdSignIn: SignInOrRegister(state, false); break;
     case kIdCreateAccount: SignInOrRegister(state, true); break;
     case kIdSignOut: SignOut(state); break;
@@ -197,11 +180,6 @@ void OnDpiChanged(TrayWindowState& state, UINT dpi, const RECT& suggested) {
                   POINT{suggested.left, suggested.top});
 }
 
-void OnWheel(TrayWindowState& state, short delta) {
-  const int rows = -delta * 3 / WHEEL_DELTA;
-  ScrollTrayWindow(state, state.scroll + rows * MulDiv(kRowHeight, static_cast<int>(state.dpi), 96));
-}
-
 // The focus goes back where the player left it when the window is activated again.
 bool OnActivate(TrayWindowState& state, WORD activation) {
   if (activation == WA_INACTIVE) {
@@ -219,11 +197,11 @@ std::optional<LRESULT> Handle(TrayWindowState& state, UINT message, WPARAM wpara
                               LPARAM lparam) {
   switch (message) {
     case WM_COMMAND: OnCommand(state, LOWORD(wparam), HIWORD(wparam)); return 0;
-    case WM_HSCROLL: OnSlider(state, reinterpret_cast<HWND>(lparam)); return 0;
+    case WM_HSCROLL: TakeSliderPosition(state, reinterpret_cast<HWND>(lparam)); return 0;
     case WM_CTLCOLORSTATIC:
       SetBkMode(reinterpret_cast<HDC>(wparam), TRANSPARENT);
       return reinterpret_cast<LRESULT>(GetSysColorBrush(COLOR_WINDOW));
-    case DM_GETDEFID: return MAKELRESULT(DefaultId(state), DC_HASDEFID);
+    case DM_GETDEFID: return MAKELRESULT(DefaultButtonId(state), DC_HASDEFID);
     case WM_GETDLGCODE:
       if (state.capturing_hotkey) return DLGC_WANTALLKEYS;
       break;
@@ -248,7 +226,7 @@ std::optional<LRESULT> Handle(TrayWindowState& state, UINT message, WPARAM wpara
       return 0;
     case kMsgRefreshProgress: ShowProgress(state); return 0;
     case WM_VSCROLL: OnTrayWindowScroll(state, LOWORD(wparam)); return 0;
-    case WM_MOUSEWHEEL: OnWheel(state, GET_WHEEL_DELTA_WPARAM(wparam)); return 0;
+    case WM_MOUSEWHEEL: OnTrayWindowWheel(state, GET_WHEEL_DELTA_WPARAM(wparam)); return 0;
     case kMsgControlFocused: ShowFocusedControl(state, reinterpret_cast<HWND>(wparam)); return 0;
     default: break;
   }
