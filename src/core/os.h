@@ -26,6 +26,9 @@ unsigned GetWindowDpi(HWND window);
 // with GetLastError set when it cannot be had.
 bool EnsureWindowClass(const WNDCLASSEXW& window_class);
 std::wstring ErrorText(uint32_t code);
+// The full path of this process's executable; empty, with GetLastError set, when it cannot
+// be had whole.
+std::wstring RunningExecutablePath();
 #endif
 
 }  // namespace qn

@@ -43,6 +43,17 @@ std::wstring ErrorText(uint32_t code) {
   return std::wstring(hex) + L" (" + text + L")";
 }
 
+std::wstring RunningExecutablePath() {
+  std::wstring path(MAX_PATH, L'\0');
+  for (;;) {
+    const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+    if (length == 0) return {};
+    // A full buffer means the name may have been cut short.
+    if (length < path.size()) return path.substr(0, length);
+    path.resize(path.size() * 2);
+  }
+}
+
 bool EnsureWindowClass(const WNDCLASSEXW& window_class) {
   return RegisterClassExW(&window_class) != 0 || GetLastError() == ERROR_CLASS_ALREADY_EXISTS;
 }

@@ -9,6 +9,7 @@
 #include "core/failure_log.h"
 #include "core/handles.h"
 #include "core/log.h"
+#include "core/os.h"
 #include "setup/installer.h"
 #include "setup/installer_rules.h"
 
@@ -36,13 +37,6 @@ bool FindPaths(InstallPaths& paths) {
   return true;
 }
 
-std::wstring RunningExecutable() {
-  wchar_t path[MAX_PATH * 2] = {};
-  const DWORD length = GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
-  if (length == 0 || length >= std::size(path)) return {};
-  return std::wstring(path, length);
-}
-
 bool SamePath(const std::wstring& a, const std::wstring& b) {
   return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
 }
@@ -60,7 +54,7 @@ bool CreateInstallDirectory(const std::wstring& dir) {
 // Installing from the installed file itself (a repair) has nothing to copy, and copying a
 // running image over itself would fail on the sharing check.
 bool CopyProgram(const std::wstring& installed) {
-  const std::wstring running = RunningExecutable();
+  const std::wstring running = RunningExecutablePath();
   if (running.empty()) return LogLastError(L"GetModuleFileNameW", kLogError);
   if (SamePath(running, installed)) return true;
   return CopyFileW(running.c_str(), installed.c_str(), FALSE) ||

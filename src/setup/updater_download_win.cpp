@@ -1,7 +1,6 @@
 #include <windows.h>
 #include <winhttp.h>
 
-#include <algorithm>
 #include <string>
 
 #include "core/failure_log.h"
@@ -82,16 +81,11 @@ bool OpenDownload(const UrlParts& url, DownloadHandles& handles) {
 // for its whole buffer, which would stall the last short piece until the time-out.
 bool ReadWholeBody(HINTERNET request, size_t cap, std::string& body) {
   std::string chunk(kReadChunkBytes, '\0');
-  for (;;) {
-    DWORD available = 0;
-    if (!WinHttpQueryDataAvailable(request, &available)) {
-      return LogLastError(L"WinHttpQueryDataAvailable", kLogWarn);
-    }
-    if (available == 0) return true;
-    DWORD got = 0;
-    if (!WinHttpReadData(request, chunk.data(), std::min(available, kReadChunkBytes), &got)) {
+  for (DWORD got = 0;;) {
+    if (!ReadAvailable(request, chunk.data(), kReadChunkBytes, got)) {
       return LogLastError(L"WinHttpReadData", kLogWarn);
     }
+    if (got == 0) return true;
     if (body.size() + got > cap) {
       Log(kLogWarn, L"update download over %llu bytes; dropped",
           static_cast<unsigned long long>(cap));

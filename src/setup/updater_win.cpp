@@ -6,6 +6,7 @@
 #include "core/failure_log.h"
 #include "core/handles.h"
 #include "core/log.h"
+#include "core/os.h"
 #include "net/http_client.h"
 #include "setup/updater.h"
 
@@ -67,17 +68,9 @@ UpdateInfo Updater::Check(HttpClient& client) const {
 
 std::wstring Updater::ExePath() const {
   if (!options_.exe_path.empty()) return options_.exe_path;
-  std::wstring path(MAX_PATH, L'\0');
-  for (;;) {
-    const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    if (length == 0) {
-      LogLastError(L"GetModuleFileNameW", kLogError);
-      return {};
-    }
-    // A full buffer means the name may have been cut short.
-    if (length < path.size()) return path.substr(0, length);
-    path.resize(path.size() * 2);
-  }
+  std::wstring path = RunningExecutablePath();
+  if (path.empty()) LogLastError(L"GetModuleFileNameW", kLogError);
+  return path;
 }
 
 bool Updater::Apply(const UpdateInfo& info, std::wstring& error) const {

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "core/log.h"
+#include "core/os.h"
 #include "core/settings.h"
 #include "core/utf.h"
 #include "core/version.h"
@@ -266,21 +267,22 @@ LRESULT CALLBACK TrayWindowProc(HWND window, UINT message, WPARAM wparam, LPARAM
   return DefWindowProcW(window, message, wparam, lparam);
 }
 
+// The common controls first: the window's sliders are theirs. Asked again at every opening,
+// which they allow.
 bool RegisterTrayWindowClass(HINSTANCE instance) {
-  WNDCLASSEXW window_class = {};
-  window_class.cbSize = sizeof(window_class);
-  if (GetClassInfoExW(instance, kTrayWindowClass, &window_class)) return true;
   const INITCOMMONCONTROLSEX controls = {sizeof(controls), ICC_BAR_CLASSES | ICC_STANDARD_CLASSES};
   if (!InitCommonControlsEx(&controls)) {
     Log(kLogWarn, L"InitCommonControlsEx failed (%lu); sliders may not appear", GetLastError());
   }
+  WNDCLASSEXW window_class = {};
+  window_class.cbSize = sizeof(window_class);
   window_class.lpfnWndProc = &TrayWindowProc;
   window_class.hInstance = instance;
   window_class.hIcon = LoadIconW(instance, MAKEINTRESOURCEW(1));
   window_class.hCursor = LoadCursorW(nullptr, IDC_ARROW);
   window_class.hbrBackground = reinterpret_cast<HBRUSH>(static_cast<INT_PTR>(COLOR_WINDOW + 1));
   window_class.lpszClassName = kTrayWindowClass;
-  if (!RegisterClassExW(&window_class)) {
+  if (!EnsureWindowClass(window_class)) {
     Log(kLogError, L"could not register the tray window class (%lu)", GetLastError());
     return false;
   }
