@@ -1,6 +1,7 @@
 #include <windows.h>
 
 #include "core/log.h"
+#include "core/secret.h"
 #include "net/session.h"
 #include "net/token_store.h"
 
@@ -8,15 +9,6 @@ namespace qn {
 namespace {
 
 constexpr size_t kMinPasswordBytes = 10;
-
-// The bytes past the end may still hold an older, longer value, so the whole capacity is
-// zeroed. SecureZeroMemory, because a plain fill of memory about to be released is a store
-// the optimiser may drop.
-void Wipe(std::string& secret) {
-  secret.resize(secret.capacity());
-  SecureZeroMemory(secret.data(), secret.size());
-  secret.clear();
-}
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 
 #include "core/handles.h"
 #include "core/log.h"
+#include "core/secret.h"
 #include "core/utf.h"
 #include "ui/tray_window_state_win.h"
 #include "ui/tray_window_text.h"
@@ -16,11 +17,6 @@ namespace qn {
 namespace {
 
 constexpr UINT_PTR kPasswordSubclass = 1;
-
-template <typename Text>
-void Wipe(Text& text) {
-  SecureZeroMemory(text.data(), text.size() * sizeof(text[0]));
-}
 
 std::wstring ClipboardText(HWND owner) {
   const OpenedClipboard clipboard(owner);
