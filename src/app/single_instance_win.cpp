@@ -1,12 +1,11 @@
 #include <windows.h>
 
-#include <shellapi.h>
-
 #include <utility>
 
 #include "app/messages.h"
 #include "app/single_instance.h"
-#include "core/failure_log.h"
+#include "core/log.h"
+#include "core/os.h"
 
 namespace qn {
 namespace {
@@ -33,9 +32,7 @@ void HandOverInstance(const std::wstring& path) {
     ReleaseMutex(g_single_instance_mutex);
     CloseHandle(std::exchange(g_single_instance_mutex, nullptr));
   }
-  const auto started = reinterpret_cast<INT_PTR>(
-      ShellExecuteW(nullptr, L"open", path.c_str(), nullptr, nullptr, SW_SHOWNORMAL));
-  if (started <= 32) Log(kLogError, L"ShellExecuteW failed (%lld) for %ls", static_cast<long long>(started), path.c_str());
+  StartProgram(path, kLogError);
 }
 
 }  // namespace qn

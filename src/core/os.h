@@ -29,6 +29,8 @@ std::wstring ErrorText(uint32_t code);
 // The full path of this process's executable; empty, with GetLastError set, when it cannot
 // be had whole.
 std::wstring RunningExecutablePath();
+// Starts the program at `path` as the shell would; a refusal is logged at `level`.
+bool StartProgram(const std::wstring& path, uint32_t level);
 #endif
 
 }  // namespace qn

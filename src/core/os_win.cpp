@@ -1,9 +1,12 @@
 #include "core/os.h"
 
+#include <shellapi.h>
+
 #include <cstdio>
 #include <iterator>
 
 #include "core/handles.h"
+#include "core/log.h"
 #include "core/module_proc.h"
 
 namespace qn {
@@ -52,6 +55,14 @@ std::wstring RunningExecutablePath() {
     if (length < path.size()) return path.substr(0, length);
     path.resize(path.size() * 2);
   }
+}
+
+bool StartProgram(const std::wstring& path, uint32_t level) {
+  const auto result = reinterpret_cast<INT_PTR>(
+      ShellExecuteW(nullptr, L"open", path.c_str(), nullptr, nullptr, SW_SHOWNORMAL));
+  if (result > 32) return true;
+  Log(level, L"ShellExecuteW failed (%lld) for %ls", static_cast<long long>(result), path.c_str());
+  return false;
 }
 
 bool EnsureWindowClass(const WNDCLASSEXW& window_class) {

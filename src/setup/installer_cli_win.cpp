@@ -7,6 +7,7 @@
 
 #include "core/handles.h"
 #include "core/log.h"
+#include "core/os.h"
 #include "setup/installer.h"
 #include "setup/installer_rules.h"
 
@@ -23,9 +24,7 @@ void Launch(const std::wstring& exe) {
     LaunchHook()(exe);
     return;
   }
-  const auto result = reinterpret_cast<INT_PTR>(
-      ShellExecuteW(nullptr, L"open", exe.c_str(), nullptr, nullptr, SW_SHOWNORMAL));
-  if (result <= 32) Log(kLogWarn, L"ShellExecuteW failed: %lld", static_cast<long long>(result));
+  StartProgram(exe, kLogWarn);
 }
 
 const wchar_t* Outcome(bool succeeded) { return succeeded ? L"succeeded" : L"FAILED"; }
