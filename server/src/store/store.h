@@ -104,16 +104,20 @@ class Store {
   // The user of an access token that has not expired and whose family stands.
   virtual StoreResult<std::optional<UserId>> Authenticate(const std::string& access_hash,
                                                           TimePoint now) = 0;
-  // Revokes the family of this refresh token, its access tokens included; false when unknown.
+  // Revokes the family of this refresh token (current or rotated), its access tokens included;
+  // false when the token was never issued.
   virtual StoreResult<bool> RevokeFamilyOf(const std::string& refresh_hash) = 0;
 
   // Games, each key an entry of its own.
   virtual StoreResult<std::vector<GameEntry>> ListGames() = 0;
-  // Adds or replaces a game with its keys (a key of another game moves to this one).
-  virtual StoreResult<bool> PutGame(const std::vector<std::string>& keys,
-                                    const std::string& title, bool has_index) = 0;
+  // Adds or replaces a game with its keys: the game that holds any of `keys` (else a new one)
+  // takes the title and exactly these keys, and a key of another game moves to this one. False,
+  // with nothing written, when `keys` is empty.
+  virtual StoreResult<bool> PutGame(const std::vector<std::string>& keys, const std::string& title,
+                                    bool has_index) = 0;
 
-  // Progress, per user and game key. A game never seen reads as the defaults, revision 0.
+  // Progress, per user and game key. A game never seen reads as the defaults, revision 0; every
+  // patch (an empty one too) and every new playthrough adds one to the revision.
   virtual StoreResult<Progress> GetProgress(UserId user, const std::string& game) = 0;
   virtual StoreResult<Progress> PatchProgress(UserId user, const std::string& game,
                                               const ProgressPatch& patch) = 0;
@@ -121,7 +125,8 @@ class Store {
   virtual StoreResult<Progress> NewPlaythrough(UserId user, const std::string& game) = 0;
 
   // Fixed-window counters for rate limits, shared by every process on the database: counts one
-  // hit on `key` and gives the seconds to wait when the window already holds `limit` hits.
+  // hit on `key` and gives the seconds to wait (at least 1) when the window already held `limit`
+  // hits. Windows start at multiples of `window` since the epoch.
   virtual StoreResult<std::optional<std::chrono::seconds>> Hit(const std::string& key, int limit,
                                                                std::chrono::seconds window,
                                                                TimePoint now) = 0;
@@ -129,7 +134,9 @@ class Store {
 
 // "sqlite:PATH" (or a bare path) opens SQLite in WAL mode; "postgres://..." or
 // "postgresql://..." connects to PostgreSQL. Either way the schema is migrated to the current
-// version first. `connections` bounds the database connections, one per pool thread.
+// version first. `connections` bounds the database connections, one per pool thread; a call
+// waits for a free one. SQLite needs a file: each connection would see a memory database of its
+// own.
 StoreResult<std::unique_ptr<Store>> OpenStore(const std::string& url, int connections);
 
 }  // namespace hintwick

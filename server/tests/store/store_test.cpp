@@ -1,0 +1,318 @@
+// Every table runs on SQLite and on PostgreSQL, each test on a database of its own.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <latch>
+#include <map>
+#include <thread>
+
+#include "store/db.h"
+#include "store/migrations.h"
+#include "store/store.h"
+
+namespace hintwick {
+namespace {
+
+using namespace std::chrono_literals;
+using Outcome = RotateOutcome;
+
+const TimePoint kT0{std::chrono::seconds(1'800'000'000)};  // a multiple of every window below
+
+template <typename T>
+T Ok(StoreResult<T> result) {
+  if (const auto* error = std::get_if<StoreError>(&result)) throw std::runtime_error(error->text);
+  return std::get<T>(std::move(result));
+}
+
+std::string NewDatabaseName() {
+  static std::atomic<int> made{0};
+  return "store_test_" + std::to_string(getpid()) + "_" + std::to_string(++made);
+}
+
+class StoreTest : public testing::TestWithParam<bool> {  // true: PostgreSQL
+ protected:
+  void SetUp() override {
+    if (GetParam()) {
+      if (const char* skip = std::getenv("HINTWICK_TEST_POSTGRES_SKIP")) GTEST_SKIP() << skip;
+      const char* admin = std::getenv("HINTWICK_TEST_POSTGRES_URL");
+      if (admin == nullptr) GTEST_SKIP() << "HINTWICK_TEST_POSTGRES_URL is not set";
+      const std::string name = NewDatabaseName(), url = admin;
+      Connect(url)->Run("CREATE DATABASE " + name, {});
+      url_ = "postgresql:///" + name + url.substr(url.find('?'));
+    } else {
+      url_ = (std::filesystem::temp_directory_path() / (NewDatabaseName() + ".db")).string();
+    }
+    store_ = Open();
+    user_ = Ok(store_->CreateUser("a@example.org", "hash-a"))->id;
+  }
+  void TearDown() override {
+    store_.reset();
+    if (!GetParam()) {
+      for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(url_ + suffix);
+    }
+  }
+  std::unique_ptr<Store> Open() { return Ok(OpenStore(url_, 4)); }
+  std::int64_t StartFamily(Store& store, TokenLifetimes lifetimes = {}) {
+    return Ok(store.StartFamily(user_, {"r0", "a0"}, "windows-client", kT0, lifetimes));
+  }
+  bool Stands(Store& store) { return Ok(store.Authenticate("a0", kT0 + 1s)).has_value(); }
+
+  std::string url_;
+  std::unique_ptr<Store> store_;
+  UserId user_ = 0;
+};
+
+TEST_P(StoreTest, AccountsAndDeletionWithEverythingKeptForTheUser) {
+  EXPECT_FALSE(Ok(store_->CreateUser("a@example.org", "other")).has_value());
+  EXPECT_TRUE(Ok(store_->SetPasswordHash(user_, "hash-a2")));
+  EXPECT_FALSE(Ok(store_->SetPasswordHash(user_ + 1000, "x")));
+  EXPECT_EQ(Ok(store_->FindUser("a@example.org"))->password_hash, "hash-a2");
+  StartFamily(*store_);
+  Ok(store_->PatchProgress(user_, "game", {.stage = "cave"}));
+
+  EXPECT_TRUE(Ok(store_->DeleteUser("a@example.org")));
+  EXPECT_FALSE(Ok(store_->DeleteUser("a@example.org")));
+  EXPECT_FALSE(Ok(store_->FindUser("a@example.org")).has_value());
+  EXPECT_FALSE(Stands(*store_));
+  EXPECT_EQ(Ok(store_->Rotate("r0", {"r1", "a1"}, kT0, {})).outcome, Outcome::kUnknown);
+  EXPECT_EQ(Ok(store_->GetProgress(user_, "game")).revision, 0);
+  EXPECT_NE(Ok(store_->CreateUser("a@example.org", "hash-b"))->id, user_);
+}
+
+// Presenting "r<token>" at kT0 + at; a rotation or reissue stores "r<step+1>" / "a<step+1>".
+struct Presentation {
+  int token;
+  std::chrono::seconds at;
+  Outcome expected;
+};
+struct RotationCase {
+  const char* name;
+  std::chrono::seconds grace;
+  std::vector<Presentation> steps;
+  bool stands;  // every access token issued still authenticates; else none does
+};
+
+const std::vector<RotationCase> kRotations = {
+    {"the current token, twice",
+     30s,
+     {{0, 0s, Outcome::kRotated}, {1, 5s, Outcome::kRotated}},
+     true},
+    {"the previous token up to the cap, which resets with each rotation",
+     30s,
+     {{0, 0s, Outcome::kRotated},
+      {0, 1s, Outcome::kGraceReissued},
+      {0, 2s, Outcome::kGraceReissued},
+      {0, 30s, Outcome::kGraceReissued},
+      {1, 31s, Outcome::kRotated},
+      {1, 32s, Outcome::kGraceReissued}},
+     true},
+    {"the previous token over the cap",
+     30s,
+     {{0, 0s, Outcome::kRotated},
+      {0, 1s, Outcome::kGraceReissued},
+      {0, 2s, Outcome::kGraceReissued},
+      {0, 3s, Outcome::kGraceReissued},
+      {0, 4s, Outcome::kReuseRevoked},
+      {1, 5s, Outcome::kUnknown}},
+     false},
+    {"the previous token after the grace",
+     30s,
+     {{0, 0s, Outcome::kRotated}, {0, 31s, Outcome::kReuseRevoked}},
+     false},
+    {"the previous token with no grace",
+     0s,
+     {{0, 0s, Outcome::kRotated}, {0, 0s, Outcome::kReuseRevoked}},
+     false},
+    {"a token older than the previous one",
+     30s,
+     {{0, 0s, Outcome::kRotated}, {1, 1s, Outcome::kRotated}, {0, 2s, Outcome::kReuseRevoked}},
+     false},
+    {"a grace refresh token, never stored",
+     30s,
+     {{0, 0s, Outcome::kRotated},
+      {0, 1s, Outcome::kGraceReissued},
+      {2, 2s, Outcome::kUnknown},
+      {1, 3s, Outcome::kRotated}},
+     true},
+    {"the current token at and past its idle time",
+     30s,
+     {{0, 90 * 24h + 1s, Outcome::kUnknown}, {0, 90 * 24h, Outcome::kRotated}},
+     true},
+    {"a token never issued", 30s, {{7, 0s, Outcome::kUnknown}}, true},
+};
+
+TEST_P(StoreTest, RotationTable) {
+  for (const RotationCase& row : kRotations) {
+    SCOPED_TRACE(row.name);
+    ASSERT_TRUE(Ok(store_->DeleteUser("a@example.org")));
+    user_ = Ok(store_->CreateUser("a@example.org", "hash-a"))->id;
+    const TokenLifetimes lifetimes{.reuse_grace = row.grace};
+    const std::int64_t family = StartFamily(*store_, lifetimes);
+    std::vector<std::string> issued = {"a0"};
+    for (std::size_t step = 0; step < row.steps.size(); ++step) {
+      const Presentation& p = row.steps[step];
+      const std::string fresh = std::to_string(step + 1) + row.name;  // unique across rows
+      const Rotation got =
+          Ok(store_->Rotate(p.token == 0 ? "r0" : std::to_string(p.token) + row.name,
+                            {fresh, "a" + fresh}, kT0 + p.at, lifetimes));
+      EXPECT_EQ(got.outcome, p.expected) << "step " << step;
+      if (got.outcome == Outcome::kUnknown) continue;
+      EXPECT_EQ(std::pair(got.user, got.family), std::pair(user_, family));
+      if (got.outcome != Outcome::kReuseRevoked) issued.push_back("a" + fresh);
+    }
+    for (const std::string& access : issued) {
+      EXPECT_EQ(Ok(store_->Authenticate(access, kT0 + 1s)).has_value(), row.stands) << access;
+    }
+  }
+}
+
+TEST_P(StoreTest, AccessExpiryAndRevocation) {
+  StartFamily(*store_, {.access = 60s});
+  const std::vector<std::tuple<std::string, std::chrono::seconds, bool>> checks = {
+      {"a0", 59s, true}, {"a0", 60s, false}, {"r0", 0s, false}, {"a9", 0s, false}};
+  for (const auto& [access, at, valid] : checks) {
+    EXPECT_EQ(Ok(store_->Authenticate(access, kT0 + at)).has_value(), valid) << access << at;
+  }
+  EXPECT_FALSE(Ok(store_->RevokeFamilyOf("a0")));
+  EXPECT_TRUE(Ok(store_->RevokeFamilyOf("r0")));
+  EXPECT_FALSE(Stands(*store_));
+  EXPECT_EQ(Ok(store_->Rotate("r0", {"r1", "a1"}, kT0, {})).outcome, Outcome::kUnknown);
+}
+
+// Four refreshes of one token at once, two through each of two stores on the database, as two
+// processes would send them.
+TEST_P(StoreTest, ConcurrentRotationsAcrossTwoStores) {
+  const std::unique_ptr<Store> other = Open();
+  for (const auto grace : {30s, 0s}) {
+    SCOPED_TRACE(grace.count());
+    ASSERT_TRUE(Ok(store_->DeleteUser("a@example.org")));
+    user_ = Ok(store_->CreateUser("a@example.org", "hash-a"))->id;
+    const TokenLifetimes lifetimes{.reuse_grace = grace};
+    StartFamily(*store_, lifetimes);
+    std::map<Outcome, int> outcomes;
+    std::mutex mutex;
+    std::latch start(4);
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&, i] {
+        Store& store = i % 2 == 0 ? *store_ : *other;
+        const std::string fresh = std::to_string(grace.count()) + "-" + std::to_string(i);
+        start.arrive_and_wait();
+        const auto result = store.Rotate("r0", {"r" + fresh, "a" + fresh}, kT0, lifetimes);
+        const std::lock_guard lock(mutex);
+        ++outcomes[std::holds_alternative<Rotation>(result) ? std::get<Rotation>(result).outcome
+                                                            : Outcome{-1}];
+      });
+    }
+    threads.clear();
+    EXPECT_EQ(outcomes[Outcome::kRotated], 1);
+    EXPECT_EQ(outcomes[Outcome::kGraceReissued], grace > 0s ? 3 : 0);
+    EXPECT_EQ(outcomes[Outcome{-1}], 0) << "a store call failed";
+    EXPECT_EQ(Stands(*other), grace > 0s);
+  }
+}
+
+TEST_P(StoreTest, ReuseThroughOneStoreIsCaughtThroughTheOther) {
+  const std::unique_ptr<Store> other = Open();
+  StartFamily(*store_);
+  EXPECT_EQ(Ok(store_->Rotate("r0", {"r1", "a1"}, kT0, {})).outcome, Outcome::kRotated);
+  EXPECT_EQ(Ok(other->Rotate("r0", {"r2", "a2"}, kT0 + 31s, {})).outcome, Outcome::kReuseRevoked);
+  EXPECT_FALSE(Ok(store_->Authenticate("a1", kT0)).has_value());
+  EXPECT_EQ(Ok(store_->Rotate("r1", {"r3", "a3"}, kT0 + 32s, {})).outcome, Outcome::kUnknown);
+}
+
+TEST_P(StoreTest, ProgressTable) {
+  const UserId other = Ok(store_->CreateUser("b@example.org", "hash-b"))->id;
+  enum class Op { kGet, kPatch, kNew };
+  const Directness kAnswer = Directness::kAnswer, kHints = Directness::kHints;
+  const std::vector<std::tuple<Op, UserId, std::string, ProgressPatch, Progress>> steps = {
+      {Op::kGet, user_, "g", {}, {"", 0, kHints, false, 0}},
+      {Op::kPatch,
+       user_,
+       "g",
+       {.stage = "cave", .stage_ordinal = 3},
+       {"cave", 3, kHints, false, 1}},
+      {Op::kPatch,
+       user_,
+       "g",
+       {.directness = kAnswer, .spoilers_ok = true},
+       {"cave", 3, kAnswer, true, 2}},
+      {Op::kPatch, user_, "g", {}, {"cave", 3, kAnswer, true, 3}},
+      {Op::kGet, other, "g", {}, {"", 0, kHints, false, 0}},
+      {Op::kNew, user_, "g", {}, {"", 0, kAnswer, true, 4}},
+      {Op::kGet, user_, "g", {}, {"", 0, kAnswer, true, 4}},
+      {Op::kNew, user_, "h", {}, {"", 0, kHints, false, 1}},
+      {Op::kPatch, other, "g", {.stage = "", .spoilers_ok = true}, {"", 0, kHints, true, 1}},
+  };
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    const auto& [op, user, game, patch, expected] = steps[i];
+    const Progress got = Ok(op == Op::kGet     ? store_->GetProgress(user, game)
+                            : op == Op::kPatch ? store_->PatchProgress(user, game, patch)
+                                               : store_->NewPlaythrough(user, game));
+    EXPECT_EQ(std::tie(got.stage, got.stage_ordinal, got.directness, got.spoilers_ok, got.revision),
+              std::tie(expected.stage, expected.stage_ordinal, expected.directness,
+                       expected.spoilers_ok, expected.revision))
+        << "step " << i;
+  }
+}
+
+std::string Listed(const std::vector<GameEntry>& games) {
+  std::string text;
+  for (const GameEntry& game : games) {
+    text += game.key + "=" + game.title + (game.has_index ? "+ " : " ");
+  }
+  return text;
+}
+
+TEST_P(StoreTest, GamesTable) {
+  const std::vector<std::tuple<std::vector<std::string>, std::string, bool, bool, std::string>>
+      puts = {
+          {{"alpha", "alpha64"}, "Alpha", true, true, "alpha=Alpha+ alpha64=Alpha+ "},
+          {{"beta"}, "Beta", false, true, "alpha=Alpha+ alpha64=Alpha+ beta=Beta "},
+          // The game of alpha64 keeps only these keys, and beta leaves its game.
+          {{"alpha64", "beta", "delta"}, "Both", false, true, "alpha64=Both beta=Both delta=Both "},
+          {{}, "None", true, false, "alpha64=Both beta=Both delta=Both "},
+          {{"alpha"}, "Alpha", true, true, "alpha=Alpha+ alpha64=Both beta=Both delta=Both "},
+      };
+  for (const auto& [keys, title, has_index, put, listed] : puts) {
+    EXPECT_EQ(Ok(store_->PutGame(keys, title, has_index)), put) << title;
+    EXPECT_EQ(Listed(Ok(store_->ListGames())), listed);
+  }
+}
+
+TEST_P(StoreTest, RateLimitWindows) {
+  using Wait = std::optional<std::chrono::seconds>;
+  const std::vector<std::tuple<std::string, std::chrono::milliseconds, Wait>> hits = {
+      {"ip", 0ms, {}},      {"ip", 10s, {}}, {"ip", 20s, 40s}, {"account", 20s, {}},
+      {"ip", 59'500ms, 1s}, {"ip", 60s, {}}, {"ip", 61s, {}},  {"ip", 62s, 58s},
+      {"ip", 30s, 90s},  // a lagging clock counts into the window already open
+  };
+  for (const auto& [key, at, wait] : hits) {
+    EXPECT_EQ(Ok(store_->Hit(key, 2, 60s, kT0 + at)), wait) << key << " " << at.count();
+  }
+}
+
+TEST_P(StoreTest, MigrationsRunOnceAndReopeningKeepsTheData) {
+  const std::unique_ptr<Db> db = Connect(url_);
+  EXPECT_EQ(Migrate(*db), 0);
+  EXPECT_EQ(SchemaVersion(*db), LatestSchemaVersion());
+  EXPECT_EQ(Ok(Open()->FindUser("a@example.org"))->id, user_);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, StoreTest, testing::Bool(),
+                         [](const auto& info) { return info.param ? "Postgres" : "Sqlite"; });
+
+TEST(StoreOpen, FailuresAreReportedNotThrown) {
+  for (const char* url : {"sqlite::memory:", "sqlite:/nonexistent/folder/x.db",
+                          "postgresql:///none?host=/nonexistent"}) {
+    const auto result = OpenStore(url, 2);
+    ASSERT_TRUE(std::holds_alternative<StoreError>(result)) << url;
+    EXPECT_TRUE(std::get<StoreError>(result).text.starts_with("OpenStore: ")) << url;
+  }
+}
+
+}  // namespace
+}  // namespace hintwick
