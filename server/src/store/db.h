@@ -46,8 +46,9 @@ class Db {
   virtual ~Db() = default;
   virtual Rows Run(const std::string& sql, const std::vector<SqlValue>& params = {}) = 0;
   virtual void Begin(TxKind kind) = 0;
-  // Called before each store call, outside any transaction.
-  virtual void EnsureConnected() {}
+  // Called before each store call. The store keeps to this: a call's first statement is BEGIN
+  // or a read, so it can safely run twice.
+  virtual void StartCall() {}
   // The column type of a generated 64-bit key that is never reused.
   virtual std::string GeneratedKeyType() const = 0;
 };

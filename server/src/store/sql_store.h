@@ -50,7 +50,7 @@ class SqlStore final : public Store {
   auto Call(const char* name, Body&& body) -> StoreResult<std::invoke_result_t<Body&, Db&>> {
     try {
       const auto db = pool_.Acquire();
-      db->EnsureConnected();
+      db->StartCall();
       return body(*db);
     } catch (const std::exception& failure) {
       return StoreError{std::string(name) + ": " + failure.what()};

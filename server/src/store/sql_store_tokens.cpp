@@ -11,8 +11,11 @@ struct Family {
   UserId user = 0;
 };
 
+// Each issue also drops the family's expired access tokens, so that a family keeps few.
 void IssueAccess(Db& db, const std::string& access_hash, std::int64_t family, TimePoint now,
                  const TokenLifetimes& lifetimes) {
+  db.Run("DELETE FROM access_tokens WHERE family_id = $1 AND expires_ms <= $2",
+         {family, Millis(now)});
   db.Run("INSERT INTO access_tokens (hash, family_id, expires_ms) VALUES ($1, $2, $3)",
          {access_hash, family, Millis(now) + Millis(lifetimes.access)});
 }
@@ -80,6 +83,12 @@ StoreResult<std::int64_t> SqlStore::StartFamily(UserId user, const TokenHashes& 
                                                 const TokenLifetimes& lifetimes) {
   return Call("StartFamily", [&](Db& db) {
     Transaction transaction(db, TxKind::kWrite);
+    // A sign-in clears away the user's families that can no longer refresh, with their tokens;
+    // a token of theirs presented later is refused as unknown.
+    db.Run(
+        "DELETE FROM token_families WHERE user_id = $1"
+        " AND (revoked = 1 OR current_issued_ms < $2)",
+        {user, Millis(now) - Millis(lifetimes.refresh_idle)});
     const std::int64_t family =
         db.Run(
               "INSERT INTO token_families"
