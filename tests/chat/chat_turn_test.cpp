@@ -61,6 +61,9 @@ TEST(ChatTurns, EachEventChangesTheConversationInArrivalOrder) {
       {{Token("x"), R"({"type":"redacted"})"}, {L"1:I don't have anything on that."}},
       {{Token("x"), memory, kDone}, {L"1:x", L"2:Noted \u2014 a; b \u00e9"}, L"g \u2014 act 2"},
       {{Token("x"), R"({"type":"memory","stage":"","changes":[]})"}, {L"1:x"}},
+      // A discard throws away the answer's text, never a notice that came after it.
+      {{Token("x"), memory, R"({"type":"discard"})"},
+       {L"1:x", L"2:Noted \u2014 a; b \u00e9", kNoAnswer}, L"g \u2014 act 2"},
       {{Token("p"), error, Token("z")}, {L"1:p", L"2:(busy, http 503)"}},
       {{R"({"type":"error","status":503})"}, {kNoAnswer, L"2:(something went wrong, http 503)"}},
       {{Token("a"), R"({"type":"warning","message":"x"})", Token("b")}, {L"1:a", L"2:(x)"}},

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 namespace qn {
 namespace {
@@ -42,7 +43,16 @@ TEST(ChimeSynth, HeaderIsByteExactAndLoudnessFollowsTheClampedVolume) {
   EXPECT_GT(peak, 32767 / 20);
   EXPECT_LT(peak, 32767 / 5) << "far from clipping";
   EXPECT_LT(tail, peak / 10) << "the hard stop of the image would click";
-  EXPECT_EQ(SampleAt(full, 0), 0) << "the attack starts from silence";
+  // The sound itself: silence at the start, the first note alone until 55 ms, then both.
+  const std::pair<size_t, int> pinned[] = {{0, 0}, {2300, -1329}, {2500, 549}, {4000, 550}};
+  for (const auto& [n, sample] : pinned) EXPECT_NEAR(SampleAt(full, n), sample, 1) << n;
+}
+
+// The first chime always plays; the next only once 3 s have passed.
+TEST(ChimeSynth, AnswersWithinTheIntervalShareOneChime) {
+  EXPECT_EQ(JudgeChime(0, 1), ChimeVerdict::kPlay);
+  EXPECT_EQ(JudgeChime(1, 3000), ChimeVerdict::kSuppress);
+  EXPECT_EQ(JudgeChime(1, 3001), ChimeVerdict::kPlay);
 }
 
 }  // namespace

@@ -14,14 +14,15 @@ namespace {
 TEST(SettingsText, EveryKeyIsReadAndWrittenInTheFixedLayout) {
   const Settings s = ParseSettingsText(
       R"({"spoilers_ok":true,"password":"hunter2","base_url":"http://h\u00e9/\"q\\",)"
-      R"("email":"p\t\"1\"","hotkey_mods":10,"hotkey_vk":116,"drawer_pct":20,"blur_pct":0,)"
+      R"("email":"p\t\"1\"","hotkey_mods":4294967295,"hotkey_vk":116,"drawer_pct":20,"blur_pct":0,)"
       R"("sound_enabled":false,"sound_volume":100,"directness":"answer"})");
   EXPECT_EQ(s.legacy_password, "hunter2");
+  EXPECT_FALSE(ParseSettingsText(R"({"password":""})").password_migration_pending);
   EXPECT_EQ(SettingsFileText(s),
             "{\n"
             "  \"base_url\": \"http://h\xC3\xA9/\\\"q\\\\\",\n"
             "  \"email\": \"p\\t\\\"1\\\"\",\n"
-            "  \"hotkey_mods\": 10,\n"
+            "  \"hotkey_mods\": 4294967295,\n"
             "  \"hotkey_vk\": 116,\n"
             "  \"drawer_pct\": 20,\n"
             "  \"blur_pct\": 0,\n"
@@ -36,10 +37,13 @@ TEST(SettingsText, EveryKeyIsReadAndWrittenInTheFixedLayout) {
 TEST(SettingsText, LoadingClampsAndKeepsDefaultsForWrongKinds) {
   using Fields = std::array<int64_t, 8>;  // drawer blur volume mods vk directness sound spoilers
   const std::pair<const char*, Fields> cases[] = {
-      {R"({"drawer_pct":80,"blur_pct":-3,"sound_volume":101})", {50, 0, 100, 5, 88, 1, 1, 0}},
       {R"({"drawer_pct":5,"blur_pct":"30","sound_enabled":"false"})",
        {20, 100, 40, 5, 88, 1, 1, 0}},
-      {R"({"drawer_pct":99999999999,"blur_pct":101})", {50, 100, 40, 5, 88, 1, 1, 0}},
+      // Past 32 bits a number saturates before the clamp: its low bits would say 1, 1, 2, 100, 1.
+      {R"({"drawer_pct":4294967297,"blur_pct":-4294967295,"hotkey_mods":4294967298})",
+       {50, 0, 40, 4294967295, 88, 1, 1, 0}},
+      {R"({"hotkey_vk":4294967396,"sound_volume":4294967297,"blur_pct":101})",
+       {33, 100, 100, 5, 4294967295, 1, 1, 0}},
       {R"({"hotkey_vk":0,"hotkey_mods":2,"spoilers_ok":true})", {33, 100, 40, 5, 88, 1, 1, 1}},
       {R"({"hotkey_vk":112,"hotkey_mods":0,"directness":"Coach"})", {33, 100, 40, 0, 112, 1, 1, 0}},
       {R"({"directness":"coach","sound_enabled":false,"sound_volume":7.9})",
@@ -58,6 +62,14 @@ TEST(SettingsText, LoadingClampsAndKeepsDefaultsForWrongKinds) {
   cleared.base_url.clear();
   NormalizeSettings(cleared);
   EXPECT_EQ(cleared.base_url, kDefaultBaseUrl);
+}
+
+// The layout's name for the key, else its letter, else "?"; bits naming no modifier are ignored.
+TEST(SettingsText, HotkeyTextPutsTheModifiersInAFixedOrder) {
+  EXPECT_EQ(ComposeHotkeyText(0x1F, 'Z', L""), L"Ctrl+Shift+Alt+Win+Z");
+  EXPECT_EQ(ComposeHotkeyText(kModAlt, 'A', L"") + ComposeHotkeyText(kModShift, 'A', L"F1") +
+                ComposeHotkeyText(0, '@', L"") + ComposeHotkeyText(0, '[', L""),
+            L"Alt+AShift+F1??");
 }
 
 }  // namespace

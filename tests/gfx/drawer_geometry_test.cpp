@@ -11,12 +11,12 @@ namespace {
 
 TEST(DrawerRect, RestsCentredOnTheGameBottom) {
   const std::tuple<const char*, ScreenRect, uint32_t, double, ScreenRect> cases[] = {
-      {"full hd, a third: 356.4 truncates", {0, 0, 1920, 1080}, 96, 0.33, {160, 724, 1760, 1080}},
       {"small window: the minimum beats 120", {0, 0, 800, 600}, 96, 0.20, {0, 380, 800, 600}},
       {"29% of 800 is 232, not 231", {0, 0, 1000, 800}, 96, 0.29, {0, 568, 1000, 800}},
       {"odd spare pixel goes right", {-101, 0, 1700, 900}, 96, 0.5, {-1, 450, 1599, 900}},
       {"110 dpi: scaled limits truncate", {0, 0, 2000, 1000}, 110, 0.20, {83, 748, 1916, 1000}},
       {"low window: all of it", {10, 10, 650, 210}, 96, 0.33, {10, 10, 650, 210}},
+      {"turned inside out: no area", {10, 10, 5, 5}, 96, 0.33, {10, 5, 10, 5}},
   };
   for (const auto& [name, game, dpi, fraction, drawer] : cases) {
     EXPECT_EQ(DrawerRect(game, dpi, fraction), drawer) << name;

@@ -24,9 +24,12 @@ TEST(ParseCatalogue, ReadsEachFlatObjectInOrder) {
     std::string text;
     std::string expected;
   } cases[] = {
-      {"empty slug dropped", R"([{"slug":"a","title":"A"},{"slug":"","title":"B"}])", "[a|A|-]"},
       {"wrapped in an object", R"({"games":[{"slug":"a","title":"A"}]})", ""},
-      {"display name over title", R"([{"slug":"a","title":"T","display_name":"D"}])", "[a|D|-]"},
+      {"empty slug dropped; display name over title, unless empty",
+       R"([{"slug":"a","title":"T","display_name":"D"},{"slug":"","title":"B"},)"
+       R"({"slug":"b","display_name":"","title":"U"}])",
+       "[a|D|-][b|U|-]"},
+      {"braces and an escaped quote in strings", R"([{"slug":"a\"}","title":"{"}])", "[a\"}|{|-]"},
       {"has_index must be a boolean",
        R"([{"slug":"a","has_index":"true"},{"slug":"b","has_index":true}])", "[a||-][b||i]"},
       {"nested object keeps the outer slug",
@@ -55,15 +58,16 @@ TEST(GameTable, KeepsTheNewestTableAndSaysWhenItMayBeOld) {
   EXPECT_TRUE(table.stale());
 }
 
-// Absent or mistyped keys keep their defaults; an ordinal beyond 32 bits saturates rather
-// than wraps, so a late stage never reads as an early one.
+// Absent or mistyped keys keep their defaults; an ordinal beyond 32 bits either way saturates
+// rather than wraps, so a late stage never reads as an early one.
 TEST(ParseMemoryRecord, ReadsTheKnownKeysOverTheDefaults) {
   EXPECT_EQ(ParseMemoryRecord(R"({"stage":"act 2","stage_ordinal":-4294967299,"spoilers_ok":true,)"
                               R"("directness":null,"revision":9007199254740993})"),
             (MemoryRecord{true, "act 2", std::numeric_limits<int32_t>::min(), "", true,
                           9007199254740993}));
-  EXPECT_EQ(ParseMemoryRecord(R"({"last":{"stage":"x"},"stage_ordinal":"3"})"),
-            (MemoryRecord{true, "", 0, "", false, 0}));
+  EXPECT_EQ(ParseMemoryRecord(R"({"last":{"stage":"x"},"stage_ordinal":4294967296,"directness":3,)"
+                              R"("spoilers_ok":false,"revision":-1})"),
+            (MemoryRecord{true, "", std::numeric_limits<int32_t>::max(), "", false, -1}));
 }
 
 TEST(RequestBodies, AreFlatObjectsInFixedOrder) {
