@@ -10,24 +10,14 @@ namespace {
 
 using namespace std::chrono;
 
-constexpr std::array<std::pair<Directness, const char*>, 3> kDirectnessNames = {{
-    {Directness::kCoach, "coach"},
-    {Directness::kHints, "hints"},
-    {Directness::kAnswer, "answer"},
-}};
-
 std::string DirectnessName(Directness directness) {
-  for (const auto& [value, name] : kDirectnessNames) {
-    if (value == directness) return name;
-  }
-  throw DbFailure("directness out of range");
+  return std::string(DirectnessText(directness));
 }
 
 Directness DirectnessNamed(const std::string& text) {
-  for (const auto& [value, name] : kDirectnessNames) {
-    if (text == name) return value;
-  }
-  throw DbFailure("stored directness unknown: " + text);
+  const auto directness = DirectnessFromText(text);
+  if (!directness) throw DbFailure("stored directness unknown: " + text);
+  return *directness;
 }
 
 User ReadUser(const Rows& rows) { return {rows[0].Int(0), rows[0].Text(1), rows[0].Text(2)}; }
@@ -101,7 +91,27 @@ std::int64_t SaveGame(Db& db, const std::vector<std::string>& keys, const std::s
   return game;
 }
 
+constexpr std::array<std::pair<Directness, std::string_view>, 3> kDirectnessTexts = {{
+    {Directness::kCoach, "coach"},
+    {Directness::kHints, "hints"},
+    {Directness::kAnswer, "answer"},
+}};
+
 }  // namespace
+
+std::string_view DirectnessText(Directness directness) {
+  for (const auto& [value, text] : kDirectnessTexts) {
+    if (value == directness) return text;
+  }
+  return "hints";  // not a level: read as the default
+}
+
+std::optional<Directness> DirectnessFromText(std::string_view text) {
+  for (const auto& [value, name] : kDirectnessTexts) {
+    if (text == name) return value;
+  }
+  return std::nullopt;
+}
 
 Rows Write(Db& db, const std::string& sql, const std::vector<SqlValue>& params) {
   Transaction transaction(db, TxKind::kWrite);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -59,6 +60,10 @@ struct Rotation {
 };
 
 enum class Directness { kCoach, kHints, kAnswer };
+// The levels' names, "coach", "hints" and "answer", as the program sends them and the store
+// keeps them.
+std::string_view DirectnessText(Directness directness);
+std::optional<Directness> DirectnessFromText(std::string_view text);
 
 struct Progress {
   std::string stage;  // empty: not started
