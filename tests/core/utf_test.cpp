@@ -47,7 +47,9 @@ TEST(Utf, ConvertsBothWaysAndReplacesWhatIsIllFormed) {
   EXPECT_EQ(WideToUtf8(Units({0xDE00, 0xD83D, 0xD83D, 0xDE00, 0x41})),
             "\xEF\xBF\xBD\xEF\xBF\xBD\xF0\x9F\x98\x80\x41");
   // Where wchar_t is wider, a unit past UTF-16 is no character of its own either.
-  if constexpr (sizeof(wchar_t) > 2) EXPECT_EQ(WideToUtf8(Units({0x1F600})), "\xEF\xBF\xBD");
+  if constexpr (sizeof(wchar_t) > 2) {
+    EXPECT_EQ(WideToUtf8(Units({0x1F600})), "\xEF\xBF\xBD");
+  }
 }
 
 }  // namespace
