@@ -29,6 +29,19 @@ std::string AsText(const SqlValue& value) {
   return std::string(digits, end);
 }
 
+Rows ReadRows(const PGresult* result) {
+  Rows rows(static_cast<std::size_t>(PQntuples(result)));
+  const int columns = PQnfields(result);
+  for (std::size_t index = 0; index < rows.size(); ++index) {
+    const int tuple = static_cast<int>(index);
+    for (int column = 0; column < columns; ++column) {
+      auto& cell = rows[index].cells.emplace_back();
+      if (!PQgetisnull(result, tuple, column)) cell = PQgetvalue(result, tuple, column);
+    }
+  }
+  return rows;
+}
+
 class PostgresDb final : public Db {
  public:
   explicit PostgresDb(const std::string& url);
@@ -72,7 +85,7 @@ void PostgresDb::StartCall() {
 PgResult PostgresDb::Execute(const std::string& sql, const std::vector<SqlValue>& params) {
   std::vector<std::string> texts;
   std::vector<const char*> values;
-  texts.reserve(params.size());
+  texts.reserve(params.size());  // never reallocated: `values` points into its strings
   for (const SqlValue& param : params) {
     const bool null = std::holds_alternative<std::nullptr_t>(param);
     values.push_back(null ? nullptr : texts.emplace_back(AsText(param)).c_str());
@@ -96,16 +109,7 @@ Rows PostgresDb::Run(const std::string& sql, const std::vector<SqlValue>& params
     if (message == nullptr || *message == '\0') message = PQerrorMessage(connection_.get());
     throw DbFailure("postgres: " + Trimmed(message) + " in: " + sql);
   }
-  Rows rows(static_cast<std::size_t>(PQntuples(result.get())));
-  const int columns = PQnfields(result.get());
-  for (std::size_t index = 0; index < rows.size(); ++index) {
-    const int tuple = static_cast<int>(index);
-    for (int column = 0; column < columns; ++column) {
-      auto& cell = rows[index].cells.emplace_back();
-      if (!PQgetisnull(result.get(), tuple, column)) cell = PQgetvalue(result.get(), tuple, column);
-    }
-  }
-  return rows;
+  return ReadRows(result.get());
 }
 
 void PostgresDb::Begin(TxKind kind) {
