@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "core/json.h"
@@ -56,12 +59,32 @@ void CheckCatalogueRoundTrip(std::string_view text) {
   FUZZ_CHECK(Parse(json) == written);
 }
 
-// Whatever the reply, a token is either missing or usable: an empty one would be sent as
-// "Bearer " and stored as if signed in.
-void CheckTokenReply(std::string_view text) {
-  const qn::TokenReply reply = qn::ParseTokenReply(ExactCopy(text).view());
-  FUZZ_CHECK(!reply.access_token || !reply.access_token->empty());
-  FUZZ_CHECK(!reply.refresh_token || !reply.refresh_token->empty());
+// A record and a token reply written as the service writes them, from values the input
+// chooses (two 64-bit numbers, a flag byte, then two strings), read back: numbers of any size,
+// the ordinal saturated to 32 bits, and an empty token read as none: taken, it would go out as
+// "Bearer " and be stored as if signed in.
+void CheckRepliesRoundTrip(std::string_view text) {
+  if (text.size() < 17) return;
+  int64_t ordinal = 0, revision = 0;
+  std::memcpy(&ordinal, text.data(), 8);
+  std::memcpy(&revision, text.data() + 8, 8);
+  const bool spoilers = (text[16] & 1) != 0;
+  std::vector<std::string> words = SplitAtNul(text.substr(17), 2);
+  words.resize(2);
+  const std::string a = qn::JsonEscape(words[0]), b = qn::JsonEscape(words[1]);
+  const std::string record = R"({"stage":")" + a + R"(","stage_ordinal":)" +
+                             std::to_string(ordinal) + R"(,"directness":")" + b +
+                             R"(","spoilers_ok":)" + (spoilers ? "true" : "false") +
+                             ",\"revision\":" + std::to_string(revision) + "}";
+  const auto saturated = static_cast<int32_t>(std::clamp<int64_t>(ordinal, INT32_MIN, INT32_MAX));
+  FUZZ_CHECK(qn::ParseMemoryRecord(ExactCopy(record).view()) ==
+             (qn::MemoryRecord{true, words[0], saturated, words[1], spoilers, revision}));
+  const qn::TokenReply tokens =
+      qn::ParseTokenReply(R"({"access_token":")" + a + R"(","refresh_token":")" + b + "\"}");
+  for (const auto& [token, word] :
+       {std::pair(tokens.access_token, words[0]), std::pair(tokens.refresh_token, words[1])}) {
+    FUZZ_CHECK(token == (word.empty() ? std::nullopt : std::optional<std::string>(word)));
+  }
 }
 
 }  // namespace
@@ -71,6 +94,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CheckCatalogue(text);
   CheckCatalogueRoundTrip(text);
   qn::ParseMemoryRecord(ExactCopy(text).view());
-  CheckTokenReply(text);
+  CheckRepliesRoundTrip(text);
   return 0;
 }

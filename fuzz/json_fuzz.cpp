@@ -1,13 +1,18 @@
-// Arbitrary bytes through every JSON reader and writer and the UTF converters. Memory errors
-// are the harness's to find (ASan/UBSan); the checks are the properties no table can sweep.
+// Arbitrary bytes through every JSON reader and writer, the UTF converters and the settings
+// text. Memory errors are the harness's to find (ASan/UBSan); the checks are the properties no
+// table can sweep.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "core/json.h"
+#include "core/settings.h"
 #include "core/utf.h"
 #include "fuzz_support.h"
 
@@ -58,6 +63,11 @@ void CheckGetters(std::string_view text, std::string_view key) {
   FUZZ_CHECK(found <= text.size() && text[found - 1] == ':');
   CheckParseString(text, found);
   if (!items.empty()) FUZZ_CHECK(text[qn::JsonSkipSpace(text, found)] == '[');
+  // Numbers read as the C library reads them, saturation included.
+  if (number) {
+    const std::string value(text.substr(qn::JsonSkipSpace(text, found)));
+    FUZZ_CHECK(*number == std::strtoll(value.c_str(), nullptr, 10));
+  }
 }
 
 void CheckEscapeRoundTrip(std::string_view raw, std::string_view tail) {
@@ -78,6 +88,23 @@ void CheckUtf(std::string_view bytes) {
   if (wide.find(static_cast<wchar_t>(0xFFFD)) == std::wstring::npos) FUZZ_CHECK(utf8 == bytes);
 }
 
+// Numbers in the settings land on the nearer end of their range, however far past it they lie,
+// and the file written from the settings reads back as the same settings.
+void CheckSettings(std::string_view text) {
+  const qn::Settings read = qn::ParseSettingsText(text);
+  const std::tuple<const char*, int32_t, int64_t, int64_t> clamped[] = {
+      {"drawer_pct", read.drawer_pct, 20, 50},
+      {"blur_pct", read.blur_pct, 0, 100},
+      {"sound_volume", read.sound_volume, 0, 100}};
+  for (const auto& [key, field, low, high] : clamped) {
+    if (const std::optional<int64_t> value = qn::JsonGetInt(text, key)) {
+      FUZZ_CHECK(field == std::clamp(*value, low, high));
+    }
+  }
+  const std::string file = qn::SettingsFileText(read);
+  FUZZ_CHECK(qn::SettingsFileText(qn::ParseSettingsText(file)) == file);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -90,5 +117,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   CheckEscapeRoundTrip(text, text);
   CheckUtf(text);
+  CheckSettings(text);
   return 0;
 }
