@@ -39,8 +39,8 @@ constexpr char kNotSignedInEvent[] = R"({"type":"error","message":"not signed in
 constexpr char kUnreachableEvent[] = R"({"type":"error","message":"could not reach the service"})";
 
 // Why the turn brought no answer, as the event that tells the player; nothing when the
-// stream itself ended the turn. A 401 that the refresh could not mend signed the player out,
-// and saying so beats a bare status.
+// stream itself ended the turn. After a 401 whose refresh was refused the player is signed
+// out, and saying so tells them what to do, where a bare status would not.
 std::optional<std::string> FailureEvent(const std::optional<HttpResponse>& reply, bool signed_in) {
   if (!reply || (TokenRefused(*reply) && !signed_in)) return kNotSignedInEvent;
   if (!reply->ok) return kUnreachableEvent;
