@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -36,6 +37,16 @@ constexpr char kChatPath[] = "/v1/chat";
 // Failures travel as ordinary events, so the UI thread has one path for every outcome.
 constexpr char kNotSignedInEvent[] = R"({"type":"error","message":"not signed in"})";
 constexpr char kUnreachableEvent[] = R"({"type":"error","message":"could not reach the service"})";
+
+// Why the turn brought no answer, as the event that tells the player; nothing when the
+// stream itself ended the turn. After a 401 whose refresh was refused the player is signed
+// out, and saying so tells them what to do, where a bare status would not.
+std::optional<std::string> FailureEvent(const std::optional<HttpResponse>& reply, bool signed_in) {
+  if (!reply || (TokenRefused(*reply) && !signed_in)) return kNotSignedInEvent;
+  if (!reply->ok) return kUnreachableEvent;
+  if (reply->status == 200) return std::nullopt;
+  return R"({"type":"error","status":)" + std::to_string(reply->status) + "}";
+}
 
 // Without a thread the turn can neither run nor end, and the view would wait for ever; the
 // crash path records why instead.
@@ -83,29 +94,23 @@ void Session::ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept {
   job->Post(std::unique_ptr<std::string>());
 }
 
-// One retry after a refresh: an access token that expired mid-session fails the first
-// attempt, and a fresh one is all the second needs. A cancelled turn does not retry, so that
+// An expired access token is met as on every request: one refresh, one resend. A stream
+// that got no response at all is sent once more too, after a refresh that tells whether the
+// service can be reached now. Events only ever follow a 200, which is never resent, so the
+// player never sees a piece of the answer twice. A cancelled turn does not resend, so that
 // shutdown is not held up by another round of time-outs.
 void Session::RunChatTurn(const ChatStreamJob& job) {
-  std::string token = CopyAccessToken();
-  if (token.empty()) {
-    job.Post(kNotSignedInEvent);
-    return;
-  }
   EventStream stream(client_);
   const auto on_event = [&job](const std::string& payload) { job.Post(payload); };
   const auto cancelled = [this] { return cancel_requested_.load(); };
-  if (stream.Post(kChatPath, job.body, token, on_event, cancelled)) return;
-  if (!cancelled() && RefreshAccessToken()) {
-    token = CopyAccessToken();
-    if (stream.Post(kChatPath, job.body, token, on_event, cancelled)) return;
-  }
-  job.Post(kUnreachableEvent);
-}
-
-std::string Session::CopyAccessToken() const {
-  std::lock_guard lock(mutex_);
-  return access_token_;
+  const std::optional<HttpResponse> reply = SendAuthorized(
+      [&](const std::string& token) {
+        return stream.Post(kChatPath, job.body, token, on_event, cancelled);
+      },
+      [&](const HttpResponse& first) {
+        return !cancelled() && (!first.ok || TokenRefused(first));
+      });
+  if (std::optional<std::string> failure = FailureEvent(reply, IsSignedIn())) job.Post(*failure);
 }
 
 }  // namespace qn

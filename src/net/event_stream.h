@@ -14,9 +14,10 @@ class EventStream {
 
   explicit EventStream(const HttpClient& client) : client_(client) {}
 
-  // False only when no response arrived; a non-200 reply becomes one error payload.
-  bool Post(const std::string& path, const std::string& body, const std::string& token,
-            const EventCallback& on_event, const CancelCheck& cancelled);
+  // Not ok when no response arrived. A status other than 200 delivers no payload: what it
+  // means is the caller's to decide, which may send the request again.
+  HttpResponse Post(const std::string& path, const std::string& body, const std::string& token,
+                    const EventCallback& on_event, const CancelCheck& cancelled);
 
  private:
   const HttpClient& client_;

@@ -35,52 +35,49 @@ std::string DrainErrorBody(HINTERNET request) {
   return start;
 }
 
-void DeliverStatusError(HINTERNET request, int32_t status,
-                        const EventStream::EventCallback& on_event) {
-  const std::string start = DrainErrorBody(request);
-  Log(kLogWarn, L"SSE returned %d: %hs", static_cast<int>(status), start.c_str());
-  on_event("{\"type\":\"error\",\"status\":" + std::to_string(status) + "}");
-}
-
-bool ReadEvents(HINTERNET request, const EventStream::EventCallback& on_event,
+void ReadEvents(HINTERNET request, const EventStream::EventCallback& on_event,
                 const EventStream::CancelCheck& cancelled) {
   SseLineReader reader(on_event);
   char buffer[kReadBytes];
   for (;;) {
     if (cancelled && cancelled()) {
       Log(kLogInfo, L"SSE cancelled by caller");
-      return true;
+      return;
     }
     DWORD got = 0;
     if (!ReadAvailable(request, buffer, kReadBytes, got)) {
       Log(kLogWarn, L"SSE read failed: %lu", GetLastError());
-      return true;
+      return;
     }
-    if (got == 0) return true;
+    if (got == 0) return;
     reader.Feed(std::string_view(buffer, got));
   }
 }
 
 }  // namespace
 
-bool EventStream::Post(const std::string& path, const std::string& body, const std::string& token,
-                       const EventCallback& on_event, const CancelCheck& cancelled) {
+HttpResponse EventStream::Post(const std::string& path, const std::string& body,
+                               const std::string& token, const EventCallback& on_event,
+                               const CancelCheck& cancelled) {
   HttpRequestHandles handles;
-  if (!client_.OpenRequest(L"POST", path, token, true, 0, handles)) return false;
+  if (!client_.OpenRequest(L"POST", path, token, true, 0, handles)) return {};
   if (!SendRequestBody(handles.request.get(), body)) {
     Log(kLogWarn, L"SSE send failed: %lu", GetLastError());
-    return false;
+    return {};
   }
   if (!WinHttpReceiveResponse(handles.request.get(), nullptr)) {
     Log(kLogWarn, L"SSE receive failed: %lu", GetLastError());
-    return false;
+    return {};
   }
   const int32_t status = QueryStatusCode(handles.request.get());
-  if (status != 200) {
-    DeliverStatusError(handles.request.get(), status, on_event);
-    return true;
+  if (status == 200) {
+    // However the stream ends, it was answered: the request is not sent again.
+    ReadEvents(handles.request.get(), on_event, cancelled);
+    return {true, status, {}};
   }
-  return ReadEvents(handles.request.get(), on_event, cancelled);
+  const std::string start = DrainErrorBody(handles.request.get());
+  Log(kLogWarn, L"SSE returned %d: %hs", static_cast<int>(status), start.c_str());
+  return {true, status, {}};
 }
 
 }  // namespace qn

@@ -32,6 +32,18 @@ void TakeProgress(const MemoryRecord& memory, GameLookupResult& result) {
   result.spoilers_ok = memory.spoilers_ok;
 }
 
+// Signed out, nothing was sent and nothing failed that the log should tell.
+bool ChangeDone(const std::optional<HttpResponse>& reply, const wchar_t* done_format,
+                const wchar_t* failed_format, const std::string& slug) {
+  if (!reply) return false;
+  if (reply->ok && reply->status == 200) {
+    Log(kLogInfo, done_format, slug.c_str());
+    return true;
+  }
+  Log(kLogWarn, failed_format, reply->status);
+  return false;
+}
+
 }  // namespace
 
 std::vector<GameEntry> Session::GetGames(bool ask_service, DWORD timeout_ms) {
@@ -43,15 +55,16 @@ std::vector<GameEntry> Session::GetGames(bool ask_service, DWORD timeout_ms) {
 }
 
 std::optional<std::vector<GameEntry>> Session::FetchGames(DWORD timeout_ms) {
-  const HttpResponse reply = client_.Get("/v1/games", AccessToken(), timeout_ms);
-  if (!reply.ok || reply.status != 200) return std::nullopt;
-  std::vector<GameEntry> games = ParseCatalogue(reply.body);
+  const std::optional<HttpResponse> reply = SendAuthorized(
+      [&](const std::string& token) { return client_.Get("/v1/games", token, timeout_ms); });
+  if (!reply || !reply->ok || reply->status != 200) return std::nullopt;
+  std::vector<GameEntry> games = ParseCatalogue(reply->body);
   if (games.empty()) return std::nullopt;
   {
     std::lock_guard lock(mutex_);
     games_.StoreLive(games);
   }
-  if (const std::wstring path = GamesPath(); !path.empty()) ReplaceStateFile(path, reply.body);
+  if (const std::wstring path = GamesPath(); !path.empty()) ReplaceStateFile(path, reply->body);
   return games;
 }
 
@@ -76,38 +89,27 @@ bool Session::IsCatalogueStale() const {
 }
 
 MemoryRecord Session::GetMemory(const std::string& slug, DWORD timeout_ms) {
-  const std::string token = AccessToken();
-  if (token.empty()) return {};
-  const HttpResponse reply = client_.Get(MemoryPath(slug), token, timeout_ms);
-  if (!reply.ok || reply.status != 200) return {};
-  return ParseMemoryRecord(reply.body);
+  const std::optional<HttpResponse> reply = SendAuthorized(
+      [&](const std::string& token) { return client_.Get(MemoryPath(slug), token, timeout_ms); });
+  if (!reply || !reply->ok || reply->status != 200) return {};
+  return ParseMemoryRecord(reply->body);
 }
 
 // A patch with no fields succeeds without a request: the settings window sends whatever
 // changed, and nothing changed is not a failure.
 bool Session::PatchMemory(const std::string& slug, const MemoryPatch& patch) {
-  const std::string token = AccessToken();
-  if (token.empty()) return false;
-  if (patch.empty()) return true;
-  const HttpResponse reply = client_.Patch(MemoryPath(slug), MemoryPatchBody(patch), token);
-  if (reply.ok && reply.status == 200) {
-    Log(kLogInfo, L"memory patched for %hs", slug.c_str());
-    return true;
-  }
-  Log(kLogWarn, L"memory patch failed (%d)", reply.status);
-  return false;
+  if (patch.empty()) return !AccessToken().empty();
+  return ChangeDone(SendAuthorized([&](const std::string& token) {
+                      return client_.Patch(MemoryPath(slug), MemoryPatchBody(patch), token);
+                    }),
+                    L"memory patched for %hs", L"memory patch failed (%d)", slug);
 }
 
 bool Session::NewPlaythrough(const std::string& slug) {
-  const std::string token = AccessToken();
-  if (token.empty()) return false;
-  const HttpResponse reply = client_.Post(NewPlaythroughPath(slug), "{}", token);
-  if (reply.ok && reply.status == 200) {
-    Log(kLogInfo, L"progress reset for %hs", slug.c_str());
-    return true;
-  }
-  Log(kLogWarn, L"new playthrough failed (%d)", reply.status);
-  return false;
+  return ChangeDone(SendAuthorized([&](const std::string& token) {
+                      return client_.Post(NewPlaythroughPath(slug), "{}", token);
+                    }),
+                    L"progress reset for %hs", L"new playthrough failed (%d)", slug);
 }
 
 void Session::LookupGameAsync(const std::string& key, HWND window,

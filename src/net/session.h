@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,6 +21,9 @@
 #include "net/service_failure.h"
 
 namespace qn {
+
+// The service refused the access token a request carried: it expired or was revoked.
+inline bool TokenRefused(const HttpResponse& reply) { return reply.ok && reply.status == 401; }
 
 // Posted by the game lookup as WPARAM; the receiving window owns it and deletes it.
 struct GameLookupResult {
@@ -82,7 +86,7 @@ class Session {
   // comes once, last, on every outcome. A question asked while a turn runs is dropped and 0
   // returned.
   ChatTurnId StreamChatAsync(const std::string& game, const std::string& message, HWND window,
-                       PostedMessage<std::string> event_message);
+                             PostedMessage<std::string> event_message);
   // The running turn stops at its next read and still posts its end mark.
   void CancelStream();
   // Cancels the turn and waits for both workers. The destructor runs it too, since the
@@ -119,6 +123,16 @@ class Session {
   struct ChatStreamJob;
   static void ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept;
   void RunChatTurn(const ChatStreamJob& job);
+
+  using AuthorizedSend = std::function<HttpResponse(const std::string& token)>;
+  using ResendCheck = std::function<bool(const HttpResponse& reply)>;
+  // Every request made with the access token goes through here: sent with the token, and
+  // sent once more with a new one when `resend` says so of the reply. Nothing when not signed
+  // in, in which case nothing was sent.
+  std::optional<HttpResponse> SendAuthorized(const AuthorizedSend& send,
+                                             const ResendCheck& resend = TokenRefused);
+  // The access token to use instead of `refused`; empty when there is none.
+  std::string NewerAccessToken(const std::string& refused);
   std::string CopyAccessToken() const;
 
   HttpClient client_;

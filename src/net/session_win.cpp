@@ -152,20 +152,48 @@ void Session::WriteTokenFile(uint64_t generation, const std::string& refresh_tok
   }
 }
 
-// token.bin stays: the next start tries it again, and a spent token is harmless on disk.
-// Only the token that was refused is dropped, not one a sign-in stored in the meantime.
+// The player is signed out: the access token goes too, since the service revokes it with
+// the refresh token, and keeping it would answer every later request with a 401 instead of
+// asking the player to sign in. token.bin stays: the next start tries it again, and a spent
+// token is harmless on disk. Only the token that was refused is dropped, not one a sign-in
+// stored in the meantime.
 void Session::RejectRefreshToken(int32_t status, const std::string& refused) {
   Log(kLogWarn, L"refresh rejected (%d); stored token is spent or revoked", status);
   std::lock_guard lock(mutex_);
-  if (refresh_token_ == refused) refresh_token_.clear();
+  if (refresh_token_ != refused) return;
+  refresh_token_.clear();
+  access_token_.clear();
+  last_failure_ = ServiceFailure::kNotSignedIn;
 }
 
-std::string Session::AccessToken() {
-  {
-    std::lock_guard lock(mutex_);
-    if (!access_token_.empty()) return access_token_;
-  }
-  RefreshAccessToken();
+std::string Session::AccessToken() { return NewerAccessToken(std::string()); }
+
+// A token other than the refused one is taken as it is: another thread has refreshed
+// meanwhile, or signed the player out. When two refresh at once, the one whose reply is
+// stored second finds its refresh token rotated and its reply dropped, and still goes on
+// with the token the other stored.
+std::string Session::NewerAccessToken(const std::string& refused) {
+  if (std::string held = CopyAccessToken(); held != refused) return held;
+  Refresh();
+  std::string fresh = CopyAccessToken();
+  return fresh == refused ? std::string() : fresh;
+}
+
+// One refresh at most per request: a token fetched for it just now has spent it already,
+// and a new token the service refuses too will not be mended by another.
+std::optional<HttpResponse> Session::SendAuthorized(const AuthorizedSend& send,
+                                                    const ResendCheck& resend) {
+  std::string token = CopyAccessToken();
+  const bool fetched = token.empty();
+  if (fetched) token = AccessToken();
+  if (token.empty()) return std::nullopt;
+  HttpResponse reply = send(token);
+  if (fetched || !resend(reply)) return reply;
+  token = NewerAccessToken(token);
+  return token.empty() ? reply : send(token);
+}
+
+std::string Session::CopyAccessToken() const {
   std::lock_guard lock(mutex_);
   return access_token_;
 }

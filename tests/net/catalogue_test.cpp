@@ -79,8 +79,6 @@ TEST(RequestBodies, AreFlatObjectsInFixedOrder) {
   EXPECT_EQ(
       CredentialsBody("p\"@x.org", "pa\"ss\\w\x01rd"),
       R"({"email":"p\"@x.org","password":"pa\"ss\\w\u0001rd","device_label":"windows-client"})");
-  EXPECT_EQ(RefreshTokenBody("r1"), R"({"refresh_token":"r1"})");
-  EXPECT_EQ(NewPlaythroughPath("a b/c%20"), "/v1/memory/a b/c%20/new-playthrough");
 }
 
 }  // namespace

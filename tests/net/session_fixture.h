@@ -47,11 +47,15 @@ class SessionFixture : public ::testing::Test {
     test::WriteFileBytes(StatePath(L"config.json"),
                          "{\"base_url\":\"" + WideToUtf8(fake_->BaseUrl()) + "\"" + members + "}");
   }
-  // Started against the fake; signed in as access token "a1" when `signed_in` is true.
-  Session& Start(bool signed_in = true) {
+  // Started against the fake; signed in as access token "a1" when `signed_in` is true. A later
+  // refresh is refused, or rotates to "a2" and "r2".
+  Session& Start(bool signed_in = true, bool later_refresh_refused = false) {
     if (signed_in) {
       TokenStore::Save("r0");
       fake_->Script("POST", "/v1/auth/refresh", test::Reply(200, R"({"access_token":"a1"})"));
+      const char* later = R"({"access_token":"a2","refresh_token":"r2"})";
+      fake_->Script("POST", "/v1/auth/refresh",
+                    test::Reply(later_refresh_refused ? 401 : 200, later));
     }
     WriteConfig();
     session_ = std::make_unique<Session>();
