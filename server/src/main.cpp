@@ -1,52 +1,37 @@
 // hintwick-server: serves the program's accounts, games, progress and updates, or runs one
 // operator command against the same database.
 #include <cstdio>
-#include <filesystem>
 
-#include "api/api.h"
-#include "api/release.h"
-#include "http/server.h"
 #include "ops/admin.h"
 #include "ops/log.h"
-#include "ops/metrics.h"
+#include "service.h"
 
 namespace hintwick {
 namespace {
 
-ServerOptions ServerOptionsOf(const Config& c) {
-  ServerOptions o;
-  o.host = c.listen_host;
-  o.port = c.listen_port;
-  o.limits = {c.body_limit, c.header_limit};
-  o.read_timeout = c.read_timeout;
-  o.idle_timeout = c.idle_timeout;
-  o.drain_timeout = c.drain_timeout;
-  o.tls_cert = c.tls_cert;
-  o.tls_key = c.tls_key;
-  o.trust_forwarded_for = c.trust_forwarded_for;
-  o.store_threads = c.store_threads;
-  o.hash_threads = c.hash_threads;
-  o.hash_queue = c.hash_queue;
-  return o;
-}
-
-int Serve(const Config& config, Store& store) {
-  PasswordHasher hasher({static_cast<unsigned long long>(config.argon2_passes),
-                         static_cast<std::size_t>(config.argon2_mib) << 20});
-  Accounts accounts(store, hasher, config.tokens);
-  Metrics metrics;
-  Release release(config.ReleaseDir());
-  Api api({config, store, accounts, metrics, release});
-  Server server(ServerOptionsOf(config), api, metrics);
-  if (auto error = server.Bind()) {
+int Serve(const Config& config) {
+  auto opened = Service::Open(config);
+  if (const auto* error = std::get_if<std::string>(&opened)) {
     LogLine(*error);
     return 1;
   }
-  LogLine("listening on " + server.BaseUrl() + " (in the program's config.json: \"base_url\": \"" +
-          server.BaseUrl() + "\")");
-  server.Run(true);
+  Service& service = *std::get<std::unique_ptr<Service>>(opened);
+  LogLine("listening on " + service.BaseUrl() + " (in the program's config.json: \"base_url\": \"" +
+          service.BaseUrl() + "\")");
+  service.Run(true);
   LogLine("stopped");
   return 0;
+}
+
+int Administer(const Config& config, const std::vector<std::string>& words) {
+  auto opened = OpenConfiguredStore(config);
+  if (const auto* error = std::get_if<StoreError>(&opened)) {
+    std::fprintf(stderr, "cannot open the database: %s\n", error->text.c_str());
+    return 1;
+  }
+  int status = RunAdmin(*std::get<std::unique_ptr<Store>>(opened), words);
+  if (status == 2) std::fprintf(stderr, "not a command; see --help\n");
+  return status;
 }
 
 int Main(std::vector<std::string> args) {
@@ -61,18 +46,7 @@ int Main(std::vector<std::string> args) {
     return 2;
   }
   const Config& config = std::get<Config>(loaded);
-  std::error_code ec;
-  std::filesystem::create_directories(config.data_dir, ec);
-  auto opened = OpenStore(config.DatabaseUrl(), config.store_threads + config.hash_threads);
-  if (const auto* error = std::get_if<StoreError>(&opened)) {
-    std::fprintf(stderr, "cannot open the database: %s\n", error->text.c_str());
-    return 1;
-  }
-  Store& store = *std::get<std::unique_ptr<Store>>(opened);
-  if (args.empty()) return Serve(config, store);
-  int status = RunAdmin(store, args);
-  if (status == 2) std::fprintf(stderr, "not a command; see --help\n");
-  return status;
+  return args.empty() ? Serve(config) : Administer(config, args);
 }
 
 }  // namespace

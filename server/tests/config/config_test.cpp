@@ -9,40 +9,31 @@
 namespace hintwick::test {
 namespace {
 
-TEST(ConfigTest, FileThenFlagsAndWhatIsLeft) {
+TEST(ConfigTest, FlagsOverTheFileAndTheCommandLeftOver) {
   ScratchDir scratch;
-  auto file = scratch.path / "server.json";
+  auto file = (scratch.path / "server.json").string();
   std::ofstream(file) << R"({"access_ttl": 600, "grace": "0", "listen": "0.0.0.0:9000"})";
-  struct Row {
-    std::vector<std::string> args;
-    std::string error;  // empty: accepted
-    std::vector<std::string> rest;
-  } rows[] = {
-      {{"--config", file.string(), "--grace=5", "user", "delete", "a@b.c"}, "", {"user", "delete", "a@b.c"}},
-      {{"game", "add", "x", "X", "--has-index"}, "", {"game", "add", "x", "X", "--has-index"}},
-      {{"--argon2-mib", "8"}, "bad value for --argon2-mib", {}},
-      {{"--listen", "8080"}, "bad value for --listen", {}},
-      {{"--tls-cert", "c.pem"}, "go together", {}},
-      {{"--colour", "red"}, "unknown flag --colour", {}},
-      {{"--grace"}, "needs a value", {}},
-  };
-  for (auto& row : rows) {
-    auto loaded = LoadConfig(row.args);
-    if (!row.error.empty()) {
-      ASSERT_TRUE(std::holds_alternative<ConfigError>(loaded)) << row.error;
-      EXPECT_NE(std::get<ConfigError>(loaded).text.find(row.error), std::string::npos);
-      continue;
-    }
-    ASSERT_TRUE(std::holds_alternative<Config>(loaded)) << std::get<ConfigError>(loaded).text;
-    EXPECT_EQ(row.args, row.rest);
-  }
-  std::vector<std::string> args = {"--config", file.string(), "--grace=5"};
+  std::vector<std::string> args = {"user", "--grace=5", "delete", "--config", file, "a@b.c"};
   auto config = std::get<Config>(LoadConfig(args));
+  EXPECT_EQ(args, (std::vector<std::string>{"user", "delete", "a@b.c"}));
   EXPECT_EQ(config.tokens.access.count(), 600);
   EXPECT_EQ(config.tokens.reuse_grace.count(), 5);
-  EXPECT_EQ(config.listen_host, "0.0.0.0");
-  EXPECT_EQ(config.listen_port, 9000);
-  EXPECT_EQ(config.DatabaseUrl(), "sqlite:data/hintwick.db");
+  EXPECT_EQ(config.listen_host + ":" + std::to_string(config.listen_port), "0.0.0.0:9000");
+  struct Row {
+    std::vector<std::string> args;
+    std::string error;
+  } refused[] = {
+      {{"--argon2-mib", "8"}, "bad value for --argon2-mib"},  // under OWASP's minimum
+      {{"--listen", "8080"}, "bad value for --listen"},
+      {{"--tls-cert", "c.pem"}, "go together"},
+      {{"--colour", "red"}, "unknown flag --colour"},
+      {{"--grace"}, "needs a value"},
+  };
+  for (auto& row : refused) {
+    auto loaded = LoadConfig(row.args);
+    ASSERT_TRUE(std::holds_alternative<ConfigError>(loaded)) << row.error;
+    EXPECT_NE(std::get<ConfigError>(loaded).text.find(row.error), std::string::npos);
+  }
 }
 
 }  // namespace

@@ -8,9 +8,8 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "config/config.h"
+#include "service.h"
 
 namespace hintwick::test {
 
@@ -22,54 +21,49 @@ struct Response {
   boost::json::value Json() const;  // null when the body is not JSON
 };
 
-// The stores the protocol tests run on: "sqlite", and "postgres" when one is provided.
-std::vector<std::string> StoreKinds();
 std::string PostgresUrl();  // empty when no cluster runs
-// Names each row after its store ("*/postgres"), for ctest's filters.
+std::vector<std::string> StoreKinds();  // "sqlite", and "postgres" when one runs
 inline std::string StoreName(const ::testing::TestParamInfo<std::string>& info) { return info.param; }
 
-// A folder removed again with the object.
 struct ScratchDir {
   ScratchDir();
   ~ScratchDir();
   std::filesystem::path path;
 };
 
-class TestService {
- public:
-  // `config` is taken as given, but listens on a free port of 127.0.0.1 and, for
-  // "sqlite", keeps its database in a scratch folder.
-  TestService(const std::string& store_kind, Config config = FastConfig());
-  ~TestService();
-
-  static Config FastConfig();  // trusts X-Forwarded-For, so each test has its own address
-
-  Response Call(const std::string& method, const std::string& path, const std::string& body = "",
-                const std::string& bearer = "") const;
-  // Raw bytes in, whatever comes back before the peer closes or `wait` passes.
-  std::string Raw(const std::string& bytes, std::chrono::milliseconds wait) const;
-  void Stop();
-  Store& store() const;
-
-  std::uint16_t port = 0;
-  std::string address;  // the X-Forwarded-For this service's calls carry
-  ScratchDir scratch;
-  Config config;
-
- private:
-  struct Parts;
-  std::unique_ptr<Parts> parts_;
-  std::thread runner_;
-};
-
-// Unique per call, so tests sharing one PostgreSQL never meet.
-std::string UniqueEmail();
+// Unique per call, so that tests sharing one PostgreSQL never meet.
 std::string UniqueName(const std::string& prefix);
-std::string RandomAddress();  // an IPv4 address in 10/8, for X-Forwarded-For
+std::string UniqueEmail();
+std::string RandomAddress();  // in 10/8, sent as X-Forwarded-For
 
-// A plain client of any service on loopback.
 Response CallPort(std::uint16_t port, const std::string& method, const std::string& path,
                   const std::string& body, const std::string& bearer,
                   const std::string& forwarded_for = "");
+
+class TestService {
+ public:
+  // Trusts X-Forwarded-For, so that each test is an address of its own to the rate limits.
+  static Config FastConfig();
+  explicit TestService(const std::string& store_kind, Config config = FastConfig());
+  ~TestService() { Stop(); }
+
+  Response Call(const std::string& method, const std::string& path, const std::string& body = "",
+                const std::string& bearer = "") const {
+    return CallPort(port, method, path, body, bearer, address);
+  }
+  // Raw bytes in; what comes back before the service closes or `wait` passes.
+  std::string Raw(const std::string& bytes, std::chrono::milliseconds wait) const;
+  void Stop();
+  Store& store() { return service_->store(); }
+
+  ScratchDir scratch;
+  Config config;
+  std::uint16_t port = 0;
+  std::string address = RandomAddress();
+
+ private:
+  std::unique_ptr<Service> service_;
+  std::thread runner_;
+};
 
 }  // namespace hintwick::test
