@@ -2,6 +2,7 @@
 # Builds dist/Hintwick.exe on a Debian 12 machine, installing the toolchain if needed.
 # The exe ships without debug information; dist/symbols/Hintwick.pdb comes from the same link
 # and is what turns a player's crash dump into named functions (README: Crash dumps).
+# It also builds the service, build/server/server/src/hintwick-server (README: The service).
 set -eu
 cd "$(dirname "$0")/.."
 scripts/deps.sh build
@@ -13,3 +14,6 @@ mkdir -p dist/symbols
 llvm-strip --strip-debug -o dist/Hintwick.exe build/windows-release/src/app/Hintwick.exe
 cp build/windows-release/src/app/Hintwick.pdb dist/symbols/Hintwick.pdb
 echo "built dist/Hintwick.exe (symbols in dist/symbols/Hintwick.pdb)"
+cmake --preset server >/dev/null
+cmake --build --preset server --target hintwick-server -j "$(nproc)"
+echo "built build/server/server/src/hintwick-server"

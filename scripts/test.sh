@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs every test: the Windows build under Wine, the portable code natively under
-# AddressSanitizer and UBSan, and the fuzz targets for a bounded time.
+# AddressSanitizer and UBSan, the fuzz targets for a bounded time, and the service (server/)
+# on SQLite and on a scratch PostgreSQL cluster.
 set -u
 cd "$(dirname "$0")/.."
 scripts/deps.sh test || exit 1
@@ -9,11 +10,11 @@ logs=build/test-logs
 mkdir -p "$logs"
 
 status=0
-for preset in windows native; do
+for preset in windows native server; do
   cmake --preset "$preset" >/dev/null &&
     cmake --build --preset "$preset" -j "$jobs" || { echo "build failed: $preset"; exit 1; }
 done
-for preset in windows native; do
+for preset in windows native server; do
   ctest --preset "$preset" 2>&1 | tee "$logs/$preset.txt"
   [ "${PIPESTATUS[0]}" -eq 0 ] || status=1
 done
@@ -35,9 +36,9 @@ fi
 echo "shipped exe (dist/Hintwick.exe): $([ $release -eq 0 ] && echo passed || echo FAILED; true)"
 [ $release -eq 0 ] || { status=1; tail -n 40 "$logs/release.txt"; }
 
-# One closing line for both runs.
+# One closing line for the three runs.
 passed=0; failed=0
-for preset in windows native; do
+for preset in windows native server; do
   line=$(grep -E '[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$logs/$preset.txt" | tail -n 1)
   total=$(sed -E 's/.* out of ([0-9]+).*/\1/' <<<"$line")
   bad=$(sed -E 's/.* ([0-9]+) tests? failed.*/\1/' <<<"$line")

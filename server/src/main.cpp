@@ -1,5 +1,6 @@
 // hintwick-server: serves the program's accounts, games, progress and updates, or runs one
 // operator command against the same database.
+#include <algorithm>
 #include <cstdio>
 
 #include "ops/admin.h"
@@ -35,7 +36,7 @@ int Administer(const Config& config, const std::vector<std::string>& words) {
 }
 
 int Main(std::vector<std::string> args) {
-  if (!args.empty() && (args[0] == "--help" || args[0] == "-h")) {
+  if (std::find(args.begin(), args.end(), "--help") != args.end()) {
     std::printf("hintwick-server [FLAGS] [COMMAND]\n\nFlags:\n%s\nCommands:\n%s",
                 ConfigUsage().c_str(), AdminUsage().c_str());
     return 0;
