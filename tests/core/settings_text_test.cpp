@@ -18,6 +18,8 @@ TEST(SettingsText, EveryKeyIsReadAndWrittenInTheFixedLayout) {
       R"("sound_enabled":false,"sound_volume":100,"directness":"answer"})");
   EXPECT_EQ(s.legacy_password, "hunter2");
   EXPECT_FALSE(ParseSettingsText(R"({"password":""})").password_migration_pending);
+  EXPECT_EQ(std::string(DirectnessName(0)) + DirectnessName(1) + DirectnessName(7),
+            "coachhintshints");
   EXPECT_EQ(SettingsFileText(s),
             "{\n"
             "  \"base_url\": \"http://h\xC3\xA9/\\\"q\\\\\",\n"

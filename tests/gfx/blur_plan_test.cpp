@@ -15,9 +15,9 @@ namespace {
 
 TEST(BlurPlan, ClampCrop) {
   const std::pair<PixelRect, std::optional<PixelRect>> cases[] = {
-      {{-50, 450, 900, 700}, PixelRect{0, 450, 800, 600}},  // drawer wider than a shrunk frame
-      {{0, 600, 800, 800}, std::nullopt},                   // wholly below the frame
-      {{300, 300, 300, 400}, std::nullopt},                 // no width left
+      {{-50, -10, 900, 700}, PixelRect{0, 0, 800, 600}},  // drawer larger than a shrunk frame
+      {{0, 600, 800, 800}, std::nullopt},                 // wholly below the frame
+      {{300, 300, 300, 400}, std::nullopt},               // no width left
   };
   for (const auto& [crop, clamped] : cases) EXPECT_EQ(ClampCrop(crop, {800, 600}), clamped);
 }
@@ -44,7 +44,7 @@ TEST(BlurPlan, FirstPassAndCompositeReadOnlyTheCrop) {
     BlurParams params;
     params.blur = blur;
     const auto passes =
-        PlanPasses({1000, 900}, {100, 600, 901, 900}, {801, 300}, params, CompositeEncode::kAsIs);
+        PlanPasses({1000, 900}, {100, 600, 901, 900}, {1602, 600}, params, CompositeEncode::kAsIs);
     const BlurCB& composite = passes.back().constants;
     EXPECT_EQ(composite.blur, used) << blur;
     std::vector<std::string> described;
@@ -52,7 +52,7 @@ TEST(BlurPlan, FirstPassAndCompositeReadOnlyTheCrop) {
     EXPECT_EQ(described, (std::vector<std::string>{
                              "down -1>0 801x300 /1000x900", "down 0>1 401x150 /801x300",
                              "down 1>2 201x75 /401x150", "up 2>1 401x150 /201x75",
-                             "up 1>0 801x300 /401x150", "composite 0>-2 801x300 /801x300"}));
+                             "up 1>0 801x300 /401x150", "composite 0>-2 1602x600 /801x300"}));
     for (const BlurCB* cb : {&passes[0].constants, &composite}) {
       EXPECT_FLOAT_EQ(cb->uv_scale[0], 0.801f);
       EXPECT_FLOAT_EQ(cb->uv_scale[1], 300.0f / 900.0f);

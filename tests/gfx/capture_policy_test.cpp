@@ -13,8 +13,9 @@ namespace {
 TEST(CapturePolicyTest, PoolIsRecreatedOnlyWhenContentNeedsAnotherSize) {
   const std::pair<FrameSize, std::optional<FrameSize>> cases[] = {
       {{1280, 720}, std::nullopt},
-      {{800, 720}, FrameSize{800, 720}},  // narrower only
-      {{1280, 0}, std::nullopt},          // minimised: the old pool serves the restored window
+      {{800, 720}, FrameSize{800, 720}},    // narrower only
+      {{1280, 600}, FrameSize{1280, 600}},  // lower only
+      {{1280, 0}, std::nullopt},            // minimised: the old pool serves the restored window
   };
   for (const auto& [content, recreate] : cases) {
     EXPECT_EQ(PoolSizeToRecreate(content, {1280, 720}, 1), recreate) << content.width;

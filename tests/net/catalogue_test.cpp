@@ -62,8 +62,8 @@ TEST(GameTable, KeepsTheNewestTableAndSaysWhenItMayBeOld) {
 // rather than wraps, so a late stage never reads as an early one.
 TEST(ParseMemoryRecord, ReadsTheKnownKeysOverTheDefaults) {
   EXPECT_EQ(ParseMemoryRecord(R"({"stage":"act 2","stage_ordinal":-4294967299,"spoilers_ok":true,)"
-                              R"("directness":null,"revision":9007199254740993})"),
-            (MemoryRecord{true, "act 2", std::numeric_limits<int32_t>::min(), "", true,
+                              R"("directness":"coach","revision":9007199254740993})"),
+            (MemoryRecord{true, "act 2", std::numeric_limits<int32_t>::min(), "coach", true,
                           9007199254740993}));
   EXPECT_EQ(ParseMemoryRecord(R"({"last":{"stage":"x"},"stage_ordinal":4294967296,"directness":3,)"
                               R"("spoilers_ok":false,"revision":-1})"),

@@ -15,7 +15,7 @@ namespace {
 TEST(SseLines, EachDataLineIsOnePayloadHoweverTheStreamIsCut) {
   using Payloads = std::vector<std::string>;
   const std::tuple<std::string, size_t, size_t, Payloads> cases[] = {
-      {"data: a\r\n\r\n: c\nevent: e\ndata:b\r\ndata:\ndata: \r\ndata:  x\ndata: cut",
+      {"data: a\r\n\r\n: c\nevent: e\ndata:b\r\ndataz: y\ndata:\ndata: \r\ndata:  x\ndata: cut",
        64,
        3,
        {"a", "b", " x"}},
