@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "auth/tokens.h"
 #include "ops/log.h"
 
 namespace hintwick {
@@ -21,22 +22,6 @@ std::string Trimmed(std::string text) {
   while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) text.pop_back();
   auto start = text.find_first_not_of(" \t\r\n");
   return start == std::string::npos ? "" : text.substr(start);
-}
-
-std::optional<std::string> FileSha256(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  crypto_hash_sha256_state state;
-  crypto_hash_sha256_init(&state);
-  char chunk[1 << 16];
-  while (in.read(chunk, sizeof chunk) || in.gcount() > 0)
-    crypto_hash_sha256_update(&state, reinterpret_cast<unsigned char*>(chunk),
-                              static_cast<unsigned long long>(in.gcount()));
-  unsigned char digest[crypto_hash_sha256_BYTES];
-  crypto_hash_sha256_final(&state, digest);
-  char hex[sizeof digest * 2 + 1];
-  sodium_bin2hex(hex, sizeof hex, digest, sizeof digest);
-  return hex;
 }
 
 std::string Base64(const std::string& bytes) {
@@ -70,9 +55,10 @@ std::optional<Published> Release::Current() {
   stamp_ = stamp;
   cached_.reset();
   auto version = ReadAll(folder_ / "version.txt");
-  auto sha256 = FileSha256(folder_ / "Hintwick.exe");
-  if (!version || Trimmed(*version).empty() || !sha256) return std::nullopt;
-  Published published{Trimmed(*version), *sha256, "", "", folder_ / "Hintwick.exe"};
+  auto exe = ReadAll(folder_ / "Hintwick.exe");
+  if (!version || Trimmed(*version).empty() || !exe) return std::nullopt;
+  Published published{Trimmed(*version), Sha256Hex(*exe), "", "",
+                      std::make_shared<const std::string>(std::move(*exe))};
   if (auto signature = ReadAll(folder_ / "Hintwick.exe.sig")) published.signature = Base64(*signature);
   published.notes = Trimmed(ReadAll(folder_ / "notes.txt").value_or(""));
   LogLine("release " + published.version + " published, sha256 " + published.sha256 +

@@ -3,6 +3,7 @@
 // signature Hintwick.exe.sig (optional), version.txt and notes.txt (optional). The checksum
 // is computed here, once per change of the files, so the manifest never disagrees with them.
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -14,7 +15,7 @@ struct Published {
   std::string sha256;     // lower-case hex
   std::string signature;  // base64 of the .sig file's bytes, empty when unsigned
   std::string notes;
-  std::filesystem::path exe;
+  std::shared_ptr<const std::string> exe;  // the file's bytes, read once per change
 };
 
 class Release {

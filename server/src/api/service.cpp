@@ -33,7 +33,7 @@ Reply Download(const Request&, Services& services) {
   if (!published) return ErrorReply(404, "no release is published");
   Reply reply;
   reply.content_type = "application/octet-stream";
-  reply.file = published->exe.string();
+  reply.body = *published->exe;
   return reply;
 }
 

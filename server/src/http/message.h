@@ -22,7 +22,6 @@ struct Reply {
   std::string body;
   std::string content_type = "application/json";
   std::optional<int> retry_after;  // seconds, for 429 and 503
-  std::string file;                // when set, the body is this file's content
 };
 
 // {"error": message}. The message is fixed text chosen by the caller, never the request's data.

@@ -23,12 +23,6 @@ constexpr auto kTuple = asio::as_tuple(use_awaitable);
 
 namespace {
 
-// A connection as the stop sees it: one between requests is ended at once.
-struct Connection {
-  beast::tcp_stream* transport = nullptr;
-  bool idle = false;
-};
-
 Reply SafeHandle(Handler& handler, const Request& request) {
   try {
     return handler.Handle(request);
@@ -40,6 +34,16 @@ Reply SafeHandle(Handler& handler, const Request& request) {
   return ErrorReply(500, "internal error");
 }
 
+// One request and what became of it, for the reply, the metrics and the log.
+struct Exchange {
+  Request request;
+  RouteInfo route{Lane::kInline, "-"};
+  Reply reply;
+  unsigned version = 11;
+  bool keep_alive = false;
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+};
+
 }  // namespace
 
 struct Server::Impl {
@@ -49,6 +53,22 @@ struct Server::Impl {
         metrics(m),
         store_pool(static_cast<std::size_t>(options.store_threads)),
         hash_pool(static_cast<std::size_t>(options.hash_threads)) {}
+
+  // A connection as the stop sees it: one that waits between requests is ended at once.
+  struct Connection {
+    Connection(Impl& impl, beast::tcp_stream& stream) : impl(impl), transport(stream) {
+      impl.connections.insert(this);
+      impl.metrics.ConnectionOpened();
+    }
+    ~Connection() {
+      impl.connections.erase(this);
+      impl.metrics.ConnectionClosed();
+      if (impl.stopping && impl.connections.empty()) impl.drain.cancel();
+    }
+    Impl& impl;
+    beast::tcp_stream& transport;
+    bool idle = false;
+  };
 
   ServerOptions options;
   Handler& handler;
@@ -65,13 +85,17 @@ struct Server::Impl {
   std::optional<asio::signal_set> signals;
 
   void BeginStop();
-  void Forget(Connection* connection);
   awaitable<void> Accept();
   awaitable<Reply> Dispatch(const RouteInfo& route, const Request& request);
   template <class Stream>
-  awaitable<void> Serve(Stream& stream, Connection& connection, const std::string& peer);
+  awaitable<bool> AwaitRequest(Stream& stream, beast::flat_buffer& buffer, Connection& connection);
   template <class Stream>
-  awaitable<bool> Send(Stream& stream, Reply& reply, const WireRequest* wire, bool keep);
+  awaitable<std::optional<Exchange>> Answer(Stream& stream, beast::flat_buffer& buffer,
+                                            const std::string& peer);
+  template <class Stream>
+  awaitable<bool> Send(Stream& stream, const Exchange& exchange);
+  template <class Stream>
+  awaitable<void> Serve(Stream& stream, Connection& connection, const std::string& peer);
   awaitable<void> ServePlain(tcp::socket socket, std::string peer);
   awaitable<void> ServeTls(tcp::socket socket, std::string peer);
 };
@@ -83,19 +107,13 @@ void Server::Impl::BeginStop() {
   acceptor.close(ignored);
   if (signals) signals->cancel(ignored);
   for (Connection* connection : connections)
-    if (connection->idle) connection->transport->cancel();
+    if (connection->idle) connection->transport.cancel();
   if (connections.empty()) return;
   LogLine("stopping: waiting for " + std::to_string(connections.size()) + " connection(s)");
   drain.expires_after(options.drain_timeout);
   drain.async_wait([this](boost::system::error_code ec) {
     if (!ec) io.stop();
   });
-}
-
-void Server::Impl::Forget(Connection* connection) {
-  connections.erase(connection);
-  metrics.ConnectionClosed();
-  if (stopping && connections.empty()) drain.cancel();
 }
 
 awaitable<Reply> Server::Impl::Dispatch(const RouteInfo& route, const Request& request) {
@@ -117,106 +135,96 @@ awaitable<Reply> Server::Impl::Dispatch(const RouteInfo& route, const Request& r
   co_return reply;
 }
 
+// Between requests the connection only waits, up to the idle time-out; false when it ends.
 template <class Stream>
-awaitable<bool> Server::Impl::Send(Stream& stream, Reply& reply, const WireRequest* wire,
-                                   bool keep) {
-  auto fill = [&](auto& response) {
-    response.version(wire ? wire->version() : 11);
-    response.result(static_cast<unsigned>(reply.status));
-    response.set(http::field::content_type, reply.content_type);
-    response.set(http::field::cache_control, "no-store");
-    if (reply.retry_after) response.set(http::field::retry_after, std::to_string(*reply.retry_after));
-    response.keep_alive(keep);
-  };
+awaitable<bool> Server::Impl::AwaitRequest(Stream& stream, beast::flat_buffer& buffer,
+                                           Connection& connection) {
+  if (buffer.size() > 0) co_return true;
+  connection.idle = true;
+  if (stopping) co_return false;
+  beast::get_lowest_layer(stream).expires_after(options.idle_timeout);
+  auto [ec, n] = co_await stream.async_read_some(buffer.prepare(4096), kTuple);
+  connection.idle = false;
+  buffer.commit(n);
+  co_return !ec;
+}
+
+// Once a byte has arrived the whole request must follow within the read time-out, so a client
+// that drips bytes is cut. nullopt: close without a reply.
+template <class Stream>
+awaitable<std::optional<Exchange>> Server::Impl::Answer(Stream& stream, beast::flat_buffer& buffer,
+                                                        const std::string& peer) {
+  WireParser parser;
+  ApplyLimits(parser, options.limits);
   beast::get_lowest_layer(stream).expires_after(options.read_timeout);
-  if (!reply.file.empty()) {
-    http::response<http::file_body> response;
-    boost::system::error_code ec;
-    response.body().open(reply.file.c_str(), beast::file_mode::scan, ec);
-    if (!ec) {
-      fill(response);
-      response.prepare_payload();
-      auto [write_error, n] = co_await http::async_write(stream, response, kTuple);
-      co_return !write_error;
-    }
-    reply = ErrorReply(404, "no such file");
+  auto [ec, n] = co_await http::async_read(stream, buffer, parser, kTuple);
+  Exchange exchange;
+  if (ec) {
+    auto refusal = ReadFailureReply(ec);
+    if (!refusal) co_return std::nullopt;
+    exchange.reply = std::move(*refusal);
+    exchange.request.method = exchange.request.path = "-";
+    co_return exchange;
   }
-  http::response<http::string_body> response;
-  fill(response);
+  exchange.request = ToRequest(parser.get(), peer, tls.has_value(), options.trust_forwarded_for);
+  exchange.route = handler.Classify(exchange.request);
+  exchange.reply = co_await Dispatch(exchange.route, exchange.request);
+  exchange.version = parser.get().version();
+  exchange.keep_alive = parser.get().keep_alive() && !stopping;
+  co_return exchange;
+}
+
+template <class Stream>
+awaitable<bool> Server::Impl::Send(Stream& stream, const Exchange& exchange) {
+  const Reply& reply = exchange.reply;
+  http::response<http::string_body> response(static_cast<http::status>(reply.status),
+                                             exchange.version);
+  response.set(http::field::content_type, reply.content_type);
+  response.set(http::field::cache_control, "no-store");
+  if (reply.retry_after) response.set(http::field::retry_after, std::to_string(*reply.retry_after));
+  response.keep_alive(exchange.keep_alive);
   response.body() = reply.body;
   response.prepare_payload();
-  auto [write_error, n] = co_await http::async_write(stream, response, kTuple);
-  co_return !write_error;
+  beast::get_lowest_layer(stream).expires_after(options.read_timeout);
+  auto [ec, n] = co_await http::async_write(stream, response, kTuple);
+  co_return !ec;
 }
 
 template <class Stream>
 awaitable<void> Server::Impl::Serve(Stream& stream, Connection& connection,
                                     const std::string& peer) {
   beast::flat_buffer buffer;
-  auto& transport = beast::get_lowest_layer(stream);
-  bool secure = tls.has_value();
-  for (;;) {
-    // Between requests the connection only waits; once a byte arrives the whole request
-    // must come within the read time-out, so a client that drips bytes is cut.
-    if (buffer.size() == 0) {
-      connection.idle = true;
-      if (stopping) co_return;
-      transport.expires_after(options.idle_timeout);
-      auto [ec, n] = co_await stream.async_read_some(buffer.prepare(4096), kTuple);
-      connection.idle = false;
-      if (ec) co_return;
-      buffer.commit(n);
-    }
-    WireParser parser;
-    ApplyLimits(parser, options.limits);
-    transport.expires_after(options.read_timeout);
-    auto [ec, n] = co_await http::async_read(stream, buffer, parser, kTuple);
-    auto start = std::chrono::steady_clock::now();
-    Reply reply;
-    Request request;
-    RouteInfo route{Lane::kInline, "-"};
-    bool keep = false;
-    if (ec) {
-      auto refusal = ReadFailureReply(ec);
-      if (!refusal) co_return;
-      reply = std::move(*refusal);
-    } else {
-      request = ToRequest(parser.get(), peer, secure, options.trust_forwarded_for);
-      route = handler.Classify(request);
-      reply = co_await Dispatch(route, request);
-      keep = parser.get().keep_alive() && !stopping;
-    }
-    bool sent = co_await Send(stream, reply, ec ? nullptr : &parser.get(), keep);
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    metrics.Observe(route.name, ec ? "-" : request.method, reply.status, seconds);
-    LogRequest({peer, ec ? "-" : request.method, ec ? "-" : request.path, reply.status,
-                seconds, reply.body.size()});
-    if (!sent || !keep) co_return;
+  while (co_await AwaitRequest(stream, buffer, connection)) {
+    auto exchange = co_await Answer(stream, buffer, peer);
+    if (!exchange) co_return;
+    bool sent = co_await Send(stream, *exchange);
+    const Request& request = exchange->request;
+    int status = exchange->reply.status;
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() -
+                                                   exchange->start).count();
+    metrics.Observe(exchange->route.name, request.method, status, seconds);
+    LogRequest({peer, request.method, request.path, status, seconds, exchange->reply.body.size()});
+    if (!sent || !exchange->keep_alive) co_return;
   }
 }
 
 awaitable<void> Server::Impl::ServePlain(tcp::socket socket, std::string peer) {
   beast::tcp_stream stream(std::move(socket));
-  Connection connection{&stream};
-  connections.insert(&connection);
+  Connection connection(*this, stream);
   co_await Serve(stream, connection, peer);
   boost::system::error_code ignored;
   stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
-  Forget(&connection);
 }
 
 awaitable<void> Server::Impl::ServeTls(tcp::socket socket, std::string peer) {
   beast::ssl_stream<beast::tcp_stream> stream(beast::tcp_stream(std::move(socket)), *tls);
-  Connection connection{&beast::get_lowest_layer(stream)};
-  connections.insert(&connection);
+  Connection connection(*this, beast::get_lowest_layer(stream));
   beast::get_lowest_layer(stream).expires_after(options.read_timeout);
   auto [ec] = co_await stream.async_handshake(ssl::stream_base::server, kTuple);
-  if (!ec) {
-    co_await Serve(stream, connection, peer);
-    beast::get_lowest_layer(stream).expires_after(std::chrono::seconds(2));
-    co_await stream.async_shutdown(kTuple);
-  }
-  Forget(&connection);
+  if (ec) co_return;
+  co_await Serve(stream, connection, peer);
+  beast::get_lowest_layer(stream).expires_after(std::chrono::seconds(2));
+  co_await stream.async_shutdown(kTuple);
 }
 
 awaitable<void> Server::Impl::Accept() {
@@ -232,7 +240,6 @@ awaitable<void> Server::Impl::Accept() {
     }
     boost::system::error_code peer_error;
     std::string peer = socket.remote_endpoint(peer_error).address().to_string();
-    metrics.ConnectionOpened();
     auto serve = tls ? ServeTls(std::move(socket), peer) : ServePlain(std::move(socket), peer);
     asio::co_spawn(io, std::move(serve), [](std::exception_ptr failure) {
       if (failure) LogLine("a connection ended on an exception");

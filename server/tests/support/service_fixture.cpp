@@ -94,7 +94,7 @@ Response CallPort(std::uint16_t port, const std::string& method, const std::stri
   http::response<http::string_body> response;
   if (!ec) http::read(stream, buffer, response, ec);
   if (ec) return {};
-  return {response.result_int(), response.body(), std::string(response[http::field::retry_after]),
+  return {static_cast<int>(response.result_int()), response.body(), std::string(response[http::field::retry_after]),
           std::string(response[http::field::content_type])};
 }
 
