@@ -71,17 +71,25 @@ void Slide(HWND window, int id, int position) {
 // Where a copy of the password could linger: the heap and stacks, not the program's image
 // (the literal above) and not the fake service, which keeps the request's UTF-8 body. Its
 // tail is looked for, since a buffer emptied by a terminator at its start keeps the rest.
+// Regions are copied out with ReadProcessMemory, which fails where a plain read would fault:
+// other threads (WinHTTP's, the session's) free and decommit memory while the scan runs, and
+// a page gone between VirtualQuery and the read crashed the test now and then.
 bool PasswordInMemory() {
   const auto* needle = reinterpret_cast<const char*>(kPassword + 2);
   const size_t length = wcslen(kPassword + 2) * sizeof(wchar_t);
+  std::vector<char> copy;
   MEMORY_BASIC_INFORMATION region = {};
   for (auto* at = static_cast<char*>(nullptr);
        VirtualQuery(at, &region, sizeof(region)) == sizeof(region); at += region.RegionSize) {
     const bool readable = region.State == MEM_COMMIT && region.Type != MEM_IMAGE &&
                           (region.Protect & (PAGE_READWRITE | PAGE_READONLY)) &&
                           !(region.Protect & PAGE_GUARD);
-    if (readable && std::search(at, at + region.RegionSize, needle, needle + length) !=
-                        at + region.RegionSize) {
+    if (!readable) continue;
+    copy.resize(region.RegionSize);
+    SIZE_T read = 0;
+    if (!ReadProcessMemory(GetCurrentProcess(), at, copy.data(), copy.size(), &read)) continue;
+    if (std::search(copy.begin(), copy.begin() + read, needle, needle + length) !=
+        copy.begin() + read) {
       return true;
     }
   }

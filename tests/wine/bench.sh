@@ -49,6 +49,10 @@ start_bench() {
   wineboot -i >"$dir/wineboot.log" 2>&1 || { echo "bench: wineboot failed"; cat "$dir/wineboot.log"; return 1; }
   # A new prefix reports Windows 6.1; the code paths that read the real version want 10.
   wine reg add 'HKCU\Software\Wine' /v Version /d win10 /f >>"$dir/wineboot.log" 2>&1
+  # A test program that crashes gets its stack printed and ends. Wine's crash dialog would
+  # instead wait for a click until ctest's time-out, and hold the display meanwhile.
+  wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
+    >>"$dir/wineboot.log" 2>&1
   cat >"$env_file" <<ENV
 export WINEPREFIX='$WINEPREFIX'
 export WINEDEBUG='$WINEDEBUG'
