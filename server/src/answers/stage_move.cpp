@@ -68,6 +68,8 @@ bool IsFiller(const std::string& word) {
 }
 constexpr std::size_t kMaxFillers = 3;
 
+bool IsArticle(const std::string& word) { return word == "the" || word == "a" || word == "an"; }
+
 // A phrase at `at` said as a question or a wish. One that follows "i" ("i just beat") is judged
 // where the "i" stands.
 bool Blocked(const Words& words, std::size_t at) {
@@ -90,6 +92,8 @@ const OutlineStage* StageAt(const Words& words, std::size_t at, const GameOutlin
     names.insert(names.end(), stage.aliases.begin(), stage.aliases.end());
     for (std::string_view name : names) {
       Words phrase = Split(name);
+      // "The Gate" is also just "gate"; an article before it is then a filler word.
+      if (phrase.size() > 1 && IsArticle(phrase.front())) phrase.erase(phrase.begin());
       if (phrase.size() > best_length && MatchesAt(words, at, phrase)) {
         best = &stage;
         best_length = phrase.size();

@@ -153,6 +153,7 @@ TEST(StageMoveTest, PhrasesThatSayWhereThePlayerIs) {
   } rows[] = {
       {"I just beat the Iron Warden, what now?", "Throne"},
       {"Just finished act 1. Where next?", "Sunken Mill"},
+      {"I just beat gate", "Sunken Mill"},
       {"I’m at the mill and stuck", "Sunken Mill"},
       {"ok so I reached the Sunken Mill", "Sunken Mill"},
       {"I've beaten the first boss warden", "Throne"},
