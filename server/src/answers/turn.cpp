@@ -78,7 +78,17 @@ awaitable<AnswerResult> ModelAnswerer::Generate(const AnswerRequest& request, bo
                                                 const PieceSink& sink, Cancellation& cancel) {
   std::vector<GatedNote> notes = request.has_pack ? UsableNotes(request) : std::vector<GatedNote>{};
   std::string body = CompletionRequestBody(endpoint_.model, request, notes, strict);
-  AnswerResult result = co_await StreamCompletion(endpoint_, std::move(body), sink, cancel);
+  bool answered = false;
+  PieceSink counting = [&](std::string_view piece) -> awaitable<bool> {
+    answered = answered || !piece.empty();
+    co_return co_await sink(piece);
+  };
+  AnswerResult result = co_await StreamCompletion(endpoint_, std::move(body), counting, cancel);
+  // A reasoning model can spend its whole reply thinking, and its thoughts are never passed on.
+  if (result.end == AnswerEnd::kComplete && !answered) {
+    co_return AnswerResult{AnswerEnd::kFailed,
+                           "The answer model finished without an answer. Try asking again."};
+  }
   if (result.end != AnswerEnd::kComplete || notes.empty()) co_return result;
   if (!co_await sink(SourcesLine(notes))) co_return AnswerResult{AnswerEnd::kStopped, ""};
   co_return result;

@@ -252,6 +252,10 @@ TEST(TurnTest, ASpoilerIsDiscardedOnceThenRedacted) {
   turn = RunTurn(both_spoil, request);
   EXPECT_EQ(turn.types, (std::vector<std::string>{"discard", "redacted", "done"}));
   EXPECT_EQ(turn.answer, kRedactedMessage);
+  ScriptedModel only_thinking(
+      {{"200 OK",
+        {{0ms, Data(R"({"choices":[{"delta":{"reasoning_content":"hm"}}]})") + Data("[DONE]")}}}});
+  EXPECT_EQ(RunTurn(only_thinking, request).types, std::vector<std::string>{"error"});
 }
 
 }  // namespace
