@@ -1,6 +1,7 @@
 // hintwick-server: serves the program's accounts, games, progress and updates, or runs one
 // operator command against the same database.
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 
 #include "ops/admin.h"
@@ -11,7 +12,7 @@ namespace hintwick {
 namespace {
 
 int Serve(const Config& config) {
-  auto opened = Service::Open(config);
+  auto opened = Service::Open(config, true);
   if (const auto* error = std::get_if<std::string>(&opened)) {
     LogLine(*error);
     return 1;
@@ -19,7 +20,7 @@ int Serve(const Config& config) {
   Service& service = *std::get<std::unique_ptr<Service>>(opened);
   LogLine("listening on " + service.BaseUrl() + " (in the program's config.json: \"base_url\": \"" +
           service.BaseUrl() + "\")");
-  service.Run(true);
+  service.Run();
   LogLine("stopped");
   return 0;
 }
@@ -47,6 +48,8 @@ int Main(std::vector<std::string> args) {
     return 2;
   }
   const Config& config = std::get<Config>(loaded);
+  // A log reader that went away must not take the service with it.
+  std::signal(SIGPIPE, SIG_IGN);
   return args.empty() ? Serve(config) : Administer(config, args);
 }
 

@@ -57,7 +57,8 @@ StoreResult<std::unique_ptr<Store>> OpenConfiguredStore(const Config& config) {
   return OpenStore(config.DatabaseUrl(), config.store_threads + config.hash_threads);
 }
 
-std::variant<std::unique_ptr<Service>, std::string> Service::Open(const Config& config) {
+std::variant<std::unique_ptr<Service>, std::string> Service::Open(const Config& config,
+                                                                  bool signals) {
   auto opened = OpenConfiguredStore(config);
   if (const auto* error = std::get_if<StoreError>(&opened))
     return "cannot open the database: " + error->text;
@@ -65,11 +66,12 @@ std::variant<std::unique_ptr<Service>, std::string> Service::Open(const Config& 
   service->parts_ =
       std::make_unique<Parts>(config, std::move(std::get<std::unique_ptr<Store>>(opened)));
   if (auto error = service->parts_->server.Bind()) return *error;
+  if (signals) service->parts_->server.StopOnSignals();
   return service;
 }
 
 Service::~Service() = default;
-void Service::Run(bool signals) { parts_->server.Run(signals); }
+void Service::Run() { parts_->server.Run(); }
 void Service::Stop() { parts_->server.Stop(); }
 std::uint16_t Service::Port() const { return parts_->server.Port(); }
 std::string Service::BaseUrl() const { return parts_->server.BaseUrl(); }

@@ -11,12 +11,14 @@ namespace hintwick {
 
 class Service {
  public:
-  // Opens the store and the listening socket; the words of the failure if either fails.
-  static std::variant<std::unique_ptr<Service>, std::string> Open(const Config& config);
+  // Opens the store and the listening socket, and with `signals` has SIGTERM and SIGINT stop
+  // it; the words of the failure if anything fails.
+  static std::variant<std::unique_ptr<Service>, std::string> Open(const Config& config,
+                                                                  bool signals);
   ~Service();
 
-  // Serves until Stop, or SIGTERM and SIGINT when `signals` is set; returns once drained.
-  void Run(bool signals);
+  // Serves until Stop or a signal; returns once drained.
+  void Run();
   void Stop();  // from any thread
   std::uint16_t Port() const;
   std::string BaseUrl() const;

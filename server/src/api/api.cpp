@@ -61,8 +61,8 @@ Route Find(const Request& request) {
     if (route.method == request.method) return route;
     path_known = true;
   }
-  if (path_known) return {"", "(wrong method)", Lane::kInline, WrongMethod};
-  return {"", "(unknown)", Lane::kInline, NotFound};
+  if (path_known) return {"", "wrong-method", Lane::kInline, WrongMethod};
+  return {"", "unknown", Lane::kInline, NotFound};
 }
 
 }  // namespace

@@ -290,14 +290,16 @@ std::string Server::BaseUrl() const {
   return std::string(impl_->tls ? "https://" : "http://") + host + ":" + std::to_string(Port());
 }
 
-void Server::Run(bool signals) {
+void Server::StopOnSignals() {
   Impl& s = *impl_;
-  if (signals) {
-    s.signals.emplace(s.io, SIGTERM, SIGINT);
-    s.signals->async_wait([&s](boost::system::error_code ec, int) {
-      if (!ec) s.BeginStop();
-    });
-  }
+  s.signals.emplace(s.io, SIGTERM, SIGINT);
+  s.signals->async_wait([&s](boost::system::error_code ec, int) {
+    if (!ec) s.BeginStop();
+  });
+}
+
+void Server::Run() {
+  Impl& s = *impl_;
   asio::co_spawn(s.io, s.Accept(), [](std::exception_ptr failure) {
     if (failure) LogLine("the listener ended on an exception");
   });

@@ -41,8 +41,10 @@ class Server {
   std::optional<std::string> Bind();
   std::uint16_t Port() const;
   std::string BaseUrl() const;
-  // Serves until Stop, or SIGTERM and SIGINT when `signals` is set; returns once drained.
-  void Run(bool signals);
+  // From now on SIGTERM and SIGINT stop the server (call before announcing it).
+  void StopOnSignals();
+  // Serves until Stop (or a signal); returns once drained.
+  void Run();
   // Safe from any thread.
   void Stop();
 

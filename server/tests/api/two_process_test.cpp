@@ -7,46 +7,38 @@
 #include <csignal>
 #include <cstdio>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include "service_fixture.h"
 
 namespace hintwick::test {
 namespace {
 
-// A server process found by the address its first line gives; SIGTERM must end it cleanly.
+// A server process, found by the address its first line gives; SIGTERM must end it cleanly.
+// The shell prints its own process id and then becomes the server.
 struct ServerProcess {
   explicit ServerProcess(const std::string& database) {
-    int out[2];
-    if (pipe(out) != 0 || (pid = fork()) < 0) return;
-    if (pid == 0) {
-      dup2(out[1], STDOUT_FILENO);
-      execl(HINTWICK_SERVER_EXE, HINTWICK_SERVER_EXE, "--listen", "127.0.0.1:0", "--data",
-            scratch.path.c_str(), "--database", database.c_str(), nullptr);
-      _exit(127);
-    }
-    close(out[1]);
-    output = fdopen(out[0], "r");
+    std::string command = "echo $$; exec '" HINTWICK_SERVER_EXE "' --listen 127.0.0.1:0 --data '" +
+                          scratch.path.string() + "' --database '" + database + "'";
+    output = popen(command.c_str(), "r");
     char line[512];
-    const char* kListening = "listening on http://127.0.0.1:";
-    while (port == 0 && std::fgets(line, sizeof line, output))
-      if (const char* at = std::strstr(line, kListening))
-        port = static_cast<std::uint16_t>(std::atoi(at + std::strlen(kListening)));
+    if (output && std::fgets(line, sizeof line, output)) pid = std::atoi(line);
+    while (port == 0 && output && std::fgets(line, sizeof line, output))
+      if (const char* at = std::strstr(line, "listening on http://127.0.0.1:"))
+        port = static_cast<std::uint16_t>(std::atoi(std::strrchr(at, ':') + 1));
   }
-  ~ServerProcess() {
-    if (pid > 0) Stop();
-    if (output) std::fclose(output);
-  }
+  ~ServerProcess() { Stop(); }
   int Stop() {  // the exit status after SIGTERM
-    kill(pid, SIGTERM);
-    int status = 0;
-    waitpid(std::exchange(pid, 0), &status, 0);
+    if (!output) return -1;
+    if (pid > 0) kill(pid, SIGTERM);
+    char line[512];
+    while (std::fgets(line, sizeof line, output)) continue;  // its last words, up to the exit
+    int status = pclose(std::exchange(output, nullptr));
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
   ScratchDir scratch;
-  pid_t pid = 0;
   std::FILE* output = nullptr;
+  pid_t pid = 0;
   std::uint16_t port = 0;
 };
 

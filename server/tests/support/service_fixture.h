@@ -17,7 +17,6 @@ struct Response {
   int status = 0;  // 0: no response
   std::string body;
   std::string retry_after;
-  std::string content_type;
   boost::json::value Json() const;  // null when the body is not JSON
 };
 
@@ -39,20 +38,23 @@ std::string RandomAddress();  // in 10/8, sent as X-Forwarded-For
 Response CallPort(std::uint16_t port, const std::string& method, const std::string& path,
                   const std::string& body, const std::string& bearer,
                   const std::string& forwarded_for = "");
+// Raw bytes in; what comes back before the service closes or `wait` passes.
+std::string RawExchange(std::uint16_t port, const std::string& bytes,
+                        std::chrono::milliseconds wait);
 
 class TestService {
  public:
   // Trusts X-Forwarded-For, so that each test is an address of its own to the rate limits.
-  static Config FastConfig();
-  explicit TestService(const std::string& store_kind, Config config = FastConfig());
+  explicit TestService(const std::string& store_kind, Config config = {});
   ~TestService() { Stop(); }
 
   Response Call(const std::string& method, const std::string& path, const std::string& body = "",
                 const std::string& bearer = "") const {
     return CallPort(port, method, path, body, bearer, address);
   }
-  // Raw bytes in; what comes back before the service closes or `wait` passes.
-  std::string Raw(const std::string& bytes, std::chrono::milliseconds wait) const;
+  std::string Raw(const std::string& bytes, std::chrono::milliseconds wait) const {
+    return RawExchange(port, bytes, wait);
+  }
   void Stop();
   Store& store() { return service_->store(); }
 
