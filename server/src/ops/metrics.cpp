@@ -3,11 +3,21 @@
 #include <cstdio>
 
 namespace hintwick {
+namespace {
+
+// The method is the client's word; any label made of it must come from a bounded set.
+std::string_view KnownMethod(std::string_view method) {
+  for (std::string_view known : {"GET", "POST", "PATCH", "PUT", "DELETE", "HEAD", "OPTIONS", "-"})
+    if (method == known) return known;
+  return "other";
+}
+
+}  // namespace
 
 void Metrics::Observe(std::string_view route, std::string_view method, int status,
                       double seconds) {
   std::lock_guard lock(mutex_);
-  ++requests_[{std::string(route), std::string(method), status}];
+  ++requests_[{std::string(route), std::string(KnownMethod(method)), status}];
   Latency& latency = latency_[std::string(route)];
   for (std::size_t i = 0; i < kBuckets.size(); ++i)
     if (seconds <= kBuckets[i]) ++latency.at_most[i];
