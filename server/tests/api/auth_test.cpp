@@ -21,21 +21,7 @@ std::string RefreshBody(const std::string& token) {
   return json::serialize(json::object{{"refresh_token", token}});
 }
 
-std::string Member(const Response& response, const char* key) {
-  auto value = response.Json();
-  const auto* member = value.is_object() ? value.get_object().if_contains(key) : nullptr;
-  return member && member->is_string() ? std::string(member->get_string()) : "";
-}
-
-struct Tokens {
-  std::string access, refresh;
-};
-
-Tokens SignUp(const TestService& service, const std::string& email = UniqueEmail()) {
-  auto reply = service.Call("POST", "/v1/auth/register", Credentials(email, "correct horse"));
-  EXPECT_EQ(reply.status, 200) << reply.body;
-  return {Member(reply, "access_token"), Member(reply, "refresh_token")};
-}
+using Tokens = TestService::Tokens;
 
 int Refresh(const TestService& service, const std::string& token) {
   return service.Call("POST", "/v1/auth/refresh", RefreshBody(token)).status;
@@ -46,7 +32,7 @@ class AuthTest : public ::testing::TestWithParam<std::string> {};
 TEST_P(AuthTest, RegisterAndLoginTables) {
   TestService service(GetParam());
   std::string taken = UniqueEmail();
-  SignUp(service, taken);
+  service.SignUp(taken);
   std::string shouted = taken;
   for (auto& ch : shouted) ch = static_cast<char>(std::toupper(ch));
   struct Row {
@@ -68,8 +54,8 @@ TEST_P(AuthTest, RegisterAndLoginTables) {
   for (const Row& row : rows) {
     auto reply = service.Call("POST", std::string("/v1/auth/") + row.path, row.body);
     EXPECT_EQ(reply.status, row.status) << row.body;
-    EXPECT_EQ(Member(reply, "refresh_token").size(), row.status == 200 ? 43u : 0u) << reply.body;
-    EXPECT_NE(Member(reply, "error").find(row.error), std::string::npos) << reply.body;
+    EXPECT_EQ(reply.Member("refresh_token").size(), row.status == 200 ? 43u : 0u) << reply.body;
+    EXPECT_NE(reply.Member("error").find(row.error), std::string::npos) << reply.body;
     EXPECT_EQ(reply.body.find("0123456789"), std::string::npos) << "a reply echoed the password";
   }
   // An unknown e-mail still costs a hash; without it the answer would come many times faster.
@@ -88,24 +74,24 @@ TEST_P(AuthTest, RegisterAndLoginTables) {
 
 TEST_P(AuthTest, RotationGraceAndLogout) {
   TestService service(GetParam());
-  Tokens first = SignUp(service);
+  Tokens first = service.SignUp();
   auto rotated = service.Call("POST", "/v1/auth/refresh", RefreshBody(first.refresh));
   ASSERT_EQ(rotated.status, 200);
-  Tokens second{Member(rotated, "access_token"), Member(rotated, "refresh_token")};
+  Tokens second{rotated.Member("access_token"), rotated.Member("refresh_token")};
   ASSERT_EQ(second.refresh.size(), 43u);
   // The previous token within the grace: a working access token, the current refresh kept.
   for (int reuse = 0; reuse < service.config.tokens.reuse_grace_max; ++reuse) {
     auto again = service.Call("POST", "/v1/auth/refresh", RefreshBody(first.refresh));
     ASSERT_EQ(again.status, 200) << reuse;
-    EXPECT_EQ(Member(again, "refresh_token"), "");
-    EXPECT_EQ(service.Call("GET", "/v1/games", "", Member(again, "access_token")).status, 200);
+    EXPECT_EQ(again.Member("refresh_token"), "");
+    EXPECT_EQ(service.Call("GET", "/v1/games", "", again.Member("access_token")).status, 200);
   }
   // One reuse too many is a stolen token: the whole family goes, access tokens included.
   EXPECT_EQ(Refresh(service, first.refresh), 401);
   EXPECT_EQ(Refresh(service, second.refresh), 401);
   EXPECT_EQ(service.Call("GET", "/v1/games", "", second.access).status, 401);
 
-  Tokens other = SignUp(service);
+  Tokens other = service.SignUp();
   auto logout = service.Call("POST", "/v1/auth/logout", RefreshBody(other.refresh), other.access);
   EXPECT_EQ(logout.status, 200);
   EXPECT_EQ(Refresh(service, other.refresh), 401);
@@ -116,12 +102,12 @@ TEST_P(AuthTest, ReuseAfterTheGraceRevokesAndAccessTokensExpire) {
   Config config;
   config.tokens.reuse_grace = config.tokens.access = std::chrono::seconds(1);
   TestService service(GetParam(), config);
-  Tokens first = SignUp(service);
+  Tokens first = service.SignUp();
   auto rotated = service.Call("POST", "/v1/auth/refresh", RefreshBody(first.refresh));
   std::this_thread::sleep_for(std::chrono::milliseconds(2200));
-  EXPECT_EQ(service.Call("GET", "/v1/games", "", Member(rotated, "access_token")).status, 401);
+  EXPECT_EQ(service.Call("GET", "/v1/games", "", rotated.Member("access_token")).status, 401);
   EXPECT_EQ(Refresh(service, first.refresh), 401);
-  EXPECT_EQ(Refresh(service, Member(rotated, "refresh_token")), 401);
+  EXPECT_EQ(Refresh(service, rotated.Member("refresh_token")), 401);
 }
 
 TEST_P(AuthTest, FourConcurrentRefreshes) {
@@ -129,7 +115,7 @@ TEST_P(AuthTest, FourConcurrentRefreshes) {
     Config config;
     config.tokens.reuse_grace = std::chrono::seconds(grace);
     TestService service(GetParam(), config);
-    Tokens tokens = SignUp(service);
+    Tokens tokens = service.SignUp();
     std::vector<std::future<Response>> calls;
     for (int i = 0; i < 4; ++i)
       calls.push_back(std::async(std::launch::async, [&] {
@@ -140,7 +126,7 @@ TEST_P(AuthTest, FourConcurrentRefreshes) {
     for (auto& call : calls) {
       Response reply = call.get();
       succeeded += reply.status == 200;
-      if (!Member(reply, "refresh_token").empty()) current = Member(reply, "refresh_token");
+      if (!reply.Member("refresh_token").empty()) current = reply.Member("refresh_token");
     }
     EXPECT_EQ(succeeded, grace ? 4 : 1) << "grace " << grace;
     // With the grace the family stands; without it the reuses revoked it.

@@ -10,12 +10,6 @@ namespace {
 
 namespace json = boost::json;
 
-std::string AccessToken(const TestService& service) {
-  auto reply = service.Call("POST", "/v1/auth/register",
-                            R"({"email":")" + UniqueEmail() + R"(","password":"correct horse"})");
-  return reply.status == 200 ? std::string(reply.Json().at("access_token").as_string()) : "";
-}
-
 class ProgressTest : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(ProgressTest, CatalogueListsEveryKeyAsAnEntry) {
@@ -23,7 +17,7 @@ TEST_P(ProgressTest, CatalogueListsEveryKeyAsAnEntry) {
   std::string key = UniqueName("game"), alias = UniqueName("game");
   ASSERT_TRUE(std::holds_alternative<bool>(service.store().PutGame({key, alias}, "Odd Quest", true)));
   EXPECT_EQ(service.Call("GET", "/v1/games").status, 401);
-  auto listed = service.Call("GET", "/v1/games", "", AccessToken(service)).Json();
+  auto listed = service.Call("GET", "/v1/games", "", service.SignUp().access).Json();
   ASSERT_TRUE(listed.is_array());
   for (const auto& slug : {key, alias}) {
     auto entry = json::parse(R"({"slug":")" + slug + R"(","display_name":"Odd Quest","has_index":true})");
@@ -33,7 +27,7 @@ TEST_P(ProgressTest, CatalogueListsEveryKeyAsAnEntry) {
 
 TEST_P(ProgressTest, MemoryReadPatchAndNewPlaythrough) {
   TestService service(GetParam());
-  std::string token = AccessToken(service);
+  std::string token = service.SignUp().access;
   std::string path = "/v1/memory/" + UniqueName("game");
   auto record = [](const char* stage, int ordinal, const char* directness, bool spoilers, int revision) {
     return json::value{{"stage", stage}, {"stage_ordinal", ordinal}, {"directness", directness},
@@ -65,7 +59,7 @@ TEST_P(ProgressTest, MemoryReadPatchAndNewPlaythrough) {
 
 TEST_P(ProgressTest, RecordsBelongToOnePlayerAndOneExactKey) {
   TestService service(GetParam());
-  std::string mine = AccessToken(service), theirs = AccessToken(service);
+  std::string mine = service.SignUp().access, theirs = service.SignUp().access;
   std::string game = UniqueName("game");
   ASSERT_EQ(service.Call("PATCH", "/v1/memory/" + game, R"({"stage":"act 3"})", mine).status, 200);
   struct Row {

@@ -49,22 +49,19 @@ TEST(TwoProcessTest, OneDatabaseServesBoth) {
   auto call = [](const ServerProcess& process, const std::string& path, const std::string& body) {
     return CallPort(process.port, "POST", path, body, "", RandomAddress());
   };
-  auto token = [](const Response& reply, const char* key) {
-    return std::string(reply.Json().at(key).as_string());
-  };
   auto signed_in = call(first, "/v1/auth/register",
                         R"({"email":")" + UniqueEmail() + R"(","password":"correct horse"})");
   ASSERT_EQ(signed_in.status, 200);
-  std::string first_refresh = R"({"refresh_token":")" + token(signed_in, "refresh_token") + "\"}";
+  std::string first_refresh = R"({"refresh_token":")" + signed_in.Member("refresh_token") + "\"}";
   auto rotated = call(second, "/v1/auth/refresh", first_refresh);
   ASSERT_EQ(rotated.status, 200);
-  std::string access = token(rotated, "access_token");
+  std::string access = rotated.Member("access_token");
   EXPECT_EQ(CallPort(first.port, "GET", "/v1/games", "", access).status, 200);
   // Past the grace's few reuses the old token is a stolen one, whichever process sees it.
   int last = 0;
   for (int i = 0; i <= 3; ++i) last = call(i % 2 ? second : first, "/v1/auth/refresh", first_refresh).status;
   EXPECT_EQ(last, 401);
-  std::string second_refresh = R"({"refresh_token":")" + token(rotated, "refresh_token") + "\"}";
+  std::string second_refresh = R"({"refresh_token":")" + rotated.Member("refresh_token") + "\"}";
   EXPECT_EQ(call(first, "/v1/auth/refresh", second_refresh).status, 401);
   EXPECT_EQ(call(second, "/v1/auth/refresh", second_refresh).status, 401);
   EXPECT_EQ(CallPort(second.port, "GET", "/v1/games", "", access).status, 401);

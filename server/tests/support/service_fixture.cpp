@@ -17,6 +17,19 @@ boost::json::value Response::Json() const {
   return ec ? boost::json::value() : value;
 }
 
+std::string Response::Member(const char* key) const {
+  auto value = Json();
+  const auto* member = value.is_object() ? value.get_object().if_contains(key) : nullptr;
+  return member && member->is_string() ? std::string(member->get_string()) : "";
+}
+
+TestService::Tokens TestService::SignUp(const std::string& email) const {
+  auto reply = Call("POST", "/v1/auth/register",
+                    R"({"email":")" + email + R"(","password":"correct horse"})");
+  EXPECT_EQ(reply.status, 200) << reply.body;
+  return {reply.Member("access_token"), reply.Member("refresh_token")};
+}
+
 std::string PostgresUrl() {
   const char* url = std::getenv("HINTWICK_TEST_POSTGRES_URL");
   return url ? url : "";

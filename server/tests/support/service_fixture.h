@@ -18,6 +18,7 @@ struct Response {
   std::string body;
   std::string retry_after;
   boost::json::value Json() const;  // null when the body is not JSON
+  std::string Member(const char* key) const;  // a string member of the body, or empty
 };
 
 std::string PostgresUrl();  // empty when no cluster runs
@@ -57,6 +58,11 @@ class TestService {
   }
   void Stop();
   Store& store() { return service_->store(); }
+  // A new account's tokens, as the registration answered.
+  struct Tokens {
+    std::string access, refresh;
+  };
+  Tokens SignUp(const std::string& email = UniqueEmail()) const;
 
   ScratchDir scratch;
   Config config;
