@@ -37,9 +37,13 @@ struct Row {
 using Rows = std::vector<Row>;
 
 enum class TxKind {
+  kRead,    // one snapshot for every statement of a call that reads several tables
   kWrite,   // takes the write lock at once, so a read-then-write cannot lose a race
   kSchema,  // also excludes other processes migrating the same database
 };
+
+// The one place the databases need SQL of their own is full-text search.
+enum class Dialect { kSqlite, kPostgres };
 
 class Db {
  public:
@@ -51,6 +55,7 @@ class Db {
   virtual void StartCall() {}
   // The column type of a generated 64-bit key that is never reused.
   virtual std::string GeneratedKeyType() const = 0;
+  virtual Dialect SqlDialect() const = 0;
 };
 
 // Rolls back unless committed, so a call that throws half-way leaves nothing written.

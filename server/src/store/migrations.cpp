@@ -7,6 +7,9 @@ struct Migration {
   std::int64_t version;
   // "{key}" stands for the database's generated-key column type.
   std::vector<std::string> statements;
+  // Statements that only one database understands, run after the shared ones.
+  std::vector<std::string> sqlite_only = {};
+  std::vector<std::string> postgres_only = {};
 };
 
 // Times are UTC milliseconds (or seconds where the name says so) as integers; flags are 0/1.
@@ -43,6 +46,41 @@ const std::vector<Migration>& Migrations() {
         " PRIMARY KEY (user_id, game))",
         "CREATE TABLE rate_windows (limit_key TEXT PRIMARY KEY,"
         " window_start_s BIGINT NOT NULL, hits BIGINT NOT NULL)"}},
+      // Knowledge packs, a game's at a time; "seq" keeps the author's order.
+      {3,
+       {"CREATE TABLE pack_stages ("
+        " game_id BIGINT NOT NULL REFERENCES games (id) ON DELETE CASCADE,"
+        " ordinal BIGINT NOT NULL, name TEXT NOT NULL, PRIMARY KEY (game_id, ordinal))",
+        "CREATE TABLE pack_aliases ("
+        " game_id BIGINT NOT NULL REFERENCES games (id) ON DELETE CASCADE,"
+        " ordinal BIGINT NOT NULL, seq BIGINT NOT NULL, alias TEXT NOT NULL,"
+        " PRIMARY KEY (game_id, ordinal, seq))",
+        "CREATE TABLE pack_spoilers ("
+        " game_id BIGINT NOT NULL REFERENCES games (id) ON DELETE CASCADE,"
+        " seq BIGINT NOT NULL, term TEXT NOT NULL, stage_ordinal BIGINT NOT NULL,"
+        " PRIMARY KEY (game_id, seq))",
+        "CREATE TABLE pack_notes (id {key},"
+        " game_id BIGINT NOT NULL REFERENCES games (id) ON DELETE CASCADE,"
+        " stage_ordinal BIGINT NOT NULL, tier INTEGER NOT NULL,"
+        " title TEXT NOT NULL, body TEXT NOT NULL)",
+        "CREATE INDEX pack_notes_gate ON pack_notes (game_id, stage_ordinal, tier)"}},
+      // The notes' words for ranking. SQLite keeps them in an FTS5 index that triggers keep in
+      // step (notes are only ever inserted and deleted); PostgreSQL in a generated tsvector.
+      // Titles weigh more than bodies on both. English stemming: "keys" finds "key".
+      {4,
+       {},
+       {"CREATE VIRTUAL TABLE pack_notes_text USING fts5(title, body, content='pack_notes',"
+        " content_rowid='id', tokenize='porter unicode61 remove_diacritics 2')",
+        "CREATE TRIGGER pack_notes_text_insert AFTER INSERT ON pack_notes BEGIN"
+        " INSERT INTO pack_notes_text (rowid, title, body) VALUES (new.id, new.title, new.body);"
+        " END",
+        "CREATE TRIGGER pack_notes_text_delete AFTER DELETE ON pack_notes BEGIN"
+        " INSERT INTO pack_notes_text (pack_notes_text, rowid, title, body)"
+        " VALUES ('delete', old.id, old.title, old.body); END"},
+       {"ALTER TABLE pack_notes ADD COLUMN words tsvector GENERATED ALWAYS AS"
+        " (setweight(to_tsvector('english', title), 'A') ||"
+        " setweight(to_tsvector('english', body), 'B')) STORED",
+        "CREATE INDEX pack_notes_words ON pack_notes USING GIN (words)"}},
   };
   return migrations;
 }
@@ -66,8 +104,12 @@ bool ApplyIfMissing(Db& db, const Migration& migration) {
   }
   const bool missing = current < migration.version;
   if (missing) {
-    for (const std::string& statement : migration.statements) {
-      db.Run(WithKeyType(statement, db.GeneratedKeyType()), {});
+    const bool sqlite = db.SqlDialect() == Dialect::kSqlite;
+    for (const auto* statements :
+         {&migration.statements, sqlite ? &migration.sqlite_only : &migration.postgres_only}) {
+      for (const std::string& statement : *statements) {
+        db.Run(WithKeyType(statement, db.GeneratedKeyType()), {});
+      }
     }
     db.Run("INSERT INTO schema_version (version) VALUES ($1)", {migration.version});
   }

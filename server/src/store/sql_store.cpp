@@ -113,6 +113,19 @@ std::optional<Directness> DirectnessFromText(std::string_view text) {
   return std::nullopt;
 }
 
+std::int64_t StoreGame(Db& db, const std::vector<std::string>& keys, const std::string& title,
+                       bool has_index) {
+  const std::int64_t game = SaveGame(db, keys, title, has_index);
+  for (const std::string& key : keys) {
+    db.Run(
+        "INSERT INTO game_keys (game_key, game_id) VALUES ($1, $2)"
+        " ON CONFLICT (game_key) DO UPDATE SET game_id = excluded.game_id",
+        {key, game});
+  }
+  db.Run("DELETE FROM games WHERE id NOT IN (SELECT game_id FROM game_keys)", {});
+  return game;
+}
+
 Rows Write(Db& db, const std::string& sql, const std::vector<SqlValue>& params) {
   Transaction transaction(db, TxKind::kWrite);
   Rows rows = db.Run(sql, params);
@@ -175,14 +188,7 @@ StoreResult<bool> SqlStore::PutGame(const std::vector<std::string>& keys, const 
   return Call("PutGame", [&](Db& db) {
     if (keys.empty()) return false;
     Transaction transaction(db, TxKind::kWrite);
-    const std::int64_t game = SaveGame(db, keys, title, has_index);
-    for (const std::string& key : keys) {
-      db.Run(
-          "INSERT INTO game_keys (game_key, game_id) VALUES ($1, $2)"
-          " ON CONFLICT (game_key) DO UPDATE SET game_id = excluded.game_id",
-          {key, game});
-    }
-    db.Run("DELETE FROM games WHERE id NOT IN (SELECT game_id FROM game_keys)", {});
+    StoreGame(db, keys, title, has_index);
     transaction.Commit();
     return true;
   });

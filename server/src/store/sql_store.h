@@ -39,9 +39,18 @@ class SqlStore final : public Store {
                                       const ProgressPatch& patch) override;
   StoreResult<Progress> NewPlaythrough(UserId user, const std::string& game) override;
 
+  StoreResult<bool> ImportPack(const Pack& pack) override;
+  StoreResult<std::optional<PackOutline>> GetPackOutline(const std::string& game) override;
+  StoreResult<std::vector<PackNote>> SearchNotes(const std::string& game,
+                                                 const std::string& question,
+                                                 std::optional<std::int64_t> max_stage,
+                                                 Tier max_tier, int limit) override;
+
   StoreResult<std::optional<std::chrono::seconds>> Hit(const std::string& key, int limit,
                                                        std::chrono::seconds window,
                                                        TimePoint now) override;
+  StoreResult<std::int64_t> Purge(TimePoint now, const TokenLifetimes& lifetimes,
+                                  std::chrono::seconds longest_window) override;
 
  private:
   // Runs `body` on a pooled connection; whatever it throws comes back as a StoreError that
@@ -64,6 +73,10 @@ class SqlStore final : public Store {
 
 // One statement as a write transaction of its own.
 Rows Write(Db& db, const std::string& sql, const std::vector<SqlValue>& params);
+// The game that holds any of `keys` (else a new one) takes the title and exactly these keys;
+// games left with no key go. Runs inside the caller's write transaction; gives the game's id.
+std::int64_t StoreGame(Db& db, const std::vector<std::string>& keys, const std::string& title,
+                       bool has_index);
 std::int64_t Millis(TimePoint time);
 std::int64_t Millis(std::chrono::milliseconds span);
 

@@ -140,4 +140,22 @@ StoreResult<bool> SqlStore::RevokeFamilyOf(const std::string& refresh_hash) {
   });
 }
 
+// The cascades take each family's refresh and access tokens along.
+StoreResult<std::int64_t> SqlStore::Purge(TimePoint now, const TokenLifetimes& lifetimes,
+                                          std::chrono::seconds longest_window) {
+  return Call("Purge", [&](Db& db) {
+    Transaction transaction(db, TxKind::kWrite);
+    const std::int64_t now_s =
+        std::chrono::duration_cast<std::chrono::seconds>(now.time_since_epoch()).count();
+    const Rows families = db.Run(
+        "DELETE FROM token_families WHERE revoked = 1 OR current_issued_ms < $1 RETURNING id",
+        {Millis(now) - Millis(lifetimes.refresh_idle)});
+    const Rows windows =
+        db.Run("DELETE FROM rate_windows WHERE window_start_s <= $1 RETURNING window_start_s",
+               {now_s - longest_window.count()});
+    transaction.Commit();
+    return static_cast<std::int64_t>(families.size() + windows.size());
+  });
+}
+
 }  // namespace hintwick

@@ -36,8 +36,10 @@ class SqliteDb final : public Db {
  public:
   explicit SqliteDb(const std::string& path);
   Rows Run(const std::string& sql, const std::vector<SqlValue>& params) override;
-  void Begin(TxKind) override { Run("BEGIN IMMEDIATE", {}); }
+  // A deferred BEGIN reads from one snapshot from its first read on, without the write lock.
+  void Begin(TxKind kind) override { Run(kind == TxKind::kRead ? "BEGIN" : "BEGIN IMMEDIATE", {}); }
   std::string GeneratedKeyType() const override { return "INTEGER PRIMARY KEY AUTOINCREMENT"; }
+  Dialect SqlDialect() const override { return Dialect::kSqlite; }
 
  private:
   void Check(int rc, const std::string& what) const;

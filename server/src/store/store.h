@@ -11,6 +11,8 @@
 #include <variant>
 #include <vector>
 
+#include "packs/pack.h"
+
 namespace hintwick {
 
 using Clock = std::chrono::system_clock;
@@ -129,12 +131,34 @@ class Store {
   // A new playthrough: the stage goes back to the start, the preferences stay.
   virtual StoreResult<Progress> NewPlaythrough(UserId user, const std::string& game) = 0;
 
+  // Knowledge packs. An import replaces the game's pack as a whole, in one transaction: the
+  // game that holds any of the pack's keys (else a new one) takes its title and exactly its
+  // keys, as PutGame does, with has_index set. False, with nothing written, when it has no keys.
+  virtual StoreResult<bool> ImportPack(const Pack& pack) = 0;
+  // The pack of the game with this key, without its notes; nullopt for a game without a pack.
+  virtual StoreResult<std::optional<PackOutline>> GetPackOutline(const std::string& game) = 0;
+  // The notes of the game with this key that the player may see, best match first: only notes
+  // safe at `max_stage` (nullopt: any stage, for a player who wants spoilers) and of `max_tier`
+  // or gentler are ranked at all. The question is only ever matched as a list of words; common
+  // words are left out, and a question with no other word finds nothing.
+  virtual StoreResult<std::vector<PackNote>> SearchNotes(const std::string& game,
+                                                         const std::string& question,
+                                                         std::optional<std::int64_t> max_stage,
+                                                         Tier max_tier, int limit) = 0;
+
   // Fixed-window counters for rate limits, shared by every process on the database: counts one
   // hit on `key` and gives the seconds to wait (at least 1) when the window already held `limit`
   // hits. Windows start at multiples of `window` since the epoch.
   virtual StoreResult<std::optional<std::chrono::seconds>> Hit(const std::string& key, int limit,
                                                                std::chrono::seconds window,
                                                                TimePoint now) = 0;
+
+  // Drops what no longer changes any answer, for a periodic job: families revoked or unused
+  // past `lifetimes.refresh_idle`, with their tokens (any of which already reads as unknown, and
+  // RevokeFamilyOf then says never issued), and rate-limit windows that ended, for windows of
+  // `longest_window` or shorter. Gives how many families and windows went.
+  virtual StoreResult<std::int64_t> Purge(TimePoint now, const TokenLifetimes& lifetimes,
+                                          std::chrono::seconds longest_window) = 0;
 };
 
 // "sqlite:PATH" (or a bare path) opens SQLite in WAL mode; "postgres://..." or

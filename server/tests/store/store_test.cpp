@@ -265,6 +265,142 @@ TEST_P(StoreTest, RateLimitWindows) {
   }
 }
 
+constexpr Tier kNudge = Tier::kNudge, kHint = Tier::kHint, kAnswer = Tier::kAnswer;
+
+Pack QuestPack() {
+  return {{"Quest",
+           {"quest", "quest64"},
+           {{"Dock", {"start"}}, {"Tower", {"tower top", "spire"}}, {"Vault", {}}},
+           {{"Red Key", 3}}},
+          {{1, kNudge, "Finding the rope", "The rope lies coiled under the dock's boards."},
+           {1, kAnswer, "Leaving the dock", "Tie the rope to the boat and row out."},
+           {1, kHint, "Lamp oil", "Buy lantern oil from the chandler on the dock."},
+           {1, kNudge, "Dark corners", "A lantern would help in the cellar."},
+           {2, kNudge, "Climbing the tower", "The stairs collapse; look for another way up."},
+           {2, kHint, "Climbing the tower", "Throw the rope over the beam to climb."},
+           {3, kAnswer, "Opening the vault", "The Red Key from the tower opens the vault."},
+           {3, kNudge, "Lantern oil", "Lantern oil, lantern oil: the vault's lamps."}}};
+}
+
+// Titles found, sorted when the order is the database's own ranking.
+std::vector<std::string> Titles(std::vector<PackNote> notes, bool ranked = false) {
+  std::vector<std::string> titles;
+  for (const PackNote& note : notes) titles.push_back(note.title);
+  if (!ranked) std::sort(titles.begin(), titles.end());
+  return titles;
+}
+
+struct SearchCase {
+  std::string question;
+  std::optional<std::int64_t> max_stage;  // nullopt: spoilers welcome
+  Tier max_tier;
+  std::vector<std::string> titles;
+  int limit = 10;
+  std::string game = "quest";
+};
+
+// clang-format off
+const std::vector<SearchCase> kSearches = {
+    // Stage N against N+1, and spoilers, which lift the stage but never the tier.
+    {"how do I climb the tower?", 1, kAnswer, {}},
+    {"how do I climb the tower?", 2, kHint, {"Climbing the tower", "Climbing the tower"}},
+    {"how do I climb the tower?", 2, kNudge, {"Climbing the tower"}},
+    {"how do I climb the tower?", std::nullopt, kHint, {"Climbing the tower", "Climbing the tower"}},
+    {"how do I climb the tower?", std::nullopt, kAnswer,
+     {"Climbing the tower", "Climbing the tower", "Opening the vault"}},
+    {"where is the rope", 1, kNudge, {"Finding the rope"}},
+    {"where is the rope", 1, kAnswer, {"Finding the rope", "Leaving the dock"}},
+    // Ranking among what the gate lets through: the stage-3 note would outrank it.
+    {"LANTERN oil", 1, kAnswer, {"Lamp oil"}, 1},
+    {"any rope", 1, kAnswer, {"Finding the rope", "Leaving the dock"}, 10, "quest64"},
+    {"any rope", 1, kAnswer, {"Other rope"}, 10, "other"},
+    {"any rope", std::nullopt, kAnswer, {}, 10, "unknown"},
+    {"any rope", 1, kAnswer, {}, 0},
+    // A player's words are only words: no operator, column, prefix or phrase of either
+    // database's syntax acts, and no question is an error.
+    {"what's NOT \"here\"?", std::nullopt, kAnswer, {}},
+    {"rope NOT dock", 1, kAnswer, {"Finding the rope", "Lamp oil", "Leaving the dock"}},
+    {"title: rope", 1, kAnswer, {"Finding the rope", "Leaving the dock"}},
+    {"-rope NEAR(x) ^y", 1, kAnswer, {"Finding the rope", "Leaving the dock"}},
+    {"rop* OR \"boat", 1, kAnswer, {"Leaving the dock"}},
+    {"rope & !boat | (oil", 1, kHint, {"Finding the rope", "Lamp oil"}},
+    {"'; DROP TABLE pack_notes; --", std::nullopt, kAnswer, {}},
+    {"\xff\xfe\xed\xa0\x80 rope", 1, kNudge, {"Finding the rope"}},
+    {" ?! \"\" ** ", std::nullopt, kAnswer, {}},
+};
+// clang-format on
+
+TEST_P(StoreTest, SearchGatesBeforeItRanks) {
+  ASSERT_TRUE(Ok(store_->ImportPack(QuestPack())));
+  ASSERT_TRUE(Ok(store_->ImportPack({{"Other", {"other"}, {{"One", {}}}, {}},
+                                     {{1, kNudge, "Other rope", "A rope elsewhere."}}})));
+  for (const SearchCase& row : kSearches) {
+    const auto notes =
+        Ok(store_->SearchNotes(row.game, row.question, row.max_stage, row.max_tier, row.limit));
+    EXPECT_EQ(Titles(notes, row.limit < 10), row.titles)
+        << row.question << " at " << row.max_stage.value_or(-1);
+  }
+}
+
+std::string Outlined(const std::optional<PackOutline>& outline) {
+  if (!outline) return "none";
+  std::string text = outline->title;
+  for (const PackStage& stage : outline->stages) {
+    text += " | " + stage.name;
+    for (const std::string& alias : stage.aliases) text += ", " + alias;
+  }
+  for (const PackSpoiler& spoiler : outline->spoilers) {
+    text += " | " + spoiler.term + "@" + std::to_string(spoiler.stage);
+  }
+  return text;
+}
+
+TEST_P(StoreTest, ImportReplacesThePackWhole) {
+  Pack second = {{"Quest II", {"quest"}, {{"Pier", {"start"}}, {"Keep", {}}}, {{"Crown", 2}}},
+                 {{1, kNudge, "The pier", "Boats tie up at the pier."}}};
+  ASSERT_TRUE(Ok(store_->PutGame({"plain"}, "Plain", false)));
+  const std::vector<std::tuple<std::optional<Pack>, std::string, std::string, std::string>> steps =
+      {
+          {QuestPack(), "quest",
+           "Quest | Dock, start | Tower, tower top, spire"
+           " | Vault | Red Key@3",
+           "plain=Plain quest=Quest+ quest64=Quest+ "},
+          {QuestPack(), "quest64", "", ""},  // the same pack again changes nothing
+          {second, "quest", "Quest II | Pier, start | Keep | Crown@2",
+           "plain=Plain quest=Quest II+ "},
+          {std::nullopt, "quest64", "none", ""},
+          {std::nullopt, "plain", "none", ""},
+      };
+  std::string outlined, listed;
+  for (const auto& [pack, key, outline, games] : steps) {
+    if (pack) EXPECT_TRUE(Ok(store_->ImportPack(*pack)));
+    outlined = outline.empty() ? outlined : outline;
+    listed = games.empty() ? listed : games;
+    EXPECT_EQ(Outlined(Ok(store_->GetPackOutline(key))), outlined);
+    EXPECT_EQ(Listed(Ok(store_->ListGames())), listed);
+  }
+  EXPECT_EQ(Titles(Ok(store_->SearchNotes("quest", "rope boats pier", 3, kAnswer, 10))),
+            std::vector<std::string>{"The pier"});
+  EXPECT_FALSE(Ok(store_->ImportPack({})));
+}
+
+TEST_P(StoreTest, PurgeDropsOnlyWhatNoLongerCounts) {
+  const TokenLifetimes lifetimes{.refresh_idle = 600s};
+  StartFamily(*store_, lifetimes);  // idle since kT0
+  Ok(store_->StartFamily(user_, {"r-kept", "a-kept"}, "w", kT0 + 500s, lifetimes));
+  Ok(store_->StartFamily(user_, {"r-gone", "a-gone"}, "w", kT0 + 500s, lifetimes));
+  ASSERT_TRUE(Ok(store_->RevokeFamilyOf("r-gone")));
+  for (const auto& [key, at] : {std::pair("ended", 0s), std::pair("open", 600s)}) {
+    Ok(store_->Hit(key, 1, 60s, kT0 + at));
+  }
+  EXPECT_EQ(Ok(store_->Purge(kT0 + 601s, lifetimes, 60s)), 3);
+  EXPECT_FALSE(Ok(store_->RevokeFamilyOf("r0")));
+  EXPECT_FALSE(Ok(store_->RevokeFamilyOf("r-gone")));
+  EXPECT_EQ(Ok(store_->Rotate("r-kept", {"r1", "a1"}, kT0 + 601s, lifetimes)).outcome, kRot);
+  EXPECT_FALSE(Ok(store_->Hit("ended", 1, 60s, kT0 + 30s)).has_value());  // counts from 0 again
+  EXPECT_TRUE(Ok(store_->Hit("open", 1, 60s, kT0 + 601s)).has_value());
+}
+
 TEST_P(StoreTest, MigrationsRunOnceAndReopeningKeepsTheData) {
   const std::unique_ptr<Db> db = Connect(url_);
   EXPECT_EQ(Migrate(*db), 0);
