@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <sys/wait.h>
 
 #include "service_fixture.h"
@@ -65,6 +66,15 @@ TEST(TwoProcessTest, OneDatabaseServesBoth) {
   EXPECT_EQ(call(first, "/v1/auth/refresh", second_refresh).status, 401);
   EXPECT_EQ(call(second, "/v1/auth/refresh", second_refresh).status, 401);
   EXPECT_EQ(CallPort(second.port, "GET", "/v1/games", "", access).status, 401);
+  // The operator's commands work on the same database: a game both list, an account both forget.
+  std::string admin = "'" HINTWICK_SERVER_EXE "' --database '" + PostgresUrl() + "' ";
+  std::string key = UniqueName("game"), email = UniqueEmail();
+  auto other = call(first, "/v1/auth/register", R"({"email":")" + email + R"(","password":"correct horse"})");
+  ASSERT_EQ(std::system((admin + "game add " + key + ".EXE 'Odd Quest' >/dev/null").c_str()), 0);
+  auto games = CallPort(second.port, "GET", "/v1/games", "", other.Member("access_token"));
+  EXPECT_NE(games.body.find(R"({"slug":")" + key + R"(","display_name":"Odd Quest")"), std::string::npos);
+  ASSERT_EQ(std::system((admin + "user delete " + email + " >/dev/null").c_str()), 0);
+  EXPECT_EQ(CallPort(first.port, "GET", "/v1/games", "", other.Member("access_token")).status, 401);
   EXPECT_EQ(first.Stop(), 0);
   EXPECT_EQ(second.Stop(), 0);
 }
