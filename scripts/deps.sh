@@ -3,9 +3,9 @@
 set -eu
 build_packages=(cmake make python3 g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest
                 clang lld llvm)
-# hintwick-server: Boost (Beast, Asio, JSON), SQLite, libpq, libsodium and OpenSSL.
+# hintwick-server: Boost (Beast, Asio, JSON), SQLite, libpq, libsodium, OpenSSL and toml++.
 server_packages=(libboost1.81-dev libboost-json1.81-dev libsqlite3-dev libpq-dev libsodium-dev
-                 libssl-dev pkg-config)
+                 libssl-dev pkg-config libtomlplusplus-dev)
 test_packages=(wine wine64 xvfb xauth xdotool x11-xkb-utils clang libclang-rt-14-dev gcovr procps
                postgresql-15)
 
