@@ -201,9 +201,7 @@ TEST_F(AppTest, TheSettingsWindowHoldsTheDrawerBackAndChangesTheHotkey) {
   HWND window = nullptr;
   ASSERT_TRUE(PumpUntil([&] { return (window = FindWindowW(kTrayWindowClass, nullptr)); }));
   EXPECT_FALSE(app_->Drawer().IsOpen());
-  wchar_t progress[256] = {};
-  GetDlgItemTextW(window, kIdProgress, progress, 256);
-  EXPECT_EQ(std::wstring(progress).rfind(L"hintwick_test_game: ", 0), 0u) << progress;
+  EXPECT_EQ(ShownText(window, kIdProgress).rfind(L"hintwick_test_game: ", 0), 0u);
   Post(WM_HOTKEY, 1);
   ASSERT_TRUE(PumpUntil([&] { return log_.Has("INFO  tray window is open; not opening the drawer"); }));
 

@@ -20,7 +20,9 @@
 #include "net/session.h"
 #include "net/token_store.h"
 #include "support/fake_service.h"
+#include "support/fake_tray_win.h"
 #include "support/test_files.h"
+#include "support/test_game_win.h"
 
 namespace qn {
 
@@ -29,6 +31,13 @@ inline void PrintTo(ServiceFailure failure, std::ostream* out) {
 }
 
 inline std::wstring StatePath(const wchar_t* name) { return DataDir() + L"\\" + name; }
+
+// The text of a dialog's control, as the player reads it.
+inline std::wstring ShownText(HWND window, int id) {
+  wchar_t text[512] = {};
+  GetDlgItemTextW(window, id, text, 512);
+  return text;
+}
 
 class SessionFixture : public ::testing::Test {
  protected:
@@ -82,25 +91,11 @@ class SessionFixture : public ::testing::Test {
 class ReceiverWindow {
  public:
   ReceiverWindow() {
-    WNDCLASSW window_class{};
-    window_class.lpfnWndProc = &ReceiverWindow::Procedure;
-    window_class.hInstance = GetModuleHandleW(nullptr);
-    window_class.lpszClassName = L"HintwickNetTestReceiver";
-    RegisterClassW(&window_class);
-    window_.reset(CreateWindowExW(0, window_class.lpszClassName, L"", 0, 0, 0, 0, 0, HWND_MESSAGE,
-                                  nullptr, window_class.hInstance, nullptr));
     SetWindowLongPtrW(window_.get(), GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
   }
   HWND get() const { return window_.get(); }
-
   bool PumpUntil(const std::function<bool()>& done, DWORD timeout_ms = 15000) {
-    const ULONGLONG deadline = GetTickCount64() + timeout_ms;
-    MSG message;
-    while (!done() && GetTickCount64() < deadline) {
-      MsgWaitForMultipleObjects(0, nullptr, FALSE, 20, QS_ALLINPUT);
-      while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
-    }
-    return done();
+    return test::PumpUntil(done, timeout_ms);
   }
 
   std::vector<std::string> events;
@@ -124,7 +119,8 @@ class ReceiverWindow {
     return 0;
   }
 
-  UniqueHwnd window_;
+  UniqueHwnd window_{test::CreateTestWindow(L"HintwickNetTestReceiver", &ReceiverWindow::Procedure,
+                                            0, HWND_MESSAGE)};
 };
 
 }  // namespace qn

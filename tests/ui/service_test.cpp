@@ -26,11 +26,6 @@ void ResetState(const std::string& base_url) {
   test::WriteFileBytes(StatePath(L"config.json"), "{\"base_url\":\"" + base_url + "\"}");
 }
 
-std::wstring Text(HWND window, int id) {
-  wchar_t text[512] = {};
-  GetDlgItemTextW(window, id, text, 512);
-  return text;
-}
 
 GameLookupResult LookUp(Session& session) {
   ReceiverWindow receiver;
@@ -55,7 +50,7 @@ TEST(ServiceTest, AFirstDayAgainstTheRealService) {
     SetDlgItemTextW(window.get(), kIdEmail, email.c_str());
     SetDlgItemTextW(window.get(), kIdPassword, L"correct-horse-battery");
     SendDlgItemMessageW(window.get(), kIdCreateAccount, BM_CLICK, 0, 0);
-    EXPECT_EQ(Text(window.get(), kIdAccountStatus),
+    EXPECT_EQ(ShownText(window.get(), kIdAccountStatus),
               L"Signed in as " + email + L". Press the hotkey over a game to start.");
 
     MemoryPatch reached;
@@ -67,8 +62,10 @@ TEST(ServiceTest, AFirstDayAgainstTheRealService) {
               std::tuple(true, std::string("Hintwick Test Game"), std::string("The Lighthouse"), 2));
 
     SendDlgItemMessageW(window.get(), kIdResetProgress, BM_CLICK, 0, 0);
-    EXPECT_EQ(Text(window.get(), kIdAccountStatus), L"Progress reset.");
-    EXPECT_EQ(Text(window.get(), kIdProgress).rfind(L"hintwick_test_game: nothing recorded yet", 0), 0u)
+    EXPECT_EQ(ShownText(window.get(), kIdAccountStatus), L"Progress reset.");
+    EXPECT_EQ(ShownText(window.get(), kIdProgress)
+                  .rfind(L"hintwick_test_game: nothing recorded yet", 0),
+              0u)
         << "the stage went back to the start";
     window.Close();
   }
