@@ -36,7 +36,6 @@ TEST_F(SettingsFileTest, APasswordIsNotedAndTheNextSaveDropsIt) {
   const Settings reloaded = LoadSettingsFrom(config_);
   EXPECT_FALSE(reloaded.password_migration_pending);
   EXPECT_EQ(SettingsFileText(reloaded), SettingsFileText(loaded));
-  EXPECT_EQ(HotkeyText(kModCtrl | kModWin, VK_F5), L"Ctrl+Win+F5");
 }
 
 TEST_F(SettingsFileTest, MissingOrUnreadableFilesLoadAsDefaults) {

@@ -123,10 +123,8 @@ TEST_F(RendererTest, BackdropIsCroppedTintedPremultipliedAndCached) {
   EXPECT_EQ(renderer_.ChainBuilds(), 2u);
   renderer_.Trim();
   EXPECT_EQ(Draw(copied.get(), floor, 128, 48, kDrawerTint).pixels, reference.pixels);
-  // A crop with no pixel in the frame draws nothing.
-  for (const RECT& outside : {RECT{0, 96, 128, 140}, RECT{-40, 0, 0, 96}, RECT{9, 9, 9, 40}}) {
-    EXPECT_EQ(Draw(sampled.get(), outside, 32, 32, kDrawerTint).Mean(kAlpha), 0);
-  }
+  // A crop with no pixel in the frame draws nothing; which crops have none, ClampCrop's table.
+  EXPECT_EQ(Draw(sampled.get(), {0, 96, 128, 140}, 32, 32, kDrawerTint).Mean(kAlpha), 0);
 }
 
 // Every level has to contribute: the down passes alone leave a one-pixel line about half as
