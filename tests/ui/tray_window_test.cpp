@@ -306,12 +306,12 @@ TEST_F(TrayWindowTest, ControlsEditTheSettingsAndSaveSaysHowFarItGot) {
   EXPECT_EQ(patches[1].body, R"({"directness":"answer","spoilers_ok":true})");
 }
 
-// Reset asks first; only a yes sends the request, and a failure is said (a success is the
-// real service's test). Without a game there is nothing to reset; opening again brings the
-// same window forward.
+// Reset asks first; only a yes sends the request, and both of its outcomes are said. Without a
+// game there is nothing to reset; opening again brings the same window forward.
 TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
   fake_->Script("GET", kMemory, Reply(200, R"({"stage":"Act 1","stage_ordinal":1})"));
   const std::string reset = NewPlaythroughPath("hintwick_test_game");
+  fake_->Script("POST", reset, Reply(200, "{}"));
   fake_->Script("POST", reset, Reply(500));
   Session& session = Start();
   SetCursorPos(1000, 700);
@@ -324,7 +324,9 @@ TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
     int answer;
     size_t requests;
     const wchar_t* status;
-  } answers[] = {{IDNO, 0, L""}, {IDYES, 1, L"Could not reach the service to reset progress."}};
+  } answers[] = {{IDNO, 0, L""},
+                 {IDYES, 1, L"Progress reset."},
+                 {IDYES, 2, L"Could not reach the service to reset progress."}};
   SetDlgItemTextW(window, kIdAccountStatus, L"");
   for (const auto& a : answers) {
     boxes_.answer = a.answer;
@@ -332,9 +334,9 @@ TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
     EXPECT_EQ(RequestsTo(reset).size(), a.requests);
     EXPECT_EQ(ShownText(window, kIdAccountStatus), a.status);
   }
-  ASSERT_EQ(boxes_.texts.size(), 2u);
+  ASSERT_EQ(boxes_.texts.size(), 3u);
   EXPECT_EQ(boxes_.texts[0].rfind(L"Reset recorded progress for this game?\n\nYour preferences", 0), 0u);
-  EXPECT_EQ(RequestsTo(kMemory).size(), 2u) << "read at opening and after the reset";
+  EXPECT_EQ(RequestsTo(kMemory).size(), 3u) << "read at opening and after each reset";
 
   EXPECT_TRUE(window_.Open(session, ""));
   EXPECT_EQ(window_.get(), window);
