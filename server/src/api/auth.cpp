@@ -3,7 +3,6 @@
 
 #include "api/body.h"
 #include "api/handlers.h"
-#include "ops/log.h"
 
 namespace hintwick {
 namespace {
@@ -13,14 +12,11 @@ namespace json = boost::json;
 // One hit on a counter every process shares; the refusal when the window is full.
 std::optional<Reply> RateLimited(Services& services, const std::string& key, int limit) {
   auto hit = services.store.Hit(key, limit, services.config.rate.window, Clock::now());
-  if (const auto* error = std::get_if<StoreError>(&hit)) {
-    LogLine("store failed: " + error->text);
-    return RefusalFor(AuthFailure::kUnavailable);
-  }
-  const auto& wait = std::get<std::optional<std::chrono::seconds>>(hit);
-  if (!wait) return std::nullopt;
+  const auto* wait = Accounts::Succeeded(hit);
+  if (!wait) return RefusalFor(AuthFailure::kUnavailable);
+  if (!*wait) return std::nullopt;
   Reply reply = ErrorReply(429, "too many attempts; try again later");
-  reply.retry_after = std::max<int>(1, static_cast<int>(wait->count()));
+  reply.retry_after = std::max<int>(1, static_cast<int>((*wait)->count()));
   return reply;
 }
 

@@ -3,7 +3,6 @@
 
 #include "api/body.h"
 #include "api/handlers.h"
-#include "ops/log.h"
 
 namespace hintwick {
 namespace {
@@ -40,20 +39,15 @@ std::optional<std::string> GameOf(const Request& request) {
   return key;
 }
 
-Reply StoreFailed(const StoreError& error) {
-  LogLine("store failed: " + error.text);
-  return RefusalFor(AuthFailure::kUnavailable);
-}
-
 Reply ProgressReply(const StoreResult<Progress>& result) {
-  if (const auto* error = std::get_if<StoreError>(&result)) return StoreFailed(*error);
-  const Progress& progress = std::get<Progress>(result);
+  const Progress* progress = Accounts::Succeeded(result);
+  if (!progress) return RefusalFor(AuthFailure::kUnavailable);
   json::object body;
-  body["stage"] = progress.stage;
-  body["stage_ordinal"] = progress.stage_ordinal;
-  body["directness"] = DirectnessName(progress.directness);
-  body["spoilers_ok"] = progress.spoilers_ok;
-  body["revision"] = progress.revision;
+  body["stage"] = progress->stage;
+  body["stage_ordinal"] = progress->stage_ordinal;
+  body["directness"] = DirectnessName(progress->directness);
+  body["spoilers_ok"] = progress->spoilers_ok;
+  body["revision"] = progress->revision;
   return JsonReply(200, json::serialize(body));
 }
 
@@ -101,10 +95,11 @@ Reply ListGames(const Request& request, Services& services) {
   auto caller = Caller(request, services);
   if (auto* refusal = std::get_if<Reply>(&caller)) return std::move(*refusal);
   auto listed = services.store.ListGames();
-  if (const auto* error = std::get_if<StoreError>(&listed)) return StoreFailed(*error);
+  const auto* entries = Accounts::Succeeded(listed);
+  if (!entries) return RefusalFor(AuthFailure::kUnavailable);
   // A bare array of flat objects: the program reads each object alone.
   json::array games;
-  for (const GameEntry& game : std::get<std::vector<GameEntry>>(listed))
+  for (const GameEntry& game : *entries)
     games.push_back(json::object{{"slug", game.key},
                                  {"display_name", game.title},
                                  {"has_index", game.has_index}});

@@ -8,16 +8,6 @@
 namespace hintwick {
 namespace {
 
-// The store's failure text names its call; it is logged once here and the client hears 503.
-template <typename T>
-const T* Succeeded(const StoreResult<T>& result) {
-  if (const auto* error = std::get_if<StoreError>(&result)) {
-    LogLine("store failed: " + error->text);
-    return nullptr;
-  }
-  return &std::get<T>(result);
-}
-
 bool IsEmailByte(unsigned char ch) {
   return ch > 0x20 && ch != 0x7f && ch != '<' && ch != '>' && ch != ',' && ch != ';' &&
          ch != '"' && ch != '\\' && ch != '(' && ch != ')' && ch != '[' && ch != ']';

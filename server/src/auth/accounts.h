@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "auth/password.h"
+#include "ops/log.h"
 #include "store/store.h"
 
 namespace hintwick {
@@ -48,6 +49,10 @@ class Accounts {
   // Lower-cased, or nullopt when it does not look like an address mail could reach.
   static std::optional<std::string> NormalEmail(const std::string& email);
 
+  // The answer of a store call, or nullptr after logging its failure (the text names the call).
+  template <typename T>
+  static const T* Succeeded(const StoreResult<T>& result);
+
  private:
   AuthResult<IssuedTokens> StartFamily(UserId user, const std::string& device_label);
   void RehashIfDue(const User& user, const std::string& password);
@@ -57,5 +62,14 @@ class Accounts {
   TokenLifetimes lifetimes_;
   std::function<TimePoint()> now_;
 };
+
+template <typename T>
+const T* Accounts::Succeeded(const StoreResult<T>& result) {
+  if (const auto* error = std::get_if<StoreError>(&result)) {
+    LogLine("store failed: " + error->text);
+    return nullptr;
+  }
+  return &std::get<T>(result);
+}
 
 }  // namespace hintwick
