@@ -21,14 +21,6 @@ stop_bench() {
   return 0
 }
 
-free_display() {
-  local n
-  for n in $(seq 91 140); do
-    if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then echo "$n"; return; fi
-  done
-  return 1
-}
-
 start_bench() {
   stop_bench
   rm -rf "$dir"
@@ -38,10 +30,19 @@ start_bench() {
     echo "bench: wine or Xvfb missing; Windows tests will be skipped"
     return 0
   fi
-  local display
-  display=$(free_display) || { echo "bench: no free X display"; return 1; }
-  Xvfb ":$display" -screen 0 "${HINTWICK_SCREEN:-1280x800x24}" -nolisten tcp >"$dir/xvfb.log" 2>&1 &
+  # Xvfb takes the first free display itself and says which: two benches started at once (two
+  # build trees, or two developers on one machine) used to pick the same free number, and the
+  # one whose server lost ran its tests on the other's display until that one was stopped.
+  Xvfb -displayfd 3 -screen 0 "${HINTWICK_SCREEN:-1280x800x24}" -nolisten tcp \
+    3>"$dir/display" >"$dir/xvfb.log" 2>&1 &
   echo $! >"$dir/xvfb.pid"
+  local display=""
+  for _ in $(seq 1 100); do
+    display=$(tr -d '\n' <"$dir/display" 2>/dev/null)
+    [ -n "$display" ] && break
+    sleep 0.1
+  done
+  [ -n "$display" ] || { echo "bench: Xvfb did not start"; cat "$dir/xvfb.log"; return 1; }
 
   export WINEPREFIX=$dir/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" DISPLAY=":$display"
   wineserver -p -f >"$dir/wineserver.log" 2>&1 &
