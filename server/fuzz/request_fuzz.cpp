@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "api/api.h"
+#include "api/chat.h"
 #include "api/release.h"
 #include "http/parse.h"
 #include "ops/metrics.h"
@@ -31,7 +32,8 @@ struct Harness {
   Accounts accounts{*store, hasher, config.tokens};
   Metrics metrics;
   Release release{"/nonexistent"};
-  Api api{{config, *store, accounts, metrics, release}};
+  ChatDesk chat{config};
+  Api api{{config, *store, accounts, metrics, release, chat}};
 };
 
 // The reply is well formed and holds neither the bearer token nor the body's password.

@@ -1,15 +1,22 @@
-// hintwick-server: serves the program's accounts, games, progress and updates, or runs one
-// operator command against the same database.
+// hintwick-server: serves the program's accounts, games, progress, answers and updates, or runs
+// one operator command against the same database.
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <iostream>
 
 #include "ops/admin.h"
+#include "packs/pack_cli.h"
 #include "ops/log.h"
 #include "service.h"
 
 namespace hintwick {
 namespace {
+
+constexpr const char* kPackUsage =
+    "  pack check FILE...   check knowledge packs; every error as FILE:LINE: message\n"
+    "  pack import FILE...  check, then load each pack into the database (replacing the game's\n"
+    "                       pack); nothing is loaded unless every file is clean\n";
 
 int Serve(const Config& config) {
   auto opened = Service::Open(config, true);
@@ -38,8 +45,8 @@ int Administer(const Config& config, const std::vector<std::string>& words) {
 
 int Main(std::vector<std::string> args) {
   if (std::find(args.begin(), args.end(), "--help") != args.end()) {
-    std::printf("hintwick-server [FLAGS] [COMMAND]\n\nFlags:\n%s\nCommands:\n%s",
-                ConfigUsage().c_str(), AdminUsage().c_str());
+    std::printf("hintwick-server [FLAGS] [COMMAND]\n\nFlags:\n%s\nCommands:\n%s%s",
+                ConfigUsage().c_str(), AdminUsage().c_str(), kPackUsage);
     return 0;
   }
   auto loaded = LoadConfig(args);
@@ -48,6 +55,10 @@ int Main(std::vector<std::string> args) {
     return 2;
   }
   const Config& config = std::get<Config>(loaded);
+  if (!args.empty() && args[0] == "pack") {
+    return RunPackCommand({args.begin() + 1, args.end()}, std::cout, std::cerr,
+                          [&] { return OpenConfiguredStore(config); });
+  }
   // A log reader that went away must not take the service with it.
   std::signal(SIGPIPE, SIG_IGN);
   return args.empty() ? Serve(config) : Administer(config, args);

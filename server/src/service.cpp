@@ -3,8 +3,10 @@
 #include <filesystem>
 
 #include "api/api.h"
+#include "api/chat.h"
 #include "api/release.h"
 #include "http/server.h"
+#include "ops/log.h"
 #include "ops/metrics.h"
 
 namespace hintwick {
@@ -24,7 +26,16 @@ ServerOptions ServerOptionsOf(const Config& c) {
   o.store_threads = c.store_threads;
   o.hash_threads = c.hash_threads;
   o.hash_queue = c.hash_queue;
+  o.keepalive = c.keepalive;
   return o;
+}
+
+// Often enough that the tables stay small, rarely enough to cost nothing.
+constexpr std::chrono::hours kPurgeEvery{1};
+
+void PurgeStore(Store& store, const Config& config) {
+  auto purged = store.Purge(Clock::now(), config.tokens, config.rate.window);
+  if (const auto* error = std::get_if<StoreError>(&purged)) LogLine("purge failed: " + error->text);
 }
 
 }  // namespace
@@ -38,7 +49,8 @@ struct Service::Parts {
                 static_cast<std::size_t>(c.argon2_mib) << 20}),
         accounts(*store, hasher, c.tokens),
         release(c.ReleaseDir()),
-        api({config, *store, accounts, metrics, release}),
+        chat(config),
+        api({config, *store, accounts, metrics, release, chat}),
         server(ServerOptionsOf(c), api, metrics) {}
 
   Config config;
@@ -47,6 +59,7 @@ struct Service::Parts {
   Accounts accounts;
   Metrics metrics;
   Release release;
+  ChatDesk chat;
   Api api;
   Server server;
 };
@@ -67,6 +80,9 @@ std::variant<std::unique_ptr<Service>, std::string> Service::Open(const Config& 
       std::make_unique<Parts>(config, std::move(std::get<std::unique_ptr<Store>>(opened)));
   if (auto error = service->parts_->server.Bind()) return *error;
   if (signals) service->parts_->server.StopOnSignals();
+  Parts& parts = *service->parts_;
+  parts.server.Every(std::chrono::duration_cast<std::chrono::seconds>(kPurgeEvery),
+                     [&parts] { PurgeStore(*parts.store, parts.config); });
   return service;
 }
 

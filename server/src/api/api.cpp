@@ -27,7 +27,7 @@ constexpr std::array kRoutes = {
     Route{"GET", "/v1/memory/{game}", Lane::kStore, GetMemory},
     Route{"PATCH", "/v1/memory/{game}", Lane::kStore, PatchMemory},
     Route{"POST", "/v1/memory/{game}/new-playthrough", Lane::kStore, NewPlaythrough},
-    Route{"POST", "/v1/chat", Lane::kStore, Chat},
+    Route{"POST", "/v1/chat", Lane::kStore, Chat},  // then streamed on the I/O thread
     Route{"GET", "/v1/version", Lane::kStore, Version},
     Route{"GET", "/v1/download/Hintwick.exe", Lane::kStore, Download},
     Route{"GET", "/healthz", Lane::kInline, Health},

@@ -7,6 +7,7 @@
 
 namespace hintwick {
 
+class ChatDesk;
 class Metrics;
 class Release;
 
@@ -16,6 +17,7 @@ struct Services {
   Accounts& accounts;
   Metrics& metrics;
   Release& release;
+  ChatDesk& chat;
 };
 
 class Api : public Handler {

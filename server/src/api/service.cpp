@@ -1,5 +1,4 @@
-// The update manifest and its download, the chat endpoint until answers exist, and the
-// operator's endpoints.
+// The update manifest and its download, and the operator's endpoints.
 #include <boost/json.hpp>
 
 #include "api/handlers.h"
@@ -34,14 +33,6 @@ Reply Download(const Request&, Services& services) {
   Reply reply;
   reply.content_type = "application/octet-stream";
   reply.body = *published->exe;
-  return reply;
-}
-
-Reply Chat(const Request& request, Services& services) {
-  auto caller = Caller(request, services);
-  if (auto* refusal = std::get_if<Reply>(&caller)) return std::move(*refusal);
-  Reply reply = ErrorReply(503, "answers are not available yet");
-  reply.retry_after = 3600;
   return reply;
 }
 

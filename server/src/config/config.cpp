@@ -118,6 +118,19 @@ const std::vector<Option>& Options() {
        [](Config& c, const std::string& v) {
          return ParseInt(v, c.rate.refresh_per_address, 1, 1 << 20);
        }},
+      {"model-url", "an OpenAI-compatible server (http://127.0.0.1:8081/v1); empty: no model",
+       Text(&Config::model_url)},
+      {"model-name", "the model the server is asked for", Text(&Config::model_name)},
+      {"model-key", "the model server's API key, if it wants one", Text(&Config::model_key)},
+      {"answer-concurrency", "answers streaming at once; beyond, the player is told to wait (1000)",
+       Int(&Config::answer_concurrency, 1, 1000000)},
+      {"keepalive-ms", "longest quiet in an answer's stream before a keep-alive (15000)",
+       [](Config& c, const std::string& v) {
+         long value = 0;
+         if (!ParseInt(v, value, 10L, 3600L * 1000)) return false;
+         c.keepalive = std::chrono::milliseconds(value);
+         return true;
+       }},
       {"rate-window", "rate limit window in seconds (60)",
        Seconds([](Config& c) -> std::chrono::seconds& { return c.rate.window; }, 1)},
   };

@@ -41,6 +41,11 @@ struct Config {
   std::chrono::seconds read_timeout{10};
   std::chrono::seconds idle_timeout{60};
   std::chrono::seconds drain_timeout{30};
+  std::string model_url;   // empty: answers from the notes alone, without a model
+  std::string model_name;
+  std::string model_key;   // sent to the model server only; never logged
+  int answer_concurrency = 1000;
+  std::chrono::milliseconds keepalive{15000};
 
   std::string DatabaseUrl() const;
   std::string ReleaseDir() const;

@@ -6,8 +6,10 @@
 #include <boost/beast/http.hpp>
 #include <boost/beast/ssl.hpp>
 
+#include <list>
 #include <set>
 
+#include "http/streamed_reply.h"
 #include "ops/log.h"
 #include "ops/metrics.h"
 
@@ -83,6 +85,7 @@ struct Server::Impl {
   bool stopping = false;
   asio::steady_timer drain{io};
   std::optional<asio::signal_set> signals;
+  std::list<asio::steady_timer> chores;
 
   void BeginStop();
   awaitable<void> Accept();
@@ -95,6 +98,10 @@ struct Server::Impl {
   template <class Stream>
   awaitable<bool> Send(Stream& stream, const Exchange& exchange);
   template <class Stream>
+  awaitable<bool> SendStream(Stream& stream, const Exchange& exchange);
+  awaitable<void> Chore(asio::steady_timer& timer, std::chrono::seconds interval,
+                        std::function<void()> job);
+  template <class Stream>
   awaitable<void> Serve(Stream& stream, Connection& connection, const std::string& peer);
   awaitable<void> ServePlain(tcp::socket socket, std::string peer);
   awaitable<void> ServeTls(tcp::socket socket, std::string peer);
@@ -106,6 +113,7 @@ void Server::Impl::BeginStop() {
   boost::system::error_code ignored;
   acceptor.close(ignored);
   if (signals) signals->cancel(ignored);
+  for (auto& chore : chores) chore.cancel();
   for (Connection* connection : connections)
     if (connection->idle) connection->transport.cancel();
   if (connections.empty()) return;
@@ -190,6 +198,37 @@ awaitable<bool> Server::Impl::Send(Stream& stream, const Exchange& exchange) {
   co_return !ec;
 }
 
+// Close-delimited: the body ends when the connection does, which every client of an event
+// stream reads, HTTP/1.0 and proxies included, and no chunk framing can be half-written.
+template <class Stream>
+awaitable<bool> Server::Impl::SendStream(Stream& stream, const Exchange& exchange) {
+  const Reply& reply = exchange.reply;
+  http::response<http::empty_body> head(static_cast<http::status>(reply.status),
+                                        exchange.version);
+  head.set(http::field::content_type, reply.content_type);
+  head.set(http::field::cache_control, "no-cache");
+  head.set("X-Accel-Buffering", "no");
+  head.keep_alive(false);
+  metrics.StreamOpened();
+  detail::StreamedReply<Stream> streamed(stream, *reply.stream, options.keepalive,
+                                         options.read_timeout);
+  bool sent = co_await streamed.Send(std::move(head));
+  metrics.StreamClosed();
+  co_return sent;
+}
+
+awaitable<void> Server::Impl::Chore(asio::steady_timer& timer, std::chrono::seconds interval,
+                                    std::function<void()> job) {
+  for (;;) {
+    timer.expires_after(interval);
+    auto [ec] = co_await timer.async_wait(kTuple);
+    if (ec || stopping) co_return;
+    auto [failure] = co_await asio::co_spawn(
+        store_pool, [&]() -> awaitable<void> { job(); co_return; }, kTuple);
+    if (failure) LogLine("a periodic job ended on an exception");
+  }
+}
+
 template <class Stream>
 awaitable<void> Server::Impl::Serve(Stream& stream, Connection& connection,
                                     const std::string& peer) {
@@ -197,14 +236,15 @@ awaitable<void> Server::Impl::Serve(Stream& stream, Connection& connection,
   while (co_await AwaitRequest(stream, buffer, connection)) {
     auto exchange = co_await Answer(stream, buffer, peer);
     if (!exchange) co_return;
-    bool sent = co_await Send(stream, *exchange);
+    bool streamed = exchange->reply.stream != nullptr;
+    bool sent = streamed ? co_await SendStream(stream, *exchange) : co_await Send(stream, *exchange);
     const Request& request = exchange->request;
     int status = exchange->reply.status;
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() -
                                                    exchange->start).count();
     metrics.Observe(exchange->route.name, request.method, status, seconds);
     LogRequest({peer, request.method, request.path, status, seconds, exchange->reply.body.size()});
-    if (!sent || !exchange->keep_alive) co_return;
+    if (!sent || streamed || !exchange->keep_alive) co_return;
   }
 }
 
@@ -295,6 +335,14 @@ void Server::StopOnSignals() {
   s.signals.emplace(s.io, SIGTERM, SIGINT);
   s.signals->async_wait([&s](boost::system::error_code ec, int) {
     if (!ec) s.BeginStop();
+  });
+}
+
+void Server::Every(std::chrono::seconds interval, std::function<void()> job) {
+  Impl& s = *impl_;
+  asio::steady_timer& timer = s.chores.emplace_back(s.io);
+  asio::co_spawn(s.io, s.Chore(timer, interval, std::move(job)), [](std::exception_ptr failure) {
+    if (failure) LogLine("a periodic job's timer ended on an exception");
   });
 }
 

@@ -5,6 +5,7 @@
 // requests in flight finish, up to the drain time-out.
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,6 +24,7 @@ struct ServerOptions {
   std::chrono::seconds read_timeout{10};
   std::chrono::seconds idle_timeout{60};
   std::chrono::seconds drain_timeout{30};
+  std::chrono::milliseconds keepalive{15000};  // the longest quiet in a streamed reply
   std::string tls_cert, tls_key;  // PEM files; empty: plain HTTP
   bool trust_forwarded_for = false;
   int store_threads = 4;
@@ -43,6 +45,9 @@ class Server {
   std::string BaseUrl() const;
   // From now on SIGTERM and SIGINT stop the server (call before announcing it).
   void StopOnSignals();
+  // Runs `job` on the store's pool every `interval` while serving, the first time one interval
+  // after Run starts. Call before Run.
+  void Every(std::chrono::seconds interval, std::function<void()> job);
   // Serves until Stop (or a signal); returns once drained.
   void Run();
   // Safe from any thread.
