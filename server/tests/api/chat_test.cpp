@@ -1,0 +1,185 @@
+// Questions over real HTTP on each store, with the stand-in game's pack imported: what the gate
+// lets through at each stage, stage moves, the stream's framing, and a model server that stalls.
+#include <gtest/gtest.h>
+
+#include <boost/asio.hpp>
+#include <boost/json.hpp>
+
+#include <atomic>
+#include <fstream>
+#include <sstream>
+
+#include "packs/pack_parser.h"
+#include "service_fixture.h"
+
+namespace hintwick::test {
+namespace {
+
+namespace asio = boost::asio;
+namespace json = boost::json;
+using tcp = asio::ip::tcp;
+using namespace std::chrono_literals;
+constexpr const char* kGame = "hintwick_test_game";
+
+void ImportSamplePack(Store& store) {
+  std::stringstream text;
+  text << std::ifstream(HINTWICK_SAMPLE_PACK).rdbuf();
+  auto parsed = ParsePack(text.str(), HINTWICK_SAMPLE_PACK);
+  ASSERT_TRUE(std::holds_alternative<Pack>(parsed));
+  ASSERT_TRUE(std::holds_alternative<bool>(store.ImportPack(std::get<Pack>(parsed))));
+}
+
+std::string ChatRequest(const std::string& token, const std::string& message) {
+  std::string body = json::serialize(json::object{{"game", kGame}, {"message", message}});
+  return "POST /v1/chat HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer " + token +
+         "\r\nAccept: text/event-stream\r\nContent-Type: application/json\r\nContent-Length: " +
+         std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+struct Stream {
+  std::string head;
+  std::vector<json::object> events;
+  std::string text;
+};
+
+// Checks the framing on the way: every line is a `data:` line holding one JSON object, a
+// keep-alive, or the blank line after an event.
+Stream Read(const std::string& raw) {
+  Stream stream;
+  std::size_t end = raw.find("\r\n\r\n");
+  stream.head = raw.substr(0, end);
+  std::istringstream lines(end == std::string::npos ? "" : raw.substr(end + 4));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line == ":") continue;
+    EXPECT_EQ(line.rfind("data: ", 0), 0u) << line;
+    boost::system::error_code ec;
+    json::value event = json::parse(line.substr(6), ec);
+    if (ec || !event.is_object()) ADD_FAILURE() << line;
+    else stream.events.push_back(event.get_object());
+    if (ec || !event.is_object()) continue;
+    if (event.at("type") == "token") stream.text += event.at("text").as_string();
+  }
+  return stream;
+}
+
+class ChatTest : public ::testing::TestWithParam<std::string> {};
+
+// Each row a new player: the record as patched, then one question, which may name a stage.
+TEST_P(ChatTest, AnswersAreGatedAtTheRecordedStageOrTheOneTheQuestionNames) {
+  TestService service(GetParam());
+  ImportSamplePack(service.store());
+  const std::string stage2 = R"({"stage":"Whisperwood","stage_ordinal":2})";
+  struct Row {
+    std::string patch, question, given, withheld, moved_to;
+  } rows[] = {
+      {"{}", "how do I cross the black river?", "no note", "Ferryman", ""},
+      {stage2, "how do I cross the black river?", "The Ferryman takes coins", "Brass Heart", ""},
+      {"{}", "what starts the millwheel?", "no note", "Brass Heart", ""},
+      {R"({"spoilers_ok":true})", "what starts the millwheel?", "The Brass Heart drives", "Moon Key", ""},
+      {R"({"directness":"coach","spoilers_ok":true})", "what starts the millwheel?",
+       "Look at what is stuck", "Brass Heart", ""},
+      {"{}", "I just beat the village, how do I cross the black river?", "Ferryman", "Brass Heart",
+       "Whisperwood"},
+      {"{}", "how do I get past the woods and the Ferryman?", "no note", "silver", ""},
+      {stage2, "I'm at the crypt now, how do I open the gate?", "Moon Key", "Tidewarden",
+       "The Sunken Crypt"},
+  };
+  for (const Row& row : rows) {
+    std::string token = service.SignUp().access, memory = std::string("/v1/memory/") + kGame;
+    ASSERT_EQ(service.Call("PATCH", memory, row.patch, token).status, 200);
+    Stream answer = Read(service.Raw(ChatRequest(token, row.question), 10s));
+    for (const char* header : {"HTTP/1.1 200", "Content-Type: text/event-stream",
+                               "Cache-Control: no-cache", "X-Accel-Buffering: no"})
+      EXPECT_NE(answer.head.find(header), std::string::npos) << header;
+    EXPECT_NE(answer.text.find(row.given), std::string::npos) << row.question << answer.text;
+    EXPECT_EQ(answer.text.find(row.withheld), std::string::npos) << row.question << answer.text;
+    ASSERT_FALSE(answer.events.empty());
+    EXPECT_EQ(answer.events.back().at("type"), "done");  // nothing lost after the answer
+    bool moved = !row.moved_to.empty();
+    EXPECT_EQ(answer.events.front().at("type") == "memory", moved) << row.question;
+    if (moved) EXPECT_EQ(answer.events.front().at("stage"), row.moved_to.c_str());
+    auto record = service.Call("GET", memory, "", token).Json();
+    EXPECT_EQ(record.at("revision"), moved ? 2 : 1) << row.question;
+    if (moved) EXPECT_EQ(record.at("stage"), row.moved_to.c_str());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, ChatTest, ::testing::ValuesIn(StoreKinds()), StoreName);
+
+// A model server that sends one piece of an answer, then nothing, and counts the connections
+// the bridge closed.
+struct StallingModel {
+  StallingModel() : thread([this] { Serve(); }) {}
+  ~StallingModel() {
+    stopping = true;
+    boost::system::error_code ignored;
+    tcp::socket(io).connect(acceptor.local_endpoint(), ignored);  // wakes the accept
+    thread.join();
+  }
+  void Serve() {
+    for (boost::system::error_code ec; !ec && !stopping; ++closed) {
+      tcp::socket socket(io);
+      acceptor.accept(socket, ec);
+      std::string request;
+      asio::read_until(socket, asio::dynamic_buffer(request), "\r\n\r\n", ec);
+      asio::write(socket, asio::buffer(std::string(
+          "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\n\r\ndata: {\"choices\":[{\"delta\":"
+          "{\"content\":\"Let me think about that lantern for a moment.\"}}]}\n\n")), ec);
+      for (char byte; !ec;) socket.read_some(asio::buffer(&byte, 1), ec);  // until the bridge closes
+      ec = {};
+    }
+  }
+  std::atomic<bool> stopping{false};
+  std::atomic<int> closed{0};
+  asio::io_context io;
+  tcp::acceptor acceptor{io, {asio::ip::make_address("127.0.0.1"), 0}};
+  std::thread thread;
+};
+
+bool ReadUntil(tcp::socket& socket, std::string& received, std::string_view wanted) {
+  for (auto end = std::chrono::steady_clock::now() + 5s;
+       received.find(wanted) == std::string::npos && std::chrono::steady_clock::now() < end;) {
+    char chunk[512];
+    if (socket.available() == 0) std::this_thread::sleep_for(5ms);
+    else received.append(chunk, socket.read_some(asio::buffer(chunk)));
+  }
+  return received.find(wanted) != std::string::npos;
+}
+
+TEST(ChatStreamTest, BusyLimitKeepAliveAndALeavingClientThatFreesItsSlot) {
+  StallingModel model;
+  Config config;
+  config.model_url = "http://127.0.0.1:" + std::to_string(model.acceptor.local_endpoint().port());
+  config.answer_concurrency = 1;
+  config.keepalive = 100ms;
+  TestService service("sqlite", config);
+  ImportSamplePack(service.store());
+  std::string token = service.SignUp().access;
+  std::string question = ChatRequest(token, "how do I light the lantern?");
+  auto open_streams = [&] {
+    return service.Call("GET", "/metrics").body.find("open_streams 1") != std::string::npos;
+  };
+  for (int round = 1; round <= 2; ++round) {
+    asio::io_context io;
+    tcp::socket first(io);
+    first.connect({asio::ip::make_address("127.0.0.1"), service.port});
+    asio::write(first, asio::buffer(question));
+    std::string received;
+    ASSERT_TRUE(ReadUntil(first, received, "Let me")) << received;
+    ASSERT_TRUE(ReadUntil(first, received, "\n:\n")) << "no keep-alive: " << received;
+    EXPECT_TRUE(open_streams());
+    Stream busy = Read(service.Raw(question, 5s));
+    ASSERT_EQ(busy.events.size(), 1u);
+    EXPECT_EQ(busy.events[0].at("type"), "error");
+    EXPECT_NE(busy.events[0].at("message").as_string().find("Ask again"), std::string::npos);
+    first.close();
+    for (auto end = std::chrono::steady_clock::now() + 2s;
+         model.closed < round && std::chrono::steady_clock::now() < end;)
+      std::this_thread::sleep_for(5ms);
+    EXPECT_EQ(model.closed, round) << "the model request outlived its client";
+  }
+  EXPECT_FALSE(open_streams());
+}
+
+}  // namespace
+}  // namespace hintwick::test
