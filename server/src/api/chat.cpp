@@ -182,8 +182,8 @@ ChatDesk::ChatDesk(const Config& config)
     : limit_(config.answer_concurrency),
       answerer_(config.model_url.empty()
                     ? std::unique_ptr<Answerer>(std::make_unique<BuiltinAnswerer>())
-                    : std::make_unique<ModelAnswerer>(
-                          ModelEndpoint{config.model_url, config.model_name, config.model_key, {}})) {}
+                    : std::make_unique<ModelAnswerer>(ModelEndpoint{
+                          config.model_url, config.model_name, config.model_key, {}})) {}
 
 std::unique_ptr<ChatDesk::Slot> ChatDesk::TakeSlot() {
   if (open_.fetch_add(1) >= limit_) {
@@ -209,9 +209,8 @@ Reply Chat(const Request& request, Services& services) {
   auto prepared = Prepare(services, std::get<UserId>(caller), std::get<Question>(question));
   if (auto* refusal = std::get_if<Reply>(&prepared)) return std::move(*refusal);
   Prepared& ready = std::get<Prepared>(prepared);
-  return StreamReply(std::make_shared<ChatStream>(std::move(ready.opening),
-                                                  std::move(ready.request), answerer,
-                                                  std::move(slot)));
+  return StreamReply(std::make_shared<ChatStream>(
+      std::move(ready.opening), std::move(ready.request), answerer, std::move(slot)));
 }
 
 }  // namespace hintwick

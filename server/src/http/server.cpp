@@ -237,7 +237,8 @@ awaitable<void> Server::Impl::Serve(Stream& stream, Connection& connection,
     auto exchange = co_await Answer(stream, buffer, peer);
     if (!exchange) co_return;
     bool streamed = exchange->reply.stream != nullptr;
-    bool sent = streamed ? co_await SendStream(stream, *exchange) : co_await Send(stream, *exchange);
+    bool sent =
+        streamed ? co_await SendStream(stream, *exchange) : co_await Send(stream, *exchange);
     const Request& request = exchange->request;
     int status = exchange->reply.status;
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() -
