@@ -14,9 +14,10 @@ namespace hintwick {
 namespace {
 
 constexpr const char* kPackUsage =
-    "  pack check FILE...   check knowledge packs; every error as FILE:LINE: message\n"
-    "  pack import FILE...  check, then load each pack into the database (replacing the game's\n"
-    "                       pack); nothing is loaded unless every file is clean\n";
+    "  pack check FILE...                         "
+    "check knowledge packs; each error as FILE:LINE\n"
+    "  pack import FILE...                        "
+    "check, then load each pack, replacing the game's\n";
 
 int Serve(const Config& config) {
   auto opened = Service::Open(config, true);
