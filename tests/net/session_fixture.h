@@ -32,6 +32,18 @@ inline void PrintTo(ServiceFailure failure, std::ostream* out) {
 
 inline std::wstring StatePath(const wchar_t* name) { return DataDir() + L"\\" + name; }
 
+// The state files a start reads, gone: the data directory as a first start finds it.
+inline void RemoveStateFiles() {
+  for (const wchar_t* name : {L"config.json", L"token.bin", L"games.json"}) {
+    DeleteFileW(StatePath(name).c_str());
+  }
+}
+
+inline void WriteConfigFor(const std::string& base_url, const std::string& members = "") {
+  test::WriteFileBytes(StatePath(L"config.json"),
+                       "{\"base_url\":\"" + base_url + "\"" + members + "}");
+}
+
 // The text of a dialog's control, as the player reads it.
 inline std::wstring ShownText(HWND window, int id) {
   wchar_t text[512] = {};
@@ -47,14 +59,11 @@ class SessionFixture : public ::testing::Test {
   void Reset() {
     session_.reset();
     fake_ = std::make_unique<test::FakeService>();
-    for (const wchar_t* name : {L"config.json", L"token.bin", L"games.json"}) {
-      DeleteFileW(StatePath(name).c_str());
-    }
+    RemoveStateFiles();
     log_.Clear();
   }
   void WriteConfig(const std::string& members = "") {
-    test::WriteFileBytes(StatePath(L"config.json"),
-                         "{\"base_url\":\"" + WideToUtf8(fake_->BaseUrl()) + "\"" + members + "}");
+    WriteConfigFor(WideToUtf8(fake_->BaseUrl()), members);
   }
   // Started against the fake; signed in as access token "a1" when `signed_in` is true. A later
   // refresh is refused, or rotates to "a2" and "r2".

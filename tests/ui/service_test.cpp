@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <tuple>
 
 #include "net/session_fixture.h"
 #include "support/box_answerer_win.h"
@@ -18,14 +19,6 @@ namespace qn {
 namespace {
 
 constexpr char kGame[] = "hintwick_test_game";
-
-void ResetState(const std::string& base_url) {
-  for (const wchar_t* name : {L"config.json", L"token.bin", L"games.json"}) {
-    DeleteFileW(StatePath(name).c_str());
-  }
-  test::WriteFileBytes(StatePath(L"config.json"), "{\"base_url\":\"" + base_url + "\"}");
-}
-
 
 GameLookupResult LookUp(Session& session) {
   ReceiverWindow receiver;
@@ -37,7 +30,8 @@ GameLookupResult LookUp(Session& session) {
 TEST(ServiceTest, AFirstDayAgainstTheRealService) {
   const char* url = std::getenv("HINTWICK_SERVICE_URL");
   ASSERT_NE(url, nullptr) << "run through ctest, whose fixture starts the service";
-  ResetState(url);
+  RemoveStateFiles();
+  WriteConfigFor(url);
   test::CapturedLog log;
   // Each run makes an account of its own: the fixture's service outlives one run of this test.
   const std::wstring email = L"player" + std::to_wstring(GetTickCount64()) + L"@example.org";
