@@ -58,7 +58,7 @@ start_cluster() {
   if [ "$(id -u)" -eq 0 ]; then
     id postgres >/dev/null 2>&1 || skip "there is no postgres user to run the cluster as"
   fi
-  cluster=$(mktemp -d /tmp/hintwick-pg.XXXXXX) && data=$cluster/data && dir_of_socket=$cluster
+  cluster=$(mktemp -d /tmp/hintwick-pg.XXXXXX) && data=$cluster/data
   echo "$cluster" >"$dir/cluster"
   [ "$(id -u)" -eq 0 ] && chown postgres "$cluster"
   as_owner "$bin/initdb" -D "$data" -U postgres -A trust -E UTF8 --no-locale --no-sync \
@@ -66,7 +66,7 @@ start_cluster() {
   # No TCP at all; durability is worth nothing to a cluster thrown away after the tests.
   cat >>"$data/postgresql.conf" <<CONF
 listen_addresses = ''
-unix_socket_directories = '$dir_of_socket'
+unix_socket_directories = '$cluster'
 fsync = off
 synchronous_commit = off
 full_page_writes = off
