@@ -24,29 +24,45 @@ constexpr int kNotesSearched = 12;
 const char* const kBusy =
     "The service is answering as many questions as it can right now. Ask again in a moment.";
 
-// The events before the answer, then the answer; or, without an answer, just those events.
+// The answer, with a stage move's "memory" event after its words and before "done": the
+// program appends each token to its last message, so a notice sent first would take the answer's
+// words. Without an answer (the busy reply), just the given events.
 class ChatStream final : public StreamBody {
  public:
-  ChatStream(std::vector<std::string> opening, std::optional<AnswerRequest> request,
+  ChatStream(std::vector<std::string> events, std::optional<AnswerRequest> request,
              Answerer& answerer, std::unique_ptr<ChatDesk::Slot> slot)
-      : opening_(std::move(opening)),
+      : events_(std::move(events)),
         request_(std::move(request)),
         answerer_(answerer),
         slot_(std::move(slot)) {}
 
   awaitable<void> Run(const StreamWrite& write) override {
-    for (std::string& line : opening_) {
-      if (!co_await write(std::move(line))) co_return;
+    if (!request_) {
+      co_await WriteHeld(write);
+      co_return;
     }
-    if (!request_) co_return;
-    EventSink send = [&write](std::string line) { return write(std::move(line)); };
-    co_await RunAnswer(*request_, answerer_, send, cancel_);
+    const std::string done = EventLine(DoneEvent{});
+    EventSink send = [&](std::string line) -> awaitable<bool> {
+      if (line == done && !co_await WriteHeld(write)) co_return false;
+      co_return co_await write(std::move(line));
+    };
+    // An answer that failed still moved the record; the player is told after the error.
+    if (co_await RunAnswer(*request_, answerer_, send, cancel_) == TurnEnd::kFailed)
+      co_await WriteHeld(write);
   }
 
   void Cancel() override { cancel_.Cancel(); }
 
  private:
-  std::vector<std::string> opening_;
+  awaitable<bool> WriteHeld(const StreamWrite& write) {
+    std::vector<std::string> held = std::exchange(events_, {});
+    for (std::string& line : held) {
+      if (!co_await write(std::move(line))) co_return false;
+    }
+    co_return true;
+  }
+
+  std::vector<std::string> events_;
   std::optional<AnswerRequest> request_;
   Answerer& answerer_;
   std::unique_ptr<ChatDesk::Slot> slot_;
@@ -93,14 +109,14 @@ PlayerPosition PositionOf(const Progress& progress) {
 
 // What the answer starts from once the store has been read.
 struct Prepared {
-  std::vector<std::string> opening;  // the "memory" event of a stage move
+  std::vector<std::string> stage_moved;  // the "memory" event of a stage move
   AnswerRequest request;
 };
 
 // A stage the question names moves the record first, so that the answer is gated at the stage
 // the player says they reached.
 std::optional<Reply> MoveStage(Services& services, UserId user, const Question& question,
-                               AnswerRequest& request, std::vector<std::string>& opening) {
+                               AnswerRequest& request, std::vector<std::string>& stage_moved) {
   auto move = StageMoveFromQuestion(question.message, request.outline, request.position);
   if (!move) return std::nullopt;
   ProgressPatch patch;
@@ -110,7 +126,7 @@ std::optional<Reply> MoveStage(Services& services, UserId user, const Question& 
   const Progress* progress = Accounts::Succeeded(patched);
   if (!progress) return RefusalFor(AuthFailure::kUnavailable);
   request.position = PositionOf(*progress);
-  opening.push_back(EventLine(MemoryEventFor(*move)));
+  stage_moved.push_back(EventLine(MemoryEventFor(*move)));
   return std::nullopt;
 }
 
@@ -159,7 +175,7 @@ std::variant<Prepared, Reply> Prepare(Services& services, UserId user, const Que
   request.has_pack = pack->has_value();
   if (request.has_pack) {
     request.outline = OutlineOf(**pack);
-    if (auto refusal = MoveStage(services, user, question, request, prepared.opening))
+    if (auto refusal = MoveStage(services, user, question, request, prepared.stage_moved))
       return std::move(*refusal);
   }
   int asked_before = services.chat.repeats().Count(user, question.game, question.message,
@@ -210,7 +226,7 @@ Reply Chat(const Request& request, Services& services) {
   if (auto* refusal = std::get_if<Reply>(&prepared)) return std::move(*refusal);
   Prepared& ready = std::get<Prepared>(prepared);
   return StreamReply(std::make_shared<ChatStream>(
-      std::move(ready.opening), std::move(ready.request), answerer, std::move(slot)));
+      std::move(ready.stage_moved), std::move(ready.request), answerer, std::move(slot)));
 }
 
 }  // namespace hintwick

@@ -35,6 +35,28 @@ bool NamesTerm(std::string_view text, std::string_view term) {
   return false;
 }
 
+// Authors wrap a long body to fit their editor; the player's window wraps it again, so only a
+// blank line (a new paragraph) stays a break. Lines are trimmed and runs of blank lines fold.
+std::string FlowedParagraphs(std::string_view text) {
+  std::string flowed;
+  int breaks = 0;  // line ends since the last text
+  for (std::size_t at = 0; at <= text.size();) {
+    std::size_t end = std::min(text.find('\n', at), text.size());
+    std::string_view line = text.substr(at, end - at);
+    line.remove_prefix(std::min(line.find_first_not_of(" \t\r"), line.size()));
+    line.remove_suffix(line.size() - (line.find_last_not_of(" \t\r") + 1));
+    if (line.empty()) {
+      ++breaks;
+    } else {
+      if (!flowed.empty()) flowed += breaks > 1 ? "\n\n" : " ";
+      flowed += line;
+      breaks = 1;
+    }
+    at = end + 1;
+  }
+  return flowed;
+}
+
 std::string Quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
 
 // A game key is the name of the game's executable as the program derives it.
@@ -243,7 +265,8 @@ void Reader::ReadNote(const toml::table& table) {
   const std::optional<std::string> title = Text(table, "title", "note");
   const std::optional<std::string> body = Text(table, "body", "note");
   if (!stage || !tier || !title || !body) return;
-  const PackNote& note = pack_.notes.emplace_back(PackNote{*stage, *tier, *title, *body});
+  const PackNote& note =
+      pack_.notes.emplace_back(PackNote{*stage, *tier, *title, FlowedParagraphs(*body)});
   CheckLeaks(note, table);
 }
 

@@ -87,11 +87,13 @@ TEST_P(ChatTest, AnswersAreGatedAtTheRecordedStageOrTheOneTheQuestionNames) {
       EXPECT_NE(answer.head.find(header), std::string::npos) << header;
     EXPECT_NE(answer.text.find(row.given), std::string::npos) << row.question << answer.text;
     EXPECT_EQ(answer.text.find(row.withheld), std::string::npos) << row.question << answer.text;
-    ASSERT_FALSE(answer.events.empty());
+    ASSERT_GE(answer.events.size(), 2u);
     EXPECT_EQ(answer.events.back().at("type"), "done");  // nothing lost after the answer
+    // The program appends tokens to its last message: the notice must follow the words.
+    const auto& before_done = answer.events[answer.events.size() - 2];
     bool moved = !row.moved_to.empty();
-    EXPECT_EQ(answer.events.front().at("type") == "memory", moved) << row.question;
-    if (moved) EXPECT_EQ(answer.events.front().at("stage"), row.moved_to.c_str());
+    EXPECT_EQ(before_done.at("type") == "memory", moved) << row.question;
+    if (moved) EXPECT_EQ(before_done.at("stage"), row.moved_to.c_str());
     auto record = service.Call("GET", memory, "", token).Json();
     EXPECT_EQ(record.at("revision"), moved ? 2 : 1) << row.question;
     if (moved) EXPECT_EQ(record.at("stage"), row.moved_to.c_str());

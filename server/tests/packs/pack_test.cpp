@@ -84,6 +84,21 @@ TEST(PackParser, ErrorTable) {
 }
 
 // Each run on a folder of its own, removed with what it holds.
+// A body wrapped for the author's editor reaches the player as flowing paragraphs.
+TEST(PackParser, BodiesFlowIntoParagraphs) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"\"one line \"", "one line"},
+      {"\"\"\"\nwrapped\n  across lines \n\"\"\"", "wrapped across lines"},
+      {"\"\"\"\na\r\nb\n\n\n  c\t\nd\n\n\"\"\"", "a b\n\nc d"},
+  };
+  for (const auto& [body, flowed] : rows) {
+    const PackParse parsed =
+        ParsePack(BasePack("[\"g\"]") + Note("\"Dock\"", "1", "\"t\"", body), "p");
+    ASSERT_TRUE(std::holds_alternative<Pack>(parsed)) << body;
+    EXPECT_EQ(std::get<Pack>(parsed).notes.at(0).body, flowed) << body;
+  }
+}
+
 TEST(PackCommand, ChecksEveryFileAndImportsOnlyCleanOnes) {
   const std::filesystem::path folder =
       std::filesystem::temp_directory_path() / ("pack_test_" + std::to_string(getpid()));
