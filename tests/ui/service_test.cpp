@@ -2,7 +2,7 @@
 // account made in the settings window, the catalogue's name and the recorded progress, a reset,
 // a restart that signs in from token.bin, and an access token that has expired by the next
 // request. The ctest fixture starts the service with two-second access tokens and the stand-in
-// game in its catalogue.
+// game's pack.
 #include "ui/tray_window_win.h"
 
 #include <gtest/gtest.h>
@@ -49,11 +49,11 @@ TEST(ServiceTest, AFirstDayAgainstTheRealService) {
 
     MemoryPatch reached;
     reached.stage = "The Lighthouse";
-    reached.stage_ordinal = 2;
+    reached.stage_ordinal = 5;
     ASSERT_TRUE(session.PatchMemory(kGame, reached));
     const GameLookupResult seen = LookUp(session);
     EXPECT_EQ(std::tuple(seen.known, seen.display_name, seen.stage, seen.stage_ordinal),
-              std::tuple(true, std::string("Hintwick Test Game"), std::string("The Lighthouse"), 2));
+              std::tuple(true, std::string("The Lantern of Greyhollow"), std::string("The Lighthouse"), 5));
 
     SendDlgItemMessageW(window.get(), kIdResetProgress, BM_CLICK, 0, 0);
     EXPECT_EQ(ShownText(window.get(), kIdAccountStatus), L"Progress reset.");

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The real service for the Windows tests that talk to it: hintwick-server on SQLite in a scratch
-# folder, on a free loopback port, with the tests' stand-in game in its catalogue and access
+# folder, on a free loopback port, with the stand-in game's knowledge pack imported and access
 # tokens that expire after two seconds, so a test sees a refresh without waiting an hour.
 # "start" writes DIR/env with HINTWICK_SERVICE_URL (or HINTWICK_SERVICE_SKIP with the reason);
 # "stop" ends the server by process id.
@@ -26,8 +26,10 @@ start_service() {
     return 0
   fi
   local flags=(--data "$dir/data" --access-ttl 2)
-  "$exe" "${flags[@]}" game add hintwick_test_game "Hintwick Test Game" --has-index \
-    >"$dir/admin.log" 2>&1 || { echo "service: adding the game failed"; cat "$dir/admin.log"; return 1; }
+  local pack
+  pack=$(dirname "$0")/../../server/packs/hintwick_test_game.toml
+  "$exe" "${flags[@]}" pack import "$pack" \
+    >"$dir/admin.log" 2>&1 || { echo "service: importing the pack failed"; cat "$dir/admin.log"; return 1; }
   "$exe" "${flags[@]}" --listen 127.0.0.1:0 >"$dir/server.log" 2>&1 &
   echo $! >"$dir/server.pid"
   local url=""
