@@ -21,7 +21,7 @@ struct CaptureSources {
   ComPtr<abi::capture::IGraphicsCaptureItem> item;
   ComPtr<abi::directx::IDirect3DDevice> device;  // the Direct3D device, wrapped
   ComPtr<abi::capture::IDirect3D11CaptureFramePoolStatics2> pools;
-  uint64_t (*now)() = nullptr;  // milliseconds of a monotonic clock; null for the system's
+  int64_t (*now)() = nullptr;  // microseconds of a monotonic clock; null for the system's
 };
 
 class Capture : public FrameSource {

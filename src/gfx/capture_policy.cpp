@@ -4,11 +4,17 @@
 
 namespace qn {
 
-int64_t MinFrameIntervalMs(int throttle_hz) { return throttle_hz >= 1 ? 1000 / throttle_hz : 0; }
+FrameThrottle::FrameThrottle(int throttle_hz)
+    : interval_us_(throttle_hz >= 1 ? 1'000'000 / throttle_hz : 0) {}
 
-bool ShouldAcceptFrame(int64_t min_interval_ms, uint64_t last_accepted_tick, uint64_t now) {
-  if (min_interval_ms < 1 || last_accepted_tick == 0) return true;
-  return now - last_accepted_tick >= static_cast<uint64_t>(min_interval_ms);
+// A frame after a pause (or the first) starts the schedule afresh, so a game that stalled is
+// not then sent a burst to catch up.
+bool FrameThrottle::Accept(int64_t now_us) {
+  if (interval_us_ == 0) return true;
+  if (due_us_ && now_us < *due_us_ - interval_us_ / 4) return false;
+  const bool behind = !due_us_ || now_us - *due_us_ >= interval_us_;
+  due_us_ = (behind ? now_us : *due_us_) + interval_us_;
+  return true;
 }
 
 FrameSize FramePoolSize(FrameSize source, int divisor) {

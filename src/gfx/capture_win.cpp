@@ -71,7 +71,15 @@ bool SessionPropertyPresent(const wchar_t* property) {
 FrameSize ToFrameSize(dx::SizeInt32 size) { return {size.width, size.height}; }
 dx::SizeInt32 ToSizeInt32(FrameSize size) { return {size.width, size.height}; }
 
-uint64_t SystemTicks() { return GetTickCount64(); }
+// Not GetTickCount64: it steps in 15.6 ms on Windows (every millisecond under Wine), too coarse
+// to pace 30 frames a second.
+int64_t SystemMicroseconds() {
+  LARGE_INTEGER count{}, frequency{};
+  QueryPerformanceCounter(&count);
+  QueryPerformanceFrequency(&frequency);
+  return count.QuadPart / frequency.QuadPart * 1'000'000 +
+         count.QuadPart % frequency.QuadPart * 1'000'000 / frequency.QuadPart;
+}
 
 HRESULT FrameTexture(cap::IDirect3D11CaptureFrame* frame, ComPtr<ID3D11Texture2D>& texture) {
   ComPtr<dx::IDirect3DSurface> surface;
@@ -114,14 +122,13 @@ bool WrapDevice(ID3D11Device* device, ComPtr<dx::IDirect3DDevice>& wrapped) {
 
 struct Capture::Stream {
   std::mutex mutex;
-  FramePtr pending;                    // guarded by mutex
-  FrameSize pool_size;                 // guarded by mutex
-  ComPtr<dx::IDirect3DDevice> device;  // guarded by mutex once subscribed; null once detached
-  RepeatedFailures failures;           // guarded by mutex
-  int divisor = 1;                     // fixed before subscription
-  int64_t min_interval_ms = 0;         // fixed before subscription
-  uint64_t (*now)() = &SystemTicks;    // fixed before subscription
-  std::atomic<uint64_t> last_accepted_tick{0};
+  FramePtr pending;                        // guarded by mutex
+  FrameSize pool_size;                     // guarded by mutex
+  ComPtr<dx::IDirect3DDevice> device;      // guarded by mutex once subscribed; null once detached
+  RepeatedFailures failures;               // guarded by mutex
+  int divisor = 1;                         // fixed before subscription
+  FrameThrottle throttle{0};               // guarded by mutex
+  int64_t (*now)() = &SystemMicroseconds;  // fixed before subscription
   FrameCounters counters;
   std::atomic<bool> closed{false};
 
@@ -131,7 +138,8 @@ struct Capture::Stream {
                 const ComPtr<dx::IDirect3DDevice>& on);
   std::optional<FrameSize> ResizeNeeded(cap::IDirect3D11CaptureFrame* frame,
                                         ComPtr<dx::IDirect3DDevice>& on);
-  void Publish(FramePtr frame, uint64_t tick);
+  bool Due();
+  void Publish(FramePtr frame);
   FramePtr TakePending();
   void Detach();
   // Per-frame calls would repeat a failure sixty times a second; the first of a run tells.
@@ -141,22 +149,25 @@ struct Capture::Stream {
 
 void Capture::Stream::OnFrameArrived(cap::IDirect3D11CaptureFramePool* pool) {
   counters.CountArrived();
-  const uint64_t tick = now();
   if (!pool) return;
   FramePtr frame;
   if (!CheckFrameCall(pool->TryGetNextFrame(frame.put()), L"TryGetNextFrame") || !frame) return;
   // Dropped frames are still taken and closed: the pool has three buffers and stops
   // delivering once all of them are held.
-  if (!ShouldAcceptFrame(min_interval_ms, last_accepted_tick.load(), tick)) {
-    return CloseObject(frame.get());
-  }
+  if (!Due()) return CloseObject(frame.get());
   ComPtr<dx::IDirect3DDevice> on;
   if (const std::optional<FrameSize> size = ResizeNeeded(frame.get(), on)) {
     // This frame was cut to the old pool size, so it would show the wrong part.
     CloseObject(frame.get());
     return Recreate(pool, *size, on);
   }
-  Publish(std::move(frame), tick);
+  Publish(std::move(frame));
+}
+
+bool Capture::Stream::Due() {
+  const int64_t at = now();
+  std::lock_guard lock(mutex);
+  return throttle.Accept(at);
 }
 
 std::optional<FrameSize> Capture::Stream::ResizeNeeded(cap::IDirect3D11CaptureFrame* frame,
@@ -180,14 +191,13 @@ void Capture::Stream::Recreate(cap::IDirect3D11CaptureFramePool* pool, FrameSize
       static_cast<long>(size.height));
 }
 
-void Capture::Stream::Publish(FramePtr frame, uint64_t tick) {
+void Capture::Stream::Publish(FramePtr frame) {
   {
     std::lock_guard lock(mutex);
     // After a stop nobody takes the slot: the frame goes back at once.
     if (device) std::swap(pending, frame);
   }
   if (frame) CloseObject(frame.get());  // displaced before the tick took it, or too late
-  last_accepted_tick.store(tick);
   counters.CountAccepted();
 }
 
@@ -268,7 +278,7 @@ bool Capture::StartUnguarded(const CaptureSources& sources, ID3D11Device* device
   device_ = device;
   item_ = sources.item;
   stream_ = std::make_shared<Stream>();
-  stream_->min_interval_ms = MinFrameIntervalMs(throttle_hz);
+  stream_->throttle = FrameThrottle(throttle_hz);
   stream_->divisor = divisor;
   stream_->device = sources.device;
   if (sources.now) stream_->now = sources.now;

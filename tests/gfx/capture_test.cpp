@@ -124,7 +124,7 @@ struct FakeSystem
 class CaptureFramesTest : public testing::Test {
  protected:
   // A frame over a texture of its content size, handed to the pool's handler at a time.
-  FakeFrame& Deliver(int32_t width, int32_t height, uint64_t at_ms,
+  FakeFrame& Deliver(int32_t width, int32_t height, int64_t at_ms,
                      cap::IFrameArrivedHandler* handler = nullptr) {
     FakeFrame& frame = *frames_.emplace_back(std::make_unique<FakeFrame>());
     frame.content = {width, height};
@@ -142,9 +142,10 @@ class CaptureFramesTest : public testing::Test {
                                                nullptr, 0, D3D11_SDK_VERSION, device_.put(),
                                                nullptr, nullptr));
     IUnknown* system = static_cast<cap::IDirect3D11CaptureFramePool*>(&system_);
-    const CaptureSources sources = {
-        Ref<cap::IGraphicsCaptureItem>(system), Ref<dx::IDirect3DDevice>(system),
-        Ref<cap::IDirect3D11CaptureFramePoolStatics2>(system), [] { return clock_ms.load(); }};
+    const CaptureSources sources = {Ref<cap::IGraphicsCaptureItem>(system),
+                                    Ref<dx::IDirect3DDevice>(system),
+                                    Ref<cap::IDirect3D11CaptureFramePoolStatics2>(system),
+                                    [] { return clock_ms.load() * 1000; }};
     ASSERT_TRUE(capture_.Start(sources, device_.get(), 30, 1)) << log_.Text();
   }
 
@@ -159,7 +160,7 @@ class CaptureFramesTest : public testing::Test {
     EXPECT_EQ(system_.refs.load(), 0);
   }
 
-  static inline std::atomic<uint64_t> clock_ms{0};
+  static inline std::atomic<int64_t> clock_ms{0};
   ComApartment com_{COINIT_MULTITHREADED};
   test::CapturedLog log_;
   ComPtr<ID3D11Device> device_;
@@ -176,7 +177,8 @@ TEST_F(CaptureFramesTest, TheTickGetsTheNewestAcceptedFrameAndEveryOtherIsClosed
   ASSERT_TRUE(copy);
   // No new frame: the same copy is shown again, and nothing more is consumed.
   EXPECT_EQ(capture_.TakeLatest().get(), copy.get());
-  EXPECT_EQ(Deliver(640, 480, 1032).closes, 1) << "within 33 ms: dropped, and closed at once";
+  EXPECT_EQ(Deliver(640, 480, 1020).closes, 1)
+      << "well before its time: dropped, and closed at once";
   const FakeFrame& displaced = Deliver(640, 480, 1033);
   const FakeFrame& newest = Deliver(640, 480, 1070);
   EXPECT_EQ(displaced.closes, 1);

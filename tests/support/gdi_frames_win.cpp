@@ -43,8 +43,7 @@ class GdiFrameSource final : public FrameSource {
     if (still_.empty()) return false;
     window_ = window;
     device_ = device;
-    min_interval_ms_ = MinFrameIntervalMs(throttle_hz);
-    last_accepted_ = 0;
+    throttle_ = FrameThrottle(throttle_hz);
     return true;
   }
 
@@ -57,9 +56,7 @@ class GdiFrameSource final : public FrameSource {
   ComPtr<ID3D11Texture2D> TakeLatest() override {
     if (!window_ || !IsWindow(window_)) return texture_;
     counters_.CountArrived();
-    const uint64_t now = GetTickCount64();
-    if (!ShouldAcceptFrame(min_interval_ms_, last_accepted_, now)) return texture_;
-    last_accepted_ = now;
+    if (!throttle_.Accept(static_cast<int64_t>(GetTickCount64()) * 1000)) return texture_;
     counters_.CountAccepted();
     if (Copy()) counters_.CountConsumed();
     return texture_;
@@ -94,8 +91,7 @@ class GdiFrameSource final : public FrameSource {
   RECT rect_ = {};
   std::vector<uint32_t> still_;
   ID3D11Device* device_ = nullptr;
-  int64_t min_interval_ms_ = 0;
-  uint64_t last_accepted_ = 0;
+  FrameThrottle throttle_{0};
   FrameCounters counters_;
   ComPtr<ID3D11Texture2D> texture_;
 };
