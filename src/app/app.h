@@ -14,6 +14,7 @@
 #include "app/keyboard_hooks_win.h"
 #include "app/message_window_win.h"
 #include "app/tray_icon_win.h"
+#include "app/tray_menu.h"
 #include "core/handles.h"
 #include "net/session.h"
 #include "setup/updater.h"
@@ -66,6 +67,7 @@ class App {
   void ConnectWorkers();
   void OnCapturedKey(const KeyEventRecord& record);
   void ShowStartBalloon();
+  void ShowHotkeyBalloon(Balloon balloon);
   void ApplyDrawerAndSound(const Settings& settings);
   DrawerControl::Callbacks DrawerCallbacks();
   TrayWindowCallbacks TrayWindowActions();

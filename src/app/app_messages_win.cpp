@@ -24,7 +24,7 @@ void App::ConnectMessages() {
   });
   window_.OnTimer(kIdleReleaseTimer, [this] { drawer_.ReleaseIdleGraphics(); });
   window_.On(kMsgAlreadyRunning, [this](WPARAM, LPARAM) {
-    if (tray_) tray_->ShowTrayBalloon(kBalloonAlreadyRunning);
+    ShowHotkeyBalloon(Balloon::kAlreadyRunning);
   });
   window_.OnPosted<KeyEventRecord>(kMsgCapturedKey, [this](auto record, LPARAM) {
     if (record) OnCapturedKey(*record);

@@ -89,9 +89,7 @@ bool App::Init() {
   return true;
 }
 
-uint32_t App::OsBuild() const {
-  return (checks_.os_build ? checks_.os_build : &RunningOsBuild)();
-}
+uint32_t App::OsBuild() const { return (checks_.os_build ? checks_.os_build : &RunningOsBuild)(); }
 
 // Deliberately no degraded mode: without the live capture there is no backdrop to draw.
 bool App::PlatformAllowsStart() {
@@ -131,7 +129,14 @@ void App::OnSettingsApplied() {
 }
 
 void App::ShowStartBalloon() {
-  tray_->ShowTrayBalloon(hotkey_->registered() ? kBalloonRunning : kBalloonHotkeyTaken);
+  ShowHotkeyBalloon(hotkey_->registered() ? Balloon::kRunning : Balloon::kHotkeyTaken);
+}
+
+void App::ShowHotkeyBalloon(Balloon balloon) {
+  if (!tray_) return;
+  const Settings settings = session_.CurrentSettings();
+  tray_->ShowTrayBalloon(
+      BalloonText(balloon, HotkeyText(settings.hotkey_mods, settings.hotkey_vk)));
 }
 
 int App::Run() {

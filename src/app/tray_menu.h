@@ -19,13 +19,9 @@ inline constexpr uint32_t kCmdCheckForUpdates = 103;
 inline constexpr wchar_t kTrayTooltip[] = L"Hintwick - Shift+Alt+X";
 inline constexpr wchar_t kTrayBalloonTitle[] = L"Hintwick";
 
-inline constexpr wchar_t kBalloonRunning[] =
-    L"Running. Press Shift+Alt+X while a game is in focus to open the drawer.";
-inline constexpr wchar_t kBalloonHotkeyTaken[] =
-    L"Running, but the Shift+Alt+X hotkey could not be registered - something else owns it. "
-    L"Use the tray icon to open the drawer.";
-inline constexpr wchar_t kBalloonAlreadyRunning[] =
-    L"Already running. Press Shift+Alt+X while a game is in focus.";
+// The start and second-start balloons name the hotkey the player set, which is what works.
+enum class Balloon { kRunning, kHotkeyTaken, kAlreadyRunning };
+std::wstring BalloonText(Balloon balloon, std::wstring_view hotkey_text);
 inline constexpr wchar_t kBalloonExclusiveFullscreen[] =
     L"This game is running in exclusive fullscreen. Switch it to Borderless in its video "
     L"settings and the drawer will work.";

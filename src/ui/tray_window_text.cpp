@@ -5,7 +5,26 @@
 namespace qn {
 namespace {
 
-constexpr uint32_t kVkShift = 16, kVkAlt = 18, kVkEscape = 27, kVkLeftWin = 91, kVkRightWin = 92;
+constexpr uint32_t kVkShift = 16, kVkAlt = 18, kVkEscape = 27, kVkLeftWin = 91, kVkRightWin = 92,
+                   kVkF4 = 115;
+
+bool IsLetter(uint32_t key) { return key >= 'A' && key <= 'Z'; }
+bool IsLetterOrDigit(uint32_t key) { return IsLetter(key) || (key >= '0' && key <= '9'); }
+
+bool BreaksTyping(uint32_t key, uint32_t modifiers) {
+  switch (modifiers) {
+    case kModShift:
+      return IsLetterOrDigit(key);
+    case kModCtrl | kModAlt:
+      return IsLetter(key);
+    case kModCtrl:
+      return key == 'C' || key == 'V' || key == 'X';
+    case kModAlt:
+      return key == kVkF4;
+    default:
+      return false;
+  }
+}
 
 std::wstring Percent(std::wstring_view label, int percent) {
   return std::wstring(label) + std::to_wstring(percent) + L"%";
@@ -20,7 +39,9 @@ HotkeyKey UseOfHotkeyKey(uint32_t virtual_key, bool ctrl, bool shift, bool alt) 
   }
   if (virtual_key == kVkEscape) return {HotkeyKeyUse::kCancel, 0};
   const uint32_t modifiers = (ctrl ? kModCtrl : 0) | (shift ? kModShift : 0) | (alt ? kModAlt : 0);
-  return {modifiers == 0 ? HotkeyKeyUse::kRefuse : HotkeyKeyUse::kAccept, modifiers};
+  if (modifiers == 0) return {HotkeyKeyUse::kRefuse, 0};
+  if (BreaksTyping(virtual_key, modifiers)) return {HotkeyKeyUse::kRefuseBreaksTyping, 0};
+  return {HotkeyKeyUse::kAccept, modifiers};
 }
 
 HotkeyKeyUse CaptureHotkeyKey(Settings& settings, uint32_t virtual_key, bool ctrl, bool shift,
@@ -61,16 +82,18 @@ std::wstring AccountStatusText(bool signed_in, std::wstring_view email,
 ProgressText DescribeProgress(std::wstring_view game, bool signed_in,
                               const std::optional<ProgressRead>& read) {
   if (game.empty()) {
-    return {L"No game seen yet. Open the drawer over a game and this will show what the "
-            L"assistant has recorded about your progress.",
-            false};
+    return {
+        L"No game seen yet. Open the drawer over a game and this will show what the "
+        L"assistant has recorded about your progress.",
+        false};
   }
   if (!signed_in) return {L"Sign in to see your recorded progress.", false};
   const std::wstring name = std::wstring(game) + L": ";
   if (!read || !read->reached) return {name + L"could not reach the service.", false};
   if (read->stage.empty()) {
-    return {name + L"nothing recorded yet, so answers are gated to the very beginning of the "
-                   L"game. Tell the assistant where you are and it will update.",
+    return {name +
+                L"nothing recorded yet, so answers are gated to the very beginning of the "
+                L"game. Tell the assistant where you are and it will update.",
             true};
   }
   return {name + read->stage + L"  (gate level " + std::to_wstring(read->stage_ordinal) + L")",

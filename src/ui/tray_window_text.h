@@ -18,6 +18,9 @@ inline constexpr wchar_t kHotkeySetText[] = L"Hotkey set. Press Save to keep it.
 inline constexpr wchar_t kHotkeyNeedsModifierText[] =
     L"A hotkey needs at least one of Ctrl, Shift or Alt, or it would fire while you are typing "
     L"in the game.";
+inline constexpr wchar_t kHotkeyBreaksTypingText[] =
+    L"That combination types, copies, pastes or closes in every program, and the hotkey works "
+    L"everywhere. Choose another, such as Shift+Alt+X.";
 inline constexpr wchar_t kSavedText[] = L"Saved.";
 inline constexpr wchar_t kSaveFailedText[] = L"Could not save settings to disk.";
 inline constexpr wchar_t kStyleUnconfirmedText[] =
@@ -29,6 +32,10 @@ enum class HotkeyKeyUse : uint8_t {
   kCancel,  // Escape: the old hotkey stays
   kAccept,
   kRefuse,  // no modifier: it would fire while the player types in the game
+  // A system-wide hotkey takes the keys from every program: Shift+letter (a capital), Ctrl+Alt+
+  // letter (AltGr on many European layouts: AltGr+V is '@' in Hungarian and Czech), Ctrl+C, V
+  // or X, and Alt+F4.
+  kRefuseBreaksTyping,
 };
 struct HotkeyKey {
   HotkeyKeyUse use = HotkeyKeyUse::kIgnore;

@@ -83,6 +83,7 @@ void OnHotkeyKey(TrayWindowState& state, uint32_t key) {
   switch (CaptureHotkeyKey(state.working, key, ctrl, shift, alt)) {
     case HotkeyKeyUse::kIgnore: return;
     case HotkeyKeyUse::kRefuse: SetStatus(state, kHotkeyNeedsModifierText); return;
+    case HotkeyKeyUse::kRefuseBreaksTyping: SetStatus(state, kHotkeyBreaksTypingText); return;
     case HotkeyKeyUse::kAccept: SetStatus(state, kHotkeySetText); break;
     case HotkeyKeyUse::kCancel: break;
   }

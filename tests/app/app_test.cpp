@@ -72,12 +72,13 @@ class AppTest : public SessionFixture {
 
   // Signed in as "a1" against the fake when asked; the log goes to the data directory as in
   // the program, until `log_` takes it back.
-  bool Start(StartChecks checks = WineChecks(), bool signed_in = true) {
+  bool Start(StartChecks checks = WineChecks(), bool signed_in = true,
+             const std::string& config_members = "") {
     if (signed_in) {
       TokenStore::Save("r0");
       fake_->Script("POST", "/v1/auth/refresh", Reply(200, R"({"access_token":"a1"})"));
     }
-    WriteConfig();
+    WriteConfig(config_members);
     app_ = std::make_unique<App>(GetModuleHandleW(nullptr), checks);
     const bool started = app_->Init();
     startup_log_ = test::ReadFileBytes(StatePath(L"hintwick.log")).value_or("");
@@ -116,9 +117,11 @@ TEST_F(AppTest, AnUnsupportedSystemIsToldWhyAndNothingStarts) {
     const char* logged;
     const wchar_t* box_starts;
   } cases[] = {
-      {{&Build18361, &Supported, {}, {}}, "ERROR unsupported OS: build 18361, need 18362+",
+      {{&Build18361, &Supported, {}, {}},
+       "ERROR unsupported OS: build 18361, need 18362+",
        L"Hintwick needs Windows 10 version 1903 or newer.\n\nThe drawer's blurred backdrop"},
-      {{&Windows10, &Unsupported, {}, {}}, "ERROR Windows.Graphics.Capture reports unsupported",
+      {{&Windows10, &Unsupported, {}, {}},
+       "ERROR Windows.Graphics.Capture reports unsupported",
        L"Screen capture is unavailable on this system, so the drawer cannot be drawn."},
   };
   for (const auto& c : cases) {
@@ -143,8 +146,8 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   checks.drawer.idle_release_ms = 1500;
   ASSERT_TRUE(Start(std::move(checks)));
   size_t at = 0;
-  for (const char* line : {"INFO  initialised (build 19045); waiting for hotkey",
-                           "INFO  access token refreshed"}) {
+  for (const char* line :
+       {"INFO  initialised (build 19045); waiting for hotkey", "INFO  access token refreshed"}) {
     at = startup_log_.find(line, at);
     EXPECT_NE(at, std::string::npos) << line << "\n" << startup_log_;
   }
@@ -166,7 +169,7 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   }
   EXPECT_TRUE(log_.Has("INFO  foreground moved elsewhere; dismissing"));
   ASSERT_TRUE(game.BringToFront());
-  PostKey('B');  // the drawer is closed: nothing is typed
+  PostKey('B');                                    // the drawer is closed: nothing is typed
   for (int i = 0; i < 3; ++i) Post(WM_HOTKEY, 1);  // open, close, and open during the slide
   ASSERT_TRUE(PumpUntil([&] { return log_.Count("INFO  drawer open over") == 4; }));
   EXPECT_TRUE(drawer.IsOpen());
@@ -203,7 +206,8 @@ TEST_F(AppTest, TheSettingsWindowHoldsTheDrawerBackAndChangesTheHotkey) {
   EXPECT_FALSE(app_->Drawer().IsOpen());
   EXPECT_EQ(ShownText(window, kIdProgress).rfind(L"hintwick_test_game: ", 0), 0u);
   Post(WM_HOTKEY, 1);
-  ASSERT_TRUE(PumpUntil([&] { return log_.Has("INFO  tray window is open; not opening the drawer"); }));
+  ASSERT_TRUE(
+      PumpUntil([&] { return log_.Has("INFO  tray window is open; not opening the drawer"); }));
 
   SendDlgItemMessageW(window, kIdHotkey, BM_CLICK, 0, 0);
   BYTE keys[256] = {};
@@ -256,27 +260,33 @@ TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
   EXPECT_EQ(app_->HandOverTo(), exe);
 }
 
-// The start balloon says how to open the drawer, or that the tray is the way when another
-// program holds the hotkey; a second start is answered with a note on the icon.
+// The start balloon says how to open the drawer with the player's own hotkey, or that the tray
+// is the way when another program holds it; a second start is answered with a note on the icon.
 TEST_F(AppTest, TheBalloonsSayHowToOpenTheDrawer) {
   if (!test::UnderWine()) GTEST_SKIP() << "reads the notification area in Wine's own format";
+  const std::string ctrl_alt_f9 = R"(,"hotkey_mods":3,"hotkey_vk":120)";
   for (const bool hotkey_taken : {false, true}) {
     SCOPED_TRACE(hotkey_taken ? "hotkey taken" : "hotkey free");
     test::FakeTray tray;
     ASSERT_TRUE(tray.IsTheOneFound());
-    const UniqueHwnd holder(test::CreateTestWindow(L"HintwickHotkeyHolder", &DefWindowProcW, 0,
-                                                   HWND_MESSAGE));
-    EXPECT_EQ(hotkey_taken && RegisterHotKey(holder.get(), 7, MOD_SHIFT | MOD_ALT, 'X'),
+    const UniqueHwnd holder(
+        test::CreateTestWindow(L"HintwickHotkeyHolder", &DefWindowProcW, 0, HWND_MESSAGE));
+    EXPECT_EQ(hotkey_taken && RegisterHotKey(holder.get(), 7, MOD_CONTROL | MOD_ALT, VK_F9),
               hotkey_taken);
-    ASSERT_TRUE(Start());
+    ASSERT_TRUE(Start(WineChecks(), true, ctrl_alt_f9));
     Post(kMsgAlreadyRunning);
     ASSERT_TRUE(PumpUntil([&] { return tray.received.size() >= 3; }));
     const auto& added = tray.received[0];
     EXPECT_EQ(added.message, static_cast<ULONG_PTR>(NIM_ADD));
     EXPECT_EQ(added.owner, app_->MessageWindow());
     EXPECT_EQ(added.callback, kTrayCallbackMessage);
-    EXPECT_EQ(tray.received[1].info, hotkey_taken ? kBalloonHotkeyTaken : kBalloonRunning);
-    EXPECT_EQ(tray.received[2].info, kBalloonAlreadyRunning);
+    EXPECT_EQ(tray.received[1].info,
+              hotkey_taken ? L"Running, but the Ctrl+Alt+F9 hotkey could not be registered - "
+                             L"something else owns it. Use the tray icon to open the drawer."
+                           : L"Running. Press Ctrl+Alt+F9 while a game is in focus to open the "
+                             L"drawer.");
+    EXPECT_EQ(tray.received[2].info,
+              L"Already running. Press Ctrl+Alt+F9 while a game is in focus.");
     app_.reset();
     EXPECT_EQ(tray.received.back().message, static_cast<ULONG_PTR>(NIM_DELETE));
     UnregisterHotKey(holder.get(), 7);
@@ -289,8 +299,8 @@ TEST_F(AppTest, TheBalloonsSayHowToOpenTheDrawer) {
 // graphics go.
 TEST_F(AppTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
   const std::string memory = R"({"type":"memory","stage":"act 2","changes":["found the key"]})";
-  test::ScriptedReply answer = Reply(200, "data: " + Token("Go **north**") + "\n\ndata: " +
-                                               memory + "\n\ndata: {\"type\":\"done\"}\n\n");
+  test::ScriptedReply answer = Reply(200, "data: " + Token("Go **north**") + "\n\ndata: " + memory +
+                                              "\n\ndata: {\"type\":\"done\"}\n\n");
   answer.headers = {{"Content-Type", "text/event-stream"}};
   fake_->Script("POST", "/v1/chat", answer);
   fake_->Script("GET", "/v1/games",
@@ -300,12 +310,14 @@ TEST_F(AppTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
   const test::TestGame game(kGameRect);
   app_->Drawer().Open();
   EXPECT_EQ(chat.Model().StatusLine(), L"hintwick_test_game \u2014 checking\u2026");
-  ASSERT_TRUE(PumpUntil([&] { return chat.Model().StatusLine().rfind(L"G \u00e9 \u2014 ", 0) == 0; }));
+  ASSERT_TRUE(
+      PumpUntil([&] { return chat.Model().StatusLine().rfind(L"G \u00e9 \u2014 ", 0) == 0; }));
 
   chat.SendPrompt(L"caf\u00e9 \"x\"");
   app_->Drawer().CloseNow();  // mid-answer: its end chimes
-  EXPECT_TRUE(log_.Has("drawer closed with an answer still streaming; it will finish in the "
-                       "background"));
+  EXPECT_TRUE(
+      log_.Has("drawer closed with an answer still streaming; it will finish in the "
+               "background"));
   ASSERT_TRUE(PumpUntil([&] { return !chat.Model().Waiting() && g_plays > 0; }));
   EXPECT_EQ(RequestsTo("/v1/chat").at(0).body,
             "{\"game\":\"hintwick_test_game\",\"message\":\"caf\xC3\xA9 \\\"x\\\"\"}");
@@ -331,7 +343,9 @@ struct Shot {
   static Shot Of(const RECT& area) { return {area, test::ReadScreen(area)}; }
   LONG Width() const { return area.right - area.left; }
   LONG Height() const { return area.bottom - area.top; }
-  static int Channel(uint32_t pixel, int shift) { return static_cast<int>((pixel >> shift) & 0xFF); }
+  static int Channel(uint32_t pixel, int shift) {
+    return static_cast<int>((pixel >> shift) & 0xFF);
+  }
   // Mean difference of the green channel between neighbours along a row: the detail a blur
   // takes away.
   double Detail() const {
@@ -370,8 +384,9 @@ struct Shot {
 };
 
 // The player's view under Xvfb: the hotkey and the question typed through X into the game,
-// which keeps the focus, on a German keyboard; the drawer over the game's bottom edge, the game above it untouched,
-// the strip under it blurred and tinted, the answer drawn; then the blur setting's range.
+// which keeps the focus, on a German keyboard; the drawer over the game's bottom edge, the game
+// above it untouched, the strip under it blurred and tinted, the answer drawn; then the blur
+// setting's range.
 TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
   const ComApartment com(COINIT_APARTMENTTHREADED);
   test::ScriptedReply answer =
@@ -383,7 +398,7 @@ TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
   ASSERT_TRUE(game.window());
   const RECT drawer_rect = {100, 440, 1060, 660};
   const RECT above = {100, 200, 1060, 440};  // clear of the start balloon at the top
-  std::vector<uint32_t> game_pixels;  // what the strip under the drawer shows unblurred
+  std::vector<uint32_t> game_pixels;         // what the strip under the drawer shows unblurred
   for (LONG y = drawer_rect.top; y < drawer_rect.bottom; ++y) {
     for (LONG x = drawer_rect.left; x < drawer_rect.right; ++x) {
       const test::Rgb c = test::GamePixel(x - kGameRect.left, y - kGameRect.top);
@@ -395,19 +410,22 @@ TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
   // pointer is over the game, wherever an earlier program left it.
   SetCursorPos(kGameRect.left + 100, kGameRect.top + 100);
   ASSERT_EQ(test::RunOnX({"xdotool", "key", "shift+alt+x"}), 0);
-  ASSERT_TRUE(
-      PumpUntil([&] { return Shot::Of(drawer_rect).Detail() < unblurred.Detail() / 4; }));
+  ASSERT_TRUE(PumpUntil([&] { return Shot::Of(drawer_rect).Detail() < unblurred.Detail() / 4; }));
   const size_t text_before = Shot::Of(drawer_rect).TextPixels();
   // Typed on a German keyboard: the characters are the layout's, not the keys' US ones.
   ASSERT_EQ(test::RunOnX({"setxkbmap", "de"}), 0);
   const struct UsAgain {
     ~UsAgain() { test::RunOnX({"setxkbmap", "us"}); }
   } us_again;
-  ASSERT_EQ(test::RunOnX({"xdotool", "type", "--delay", "30", "wo \xC3\xBC" "ber"}), 0);
+  ASSERT_EQ(test::RunOnX({"xdotool", "type", "--delay", "30",
+                          "wo \xC3\xBC"
+                          "ber"}),
+            0);
   ASSERT_EQ(test::RunOnX({"xdotool", "key", "Return"}), 0);
   ASSERT_TRUE(PumpUntil([&] { return !RequestsTo("/v1/chat").empty(); }));
   EXPECT_EQ(RequestsTo("/v1/chat")[0].body,
-            "{\"game\":\"hintwick_test_game\",\"message\":\"wo \xC3\xBC" "ber\"}");
+            "{\"game\":\"hintwick_test_game\",\"message\":\"wo \xC3\xBC"
+            "ber\"}");
   Shot drawer;
   ASSERT_TRUE(PumpUntil([&] {
     drawer = Shot::Of(drawer_rect);
@@ -422,8 +440,8 @@ TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
   EXPECT_LT(drawer.Detail(), unblurred.Detail() / 4);
   // Left of the chat, the backdrop alone: the game's mean colour (125, 130, 100) under 55 % of
   // the tint (15, 15, 20).
-  const Shot margin = Shot::Of({drawer_rect.left + 4, drawer_rect.top, drawer_rect.left + 60,
-                                drawer_rect.bottom});
+  const Shot margin =
+      Shot::Of({drawer_rect.left + 4, drawer_rect.top, drawer_rect.left + 60, drawer_rect.bottom});
   EXPECT_NEAR(margin.Mean(16), 64.7, 6);
   EXPECT_NEAR(margin.Mean(0), 56.2, 6);
   EXPECT_TRUE(test::WritePng(test::NextToProgram(L"drawer_scene.png"), 960, 220, drawer.pixels));
@@ -436,7 +454,8 @@ TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
     ASSERT_TRUE(PumpUntil([&] {
       shot = Shot::Of(drawer_rect);
       return shot.Detail() > detail_before * 1.2;
-    })) << blur << " " << shot.Detail() << " " << detail_before;
+    })) << blur
+        << " " << shot.Detail() << " " << detail_before;
     detail_before = shot.Detail();
     test::WritePng(test::NextToProgram(L"drawer_blur_" + std::to_wstring(blur) + L".png"), 960, 220,
                    shot.pixels);

@@ -37,7 +37,6 @@ TEST(TrayMenu, BalloonTextIsCutWithoutSplittingACharacter) {
     size_t kept;
   } cases[] = {
       {L"", 0},
-      {kBalloonHotkeyTaken, std::wstring(kBalloonHotkeyTaken).size()},
       {a255, 255},
       {a255 + L"b", 255},
       {std::wstring(254, L'a') + pair, 254},         // the pair would straddle the cut

@@ -8,7 +8,7 @@ namespace qn {
 namespace {
 
 // A plain letter and Ctrl+Alt+F1 are the window's own test; here the other keys.
-TEST(TrayWindowText, HotkeyCaptureTakesOnlyCombinationsWithAModifier) {
+TEST(TrayWindowText, HotkeyCaptureTakesOnlyCombinationsThatLeaveTypingAlone) {
   using U = HotkeyKeyUse;
   const struct {
     uint32_t key;
@@ -18,9 +18,25 @@ TEST(TrayWindowText, HotkeyCaptureTakesOnlyCombinationsWithAModifier) {
   } cases[] = {
       {'X', false, true, true, U::kAccept, kModShift | kModAlt},
       {27, true, false, false, U::kCancel, 0},  // Escape keeps the old hotkey
-      {16, false, true, false, U::kIgnore, 0},  {17, true, false, false, U::kIgnore, 0},
-      {18, false, false, true, U::kIgnore, 0},  {91, false, false, false, U::kIgnore, 0},
-      {92, false, false, false, U::kIgnore, 0}, {93, false, false, false, U::kRefuse, 0},
+      {16, false, true, false, U::kIgnore, 0},
+      {17, true, false, false, U::kIgnore, 0},
+      {18, false, false, true, U::kIgnore, 0},
+      {91, false, false, false, U::kIgnore, 0},
+      {92, false, false, false, U::kIgnore, 0},
+      {93, false, false, false, U::kRefuse, 0},
+      // What would take typing from every program: a capital, an AltGr character, the
+      // clipboard, closing a window. Their neighbours are fine.
+      {'A', false, true, false, U::kRefuseBreaksTyping, 0},
+      {'7', false, true, false, U::kRefuseBreaksTyping, 0},
+      {115, false, true, false, U::kAccept, kModShift},  // Shift+F4
+      {'V', true, false, true, U::kRefuseBreaksTyping, 0},
+      {'7', true, false, true, U::kAccept, kModCtrl | kModAlt},
+      {'C', true, false, false, U::kRefuseBreaksTyping, 0},
+      {'X', true, false, false, U::kRefuseBreaksTyping, 0},
+      {'V', true, true, false, U::kAccept, kModCtrl | kModShift},
+      {'B', true, false, false, U::kAccept, kModCtrl},
+      {115, false, false, true, U::kRefuseBreaksTyping, 0},
+      {114, false, false, true, U::kAccept, kModAlt},
   };
   for (const auto& c : cases) {
     const HotkeyKey got = UseOfHotkeyKey(c.key, c.ctrl, c.shift, c.alt);
