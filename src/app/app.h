@@ -81,6 +81,7 @@ class App {
   qn::MessageWindow window_;
   ForegroundTracker foreground_;
   std::optional<AppHotkey> hotkey_;
+  KeyTyping key_typing_;  // a dead key waiting for the next
   Session session_;
   Conversation conversation_;
   DrawerControl drawer_;

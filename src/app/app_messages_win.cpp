@@ -7,16 +7,11 @@
 #include "core/settings.h"
 
 namespace qn {
-namespace {
-
-constexpr WPARAM kHotkeyId = 1;
-
-}  // namespace
 
 void App::ConnectMessages() {
   window_.On(WM_DESTROY, [](WPARAM, LPARAM) { PostQuitMessage(0); });
-  window_.On(WM_HOTKEY, [this](WPARAM id, LPARAM) {
-    if (id == kHotkeyId) drawer_.Toggle();
+  window_.On(WM_HOTKEY, [this](WPARAM id, LPARAM lparam) {
+    if (hotkey_ && hotkey_->TakePress(id, lparam)) drawer_.Toggle();
   });
   window_.OnTimer(kTickTimer, [this] {
     drawer_.Tick();
@@ -76,7 +71,7 @@ void App::OnCapturedKey(const KeyEventRecord& record) {
       drawer_.Close();
       break;
     case KeyRecordUse::kType:
-      TypeKeyRecord(record, conversation_.Model());
+      TypeKeyRecord(record, key_typing_, conversation_.Model());
       break;
     case KeyRecordUse::kIgnore:
       break;

@@ -160,7 +160,7 @@ void App::Shutdown() {
   drawer_.CloseNow();
   foreground_.Stop();
   if (hotkey_) hotkey_->Remove();
-  RemoveKeyboardCaptureHook();
+  StopKeyboardHooks();
   FreeChime();
   session_.Shutdown();
   if (tray_) tray_->RemoveTrayIcon();

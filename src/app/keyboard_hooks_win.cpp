@@ -2,9 +2,13 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
+#include <thread>
 
 #include "chat/chat_model.h"
 #include "core/failure_log.h"
@@ -15,24 +19,30 @@
 namespace qn {
 namespace {
 
-constexpr int kHotkeyId = 1;
+constexpr WPARAM kSystemHotkeyId = 1;
+constexpr WPARAM kHookHotkeyId = 2;
 // ToUnicodeEx leaves the keyboard state alone (dead keys included), so reading a captured
 // key cannot disturb what the game's own keyboard handling sees.
 constexpr UINT kKeepKeyboardState = 0x4;
+constexpr UINT kMsgSetHook = WM_APP + 1;   // to the hook thread: set the hook anew
+constexpr UINT kMsgDropHook = WM_APP + 2;  // to the hook thread: as if Windows had removed it
 
-// Process-wide because hook procedures carry no context. All written on the interface thread,
-// which is also where the hooks run; only the capture flag is touched from elsewhere.
-HotkeyMirror g_hotkey;
-HWND g_fallback_target = nullptr;  // the message window while the system refuses the hotkey
-
-struct CaptureState {
-  std::atomic<bool> on{false};
-  UniqueHhook hook;
-  HWND window = nullptr;
-  UINT message = 0;
-  std::array<bool, kKeyCodeCount> held{};  // down when the capture started
+// Shared between the interface thread, which sets it, and the hook thread, which reads it:
+// hook procedures carry no context of their own.
+struct HookShared {
+  std::atomic<uint64_t> hotkey{0};  // HotkeyMirror, modifiers in the high half
+  std::atomic<HWND> hotkey_window{nullptr};
+  std::atomic<bool> capture_on{false};
+  std::atomic<HWND> capture_window{nullptr};
+  std::atomic<UINT> capture_message{0};
+  std::array<std::atomic<bool>, kKeyCodeCount> held{};  // down when the capture started
 };
-CaptureState g_capture;
+HookShared g_shared;
+
+HotkeyMirror LoadHotkey() {
+  const uint64_t packed = g_shared.hotkey.load();
+  return {static_cast<uint32_t>(packed >> 32), static_cast<uint32_t>(packed)};
+}
 
 bool IsDown(int key) { return (GetAsyncKeyState(key) & 0x8000) != 0; }
 
@@ -40,52 +50,155 @@ KeyStroke StrokeOf(WPARAM message, const KBDLLHOOKSTRUCT& event) {
   KeyAction action = KeyAction::kOther;
   if (message == WM_KEYDOWN || message == WM_SYSKEYDOWN) action = KeyAction::kDown;
   if (message == WM_KEYUP || message == WM_SYSKEYUP) action = KeyAction::kUp;
-  return {event.vkCode, action, {IsDown(VK_CONTROL), IsDown(VK_SHIFT), IsDown(VK_MENU)}};
+  return {
+      event.vkCode,
+      action,
+      {IsDown(VK_CONTROL), IsDown(VK_SHIFT), IsDown(VK_MENU), IsDown(VK_LWIN) || IsDown(VK_RWIN)}};
 }
 
-// Never swallows: the hook only watches for the hotkey the system would not take. While the
-// system hotkey holds it stays silent, or one press would arrive twice and toggle back.
-LRESULT CALLBACK FallbackHotkeyProc(int code, WPARAM wparam, LPARAM lparam) {
-  const auto* event = reinterpret_cast<const KBDLLHOOKSTRUCT*>(lparam);
-  if (code == HC_ACTION && event && g_fallback_target &&
-      FiresFallbackHotkey(StrokeOf(wparam, *event), g_hotkey)) {
-    PostMessageW(g_fallback_target, WM_HOTKEY, kHotkeyId,
-                 MAKELPARAM(g_hotkey.modifiers, g_hotkey.key));
+// Hook thread only.
+HotkeyWatch g_watch;
+
+// The input's time goes along: it pairs this signal with the system's for the same press.
+void WatchHotkey(const KeyStroke& stroke, DWORD input_ms) {
+  const HWND window = g_shared.hotkey_window.load();
+  if (window && g_watch.Fires(stroke, LoadHotkey())) {
+    PostMessageW(window, WM_HOTKEY, kHookHotkeyId, static_cast<LPARAM>(input_ms));
   }
-  return CallNextHookEx(nullptr, code, wparam, lparam);
 }
 
 void ForwardKey(const KBDLLHOOKSTRUCT& event, Modifiers held) noexcept {
-  if (!g_capture.window) return;
+  const HWND window = g_shared.capture_window.load();
+  if (!window) return;
+  // The toggle state as the system keeps it for the input the game receives.
+  const uint8_t caps_lock = (GetKeyState(VK_CAPITAL) & 1) != 0;
   std::unique_ptr<KeyEventRecord> record(new (std::nothrow) KeyEventRecord{
-      event.vkCode, event.scanCode, held.ctrl, held.shift, held.alt});
+      event.vkCode, event.scanCode, held.ctrl, held.shift, held.alt, caps_lock});
   if (!record) return;
   try {
-    PostOwned(g_capture.window, PostedMessage<KeyEventRecord>{g_capture.message},
+    PostOwned(window, PostedMessage<KeyEventRecord>{g_shared.capture_message.load()},
               std::move(record));
   } catch (...) {  // only the failure's log line can throw; the key stays swallowed
   }
 }
 
-LRESULT CALLBACK CaptureProc(int code, WPARAM wparam, LPARAM lparam) {
-  const auto* event = reinterpret_cast<const KBDLLHOOKSTRUCT*>(lparam);
-  if (code != HC_ACTION || !g_capture.on || !event || event->vkCode >= kKeyCodeCount) {
-    return CallNextHookEx(nullptr, code, wparam, lparam);
-  }
-  const KeyStroke stroke = StrokeOf(wparam, *event);
-  switch (DecideCapturedKey(stroke, g_hotkey, g_capture.held[stroke.key])) {
+// True when the key is the drawer's and nobody else sees it.
+bool CaptureKey(const KeyStroke& stroke, const KBDLLHOOKSTRUCT& event) {
+  std::atomic<bool>& held = g_shared.held[stroke.key];
+  switch (DecideCapturedKey(stroke, LoadHotkey(), held.load())) {
     case CaptureDecision::kPassHeldRelease:
-      g_capture.held[stroke.key] = false;
-      break;
+      held = false;
+      return false;
     case CaptureDecision::kSwallowAndForward:
-      ForwardKey(*event, stroke.held);
-      return 1;
+      ForwardKey(event, stroke.held);
+      return true;
     case CaptureDecision::kSwallow:
-      return 1;
+      return true;
     case CaptureDecision::kPass:
-      break;
+      return false;
+  }
+  return false;
+}
+
+LRESULT CALLBACK KeyboardProc(int code, WPARAM wparam, LPARAM lparam) {
+  const auto* event = reinterpret_cast<const KBDLLHOOKSTRUCT*>(lparam);
+  if (code == HC_ACTION && event && event->vkCode < kKeyCodeCount) {
+    const KeyStroke stroke = StrokeOf(wparam, *event);
+    WatchHotkey(stroke, event->time);
+    if (g_shared.capture_on && CaptureKey(stroke, *event)) return 1;
   }
   return CallNextHookEx(nullptr, code, wparam, lparam);
+}
+
+// The hook's own thread. It sets the one low-level hook and runs the message loop through
+// which the system calls it, and nothing else: Windows silently removes a hook that does not
+// answer in time, and the interface thread waits on disk, the service and shader compiles.
+class HookThread {
+ public:
+  ~HookThread() { Stop(); }
+  bool Start();
+  DWORD error() const { return error_; }
+  void Stop();
+  // Returns once the thread has done it.
+  void Command(UINT message);
+
+ private:
+  void Run() noexcept;
+  void Done();
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::thread thread_;
+  DWORD thread_id_ = 0;
+  bool started_ = false, hooked_ = false;
+  DWORD error_ = 0;
+  uint64_t commands_sent_ = 0, commands_done_ = 0;
+};
+HookThread g_hook_thread;
+
+bool HookThread::Start() {
+  std::unique_lock lock(mutex_);
+  if (thread_.joinable() && hooked_) return true;
+  if (thread_.joinable()) thread_.join();  // ended when its hook could not be set: try again
+  started_ = false;
+  thread_ = std::thread([this] { Run(); });
+  changed_.wait(lock, [this] { return started_; });
+  return hooked_;
+}
+
+void HookThread::Stop() {
+  if (!thread_.joinable()) return;
+  PostThreadMessageW(thread_id_, WM_QUIT, 0, 0);
+  thread_.join();
+  std::lock_guard lock(mutex_);
+  hooked_ = false;
+}
+
+void HookThread::Command(UINT message) {
+  std::unique_lock lock(mutex_);
+  if (!thread_.joinable() || !PostThreadMessageW(thread_id_, message, 0, 0)) return;
+  const uint64_t wanted = ++commands_sent_;
+  changed_.wait_for(lock, std::chrono::seconds(2), [&] { return commands_done_ >= wanted; });
+}
+
+void HookThread::Done() {
+  {
+    std::lock_guard lock(mutex_);
+    ++commands_done_;
+  }
+  changed_.notify_all();
+}
+
+void HookThread::Run() noexcept {
+  MSG message;
+  PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);  // the queue exists before anyone posts
+  UniqueHhook hook(SetWindowsHookExW(WH_KEYBOARD_LL, KeyboardProc, GetModuleHandleW(nullptr), 0));
+  {
+    std::lock_guard lock(mutex_);
+    error_ = hook ? 0 : GetLastError();
+    thread_id_ = GetCurrentThreadId();
+    hooked_ = static_cast<bool>(hook);
+    started_ = true;
+  }
+  changed_.notify_all();
+  if (!hook) return;
+  while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+    if (message.hwnd || (message.message != kMsgSetHook && message.message != kMsgDropHook)) {
+      continue;
+    }
+    hook.reset();
+    if (message.message == kMsgSetHook) {
+      hook.reset(SetWindowsHookExW(WH_KEYBOARD_LL, KeyboardProc, GetModuleHandleW(nullptr), 0));
+      g_watch.Forget();
+    }
+    Done();
+  }
+}
+
+bool StartHookThread() {
+  if (g_hook_thread.Start()) return true;
+  Log(kLogError, L"low-level keyboard hook failed: %lu", g_hook_thread.error());
+  return false;
 }
 
 }  // namespace
@@ -96,7 +209,7 @@ AppHotkey::AppHotkey(HWND message_window, HINSTANCE instance)
 AppHotkey::~AppHotkey() { Remove(); }
 
 void AppHotkey::Unregister() {
-  if (registered_ && !UnregisterHotKey(window_, kHotkeyId)) {
+  if (registered_ && !UnregisterHotKey(window_, kSystemHotkeyId)) {
     LogLastError(L"UnregisterHotKey", kLogWarn);
   }
   registered_ = false;
@@ -104,80 +217,94 @@ void AppHotkey::Unregister() {
 
 bool AppHotkey::RegisterAppHotkey(uint32_t modifiers, uint32_t key) {
   Unregister();
-  g_hotkey = {modifiers, key};
-  if (RegisterHotKey(window_, kHotkeyId, modifiers | MOD_NOREPEAT, key)) {
+  g_shared.hotkey = uint64_t{modifiers} << 32 | key;
+  g_shared.hotkey_window = window_;
+  watched_ = StartHookThread();
+  if (RegisterHotKey(window_, kSystemHotkeyId, modifiers | MOD_NOREPEAT, key)) {
     registered_ = true;
-    g_fallback_target = nullptr;
     Log(kLogInfo, L"hotkey registered: %ls", HotkeyText(modifiers, key).c_str());
-    return true;
+  } else {
+    Log(kLogWarn, L"RegisterHotKey failed (%lu); the keyboard hook watches for it alone",
+        GetLastError());
   }
-  Log(kLogWarn, L"RegisterHotKey failed (%lu); falling back to a low-level keyboard hook",
-      GetLastError());
-  g_fallback_target = window_;
-  if (!fallback_) {
-    fallback_.reset(SetWindowsHookExW(WH_KEYBOARD_LL, FallbackHotkeyProc, instance_, 0));
-    if (!fallback_) {
-      Log(kLogError, L"low-level keyboard hook also failed: %lu", GetLastError());
-      return false;
-    }
-  }
-  return true;
+  return registered_ || watched_;
+}
+
+bool AppHotkey::TakePress(WPARAM id, LPARAM lparam) {
+  if (id == kHookHotkeyId) return presses_.Accept(HotkeySource::kHook, static_cast<DWORD>(lparam));
+  // The system's WM_HOTKEY carries the time of the input that made it.
+  if (id == kSystemHotkeyId) return presses_.Accept(HotkeySource::kSystem, GetMessageTime());
+  return false;
 }
 
 void AppHotkey::Remove() {
   Unregister();
-  g_fallback_target = nullptr;
-  fallback_.reset();
+  g_shared.hotkey_window = nullptr;
+  watched_ = false;
 }
 
 bool StartKeyboardCapture(HWND window, UINT message) {
-  if (g_capture.on) return true;
-  g_capture.window = window;
-  g_capture.message = message;
+  if (g_shared.capture_on) return true;
+  g_shared.capture_window = window;
+  g_shared.capture_message = message;
   for (uint32_t key = 0; key < kKeyCodeCount; ++key) {
-    g_capture.held[key] = IsDown(static_cast<int>(key));
+    g_shared.held[key] = IsDown(static_cast<int>(key));
   }
-  if (!g_capture.hook) {
-    g_capture.hook.reset(
-        SetWindowsHookExW(WH_KEYBOARD_LL, CaptureProc, GetModuleHandleW(nullptr), 0));
-    if (!g_capture.hook) {
-      Log(kLogError, L"keyboard capture hook failed: %lu", GetLastError());
-      return false;
-    }
-  }
-  g_capture.on = true;
+  if (!StartHookThread()) return false;
+  // Windows may have removed the hook while the drawer was closed; set anew, it surely lives.
+  g_hook_thread.Command(kMsgSetHook);
+  g_shared.capture_on = true;
   Log(kLogInfo, L"keyboard capture on; game keeps focus so its frames keep arriving");
   return true;
 }
 
 void StopKeyboardCapture() {
-  if (!g_capture.on.exchange(false)) return;
-  g_capture.held = {};
+  if (!g_shared.capture_on.exchange(false)) return;
+  for (std::atomic<bool>& held : g_shared.held) held = false;
   Log(kLogInfo, L"keyboard capture off");
 }
 
-bool KeyboardCaptureOn() { return g_capture.on; }
+bool KeyboardCaptureOn() { return g_shared.capture_on; }
 
-void RemoveKeyboardCaptureHook() {
+void StopKeyboardHooks() {
   StopKeyboardCapture();
-  g_capture.hook.reset();
+  g_shared.hotkey_window = nullptr;
+  g_hook_thread.Stop();
 }
 
-void TypeKeyRecord(const KeyEventRecord& record, ChatModel& model) {
-  if (model.HandleKey(record.key, record.ctrl != 0)) return;
+void DropKeyboardHookForTest() { g_hook_thread.Command(kMsgDropHook); }
+
+// What `record` types under `layout`; `count` is ToUnicodeEx's (below 0: a dead key).
+std::wstring TypedText(const KeyEventRecord& record, UINT flags, HKL layout, int& count) {
   BYTE state[256] = {};
   state[VK_CONTROL] = record.ctrl ? 0x80 : 0;
   state[VK_SHIFT] = record.shift ? 0x80 : 0;
   state[VK_MENU] = record.alt ? 0x80 : 0;
+  state[VK_CAPITAL] = record.caps_lock ? 0x01 : 0;
+  wchar_t produced[8] = {};
+  count = ToUnicodeEx(record.key, record.scan_code, state, produced, 8, flags, layout);
+  return count > 0 ? std::wstring(produced, static_cast<size_t>(count)) : std::wstring();
+}
+
+void TypeKeyRecord(const KeyEventRecord& record, KeyTyping& typing, ChatModel& model) {
+  // AltGr is Ctrl+Alt: AltGr+V types '@' on Hungarian and Czech layouts, it does not paste.
+  if (model.HandleKey(record.key, record.ctrl && !record.alt)) return typing.Forget();
   // The game's thread, not ours: its layout is the one the player is typing with.
   const HKL layout = GetKeyboardLayout(GetWindowThreadProcessId(GetForegroundWindow(), nullptr));
-  wchar_t produced[8] = {};
-  const int count =
-      ToUnicodeEx(record.key, record.scan_code, state, produced, 8, kKeepKeyboardState, layout);
-  if (count <= 0) return;
-  for (const wchar_t c : PrintableText({produced, static_cast<size_t>(count)})) {
-    model.InsertChar(c);
-  }
+  const TranslateKey translate = [layout](const KeyEventRecord* dead, const KeyEventRecord& key) {
+    int count = 0;
+    if (!dead) {
+      std::wstring text = TypedText(key, kKeepKeyboardState, layout, count);
+      return ProducedText{std::move(text), count < 0};
+    }
+    // The layout composes a dead key with the next one only through its own state: both are
+    // given back to back, so nothing stays pending afterwards.
+    TypedText(*dead, 0, layout, count);
+    std::wstring text = TypedText(key, 0, layout, count);
+    if (count < 0) TypedText(KeyEventRecord{VK_SPACE, 0x39}, 0, layout, count);
+    return ProducedText{std::move(text), false};
+  };
+  for (const wchar_t c : typing.Type(record, translate)) model.InsertChar(c);
 }
 
 }  // namespace qn

@@ -1,7 +1,8 @@
 #pragma once
-// The system hotkey with its stand-in hook, and the hook that takes the typing for the drawer
-// while the game keeps the focus. Both hooks run on the interface thread, through its message
-// loop, and only read key states, ask key_capture.h and post.
+// The system hotkey, and the low-level hook that watches for it beside the system and takes
+// the typing for the drawer while the game keeps the focus. The hook runs on a thread of its
+// own, through that thread's message loop, and only reads key states, asks key_capture.h and
+// posts: whatever the interface thread is waiting for, it answers in time.
 #include <windows.h>
 
 #include <cstdint>
@@ -13,8 +14,9 @@ namespace qn {
 
 class ChatModel;
 
-// The system hotkey (id 1 on the message window), with a low-level keyboard hook standing in
-// when the system refuses it. Owned by the application; interface thread only.
+// The system hotkey (id 1 on the message window) and the hook's watch for it (id 2), which
+// also sees it in games that keep system hotkeys from arriving. Owned by the application;
+// interface thread only.
 class AppHotkey {
  public:
   AppHotkey(HWND message_window, HINSTANCE instance);
@@ -22,12 +24,14 @@ class AppHotkey {
   AppHotkey(const AppHotkey&) = delete;
   AppHotkey& operator=(const AppHotkey&) = delete;
 
-  // Replaces any earlier registration; false only when neither the hotkey nor the fallback
-  // hook could be set.
+  // Replaces any earlier registration; false only when neither the system nor the hook could
+  // take the hotkey.
   bool RegisterAppHotkey(uint32_t modifiers, uint32_t key);
   bool registered() const { return registered_; }
-  bool has_fallback() const { return static_cast<bool>(fallback_); }
-  // Shutdown: the hotkey and the fallback hook, each only if set.
+  bool watched() const { return watched_; }
+  // For each WM_HOTKEY: true when it is a press to act on, not the same press told twice.
+  bool TakePress(WPARAM id, LPARAM lparam);
+  // Shutdown: the hotkey, and the hook's watch for it.
   void Remove();
 
  private:
@@ -36,7 +40,8 @@ class AppHotkey {
   HWND window_;
   HINSTANCE instance_;
   bool registered_ = false;
-  UniqueHhook fallback_;
+  bool watched_ = false;
+  HotkeyPresses presses_;
 };
 
 // Process-wide, as the hook procedures have no context of their own. Captured key-downs
@@ -44,11 +49,14 @@ class AppHotkey {
 bool StartKeyboardCapture(HWND window, UINT message);
 void StopKeyboardCapture();
 bool KeyboardCaptureOn();
-// The capture hook stays installed once set; this removes it at process end.
-void RemoveKeyboardCaptureHook();
+// The hook stays set once the hotkey or the capture needed it; this ends its thread at exit.
+void StopKeyboardHooks();
+// Takes the hook away as Windows does when a hook answers too late.
+void DropKeyboardHookForTest();
 
 // Types one captured key into the question: an editing key, or the characters it makes under
-// the foreground program's keyboard layout, control characters left out.
-void TypeKeyRecord(const KeyEventRecord& record, ChatModel& model);
+// the foreground program's keyboard layout (a dead key with the key after it), control
+// characters left out.
+void TypeKeyRecord(const KeyEventRecord& record, KeyTyping& typing, ChatModel& model);
 
 }  // namespace qn

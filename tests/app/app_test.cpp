@@ -410,7 +410,8 @@ TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
   // pointer is over the game, wherever an earlier program left it.
   SetCursorPos(kGameRect.left + 100, kGameRect.top + 100);
   ASSERT_EQ(test::RunOnX({"xdotool", "key", "shift+alt+x"}), 0);
-  ASSERT_TRUE(PumpUntil([&] { return Shot::Of(drawer_rect).Detail() < unblurred.Detail() / 4; }));
+  ASSERT_TRUE(PumpUntil([&] { return Shot::Of(drawer_rect).Detail() < unblurred.Detail() / 4; }))
+      << log_.Text();
   const size_t text_before = Shot::Of(drawer_rect).TextPixels();
   // Typed on a German keyboard: the characters are the layout's, not the keys' US ones.
   ASSERT_EQ(test::RunOnX({"setxkbmap", "de"}), 0);
@@ -422,7 +423,7 @@ TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
                           "ber"}),
             0);
   ASSERT_EQ(test::RunOnX({"xdotool", "key", "Return"}), 0);
-  ASSERT_TRUE(PumpUntil([&] { return !RequestsTo("/v1/chat").empty(); }));
+  ASSERT_TRUE(PumpUntil([&] { return !RequestsTo("/v1/chat").empty(); })) << log_.Text();
   EXPECT_EQ(RequestsTo("/v1/chat")[0].body,
             "{\"game\":\"hintwick_test_game\",\"message\":\"wo \xC3\xBC"
             "ber\"}");

@@ -51,7 +51,7 @@ class DrawerControlTest : public testing::Test {
   void TearDown() override {
     foreground_.Stop();
     drawer_.reset();
-    RemoveKeyboardCaptureHook();
+    StopKeyboardHooks();
     window_.Destroy();
   }
 

@@ -22,12 +22,13 @@ constexpr WORD kSentinel = VK_LAUNCH_APP2;  // passes capture, so it marks the e
 using Passed = std::vector<std::pair<WORD, bool>>;  // key, released
 
 std::vector<KeyEventRecord> g_records;
-int g_hotkeys = 0;
+AppHotkey* g_hotkey = nullptr;
+int g_presses = 0;  // the drawer's toggles
 Passed g_passed;
 
 LRESULT CALLBACK Receiver(HWND window, UINT message, WPARAM wparam, LPARAM lparam) {
   if (message == kKeyMessage.id) g_records.push_back(*AdoptPosted(kKeyMessage, wparam));
-  if (message == WM_HOTKEY && wparam == 1) ++g_hotkeys;
+  if (message == WM_HOTKEY && g_hotkey && g_hotkey->TakePress(wparam, lparam)) ++g_presses;
   return DefWindowProcW(window, message, wparam, lparam);
 }
 
@@ -79,39 +80,54 @@ class KeyboardHooks : public ::testing::Test {
       SetWindowsHookExW(WH_KEYBOARD_LL, Observer, GetModuleHandleW(nullptr), 0)};
 };
 
+// The hook on its own thread: the drawer's typing (a capital under Caps Lock), the system's
+// keys and the held key's release passed, and a hook that Windows took away set anew at the
+// next opening.
 TEST_F(KeyboardHooks, CaptureTypesIntoTheDrawerAndPassesSystemKeysAndHeldReleases) {
   EXPECT_EQ(Send({{'B', false}}), (Passed{{'B', false}}));  // held when the drawer opens
   ASSERT_TRUE(StartKeyboardCapture(window.get(), kKeyMessage.id));
   const Passed system =
-      Taps({{VK_MENU, VK_TAB}, {VK_CONTROL, VK_ESCAPE}, {VK_LWIN}, {VK_VOLUME_UP}});
+      Taps({{VK_MENU, VK_TAB}, {VK_CONTROL, VK_ESCAPE}, {VK_LWIN}, {VK_LWIN, 'R'}, {VK_VOLUME_UP}});
   const Passed b_released{{'B', true}};
+  const Passed caps = Taps({{VK_CAPITAL}});
   EXPECT_EQ(Send(Taps({{'A'}}) + b_released +
-                 Taps({{'B'}, {VK_BACK}, {VK_SHIFT, 'C'}, {VK_ESCAPE}, {VK_TAB}}) + system),
-            b_released + Taps({{VK_SHIFT}}) + system);
-  ASSERT_TRUE(test::PumpUntil([] { return g_records.size() >= 6; }));
+                 Taps({{'B'}, {VK_BACK}, {VK_SHIFT, 'C'}, {VK_ESCAPE}, {VK_TAB}}) + system + caps +
+                 Taps({{'D'}}) + caps),
+            b_released + Taps({{VK_SHIFT}}) + system + caps + caps);
+  ASSERT_TRUE(test::PumpUntil([] { return g_records.size() >= 7; }));
   std::string forwarded;
   ChatModel model;
+  KeyTyping typing;
   for (const KeyEventRecord& record : g_records) {
     forwarded += static_cast<char>(record.key);
-    TypeKeyRecord(record, model);
+    TypeKeyRecord(record, typing, model);
   }
-  EXPECT_EQ(forwarded, std::string("AB") + char{VK_BACK} + 'C' + char{VK_ESCAPE} + char{VK_TAB});
-  EXPECT_EQ(model.Input(), L"aC");  // Escape and Tab are no text
+  EXPECT_EQ(forwarded,
+            std::string("AB") + char{VK_BACK} + 'C' + char{VK_ESCAPE} + char{VK_TAB} + 'D');
+  EXPECT_EQ(model.Input(), L"aCD");  // Escape and Tab are no text
 
   StopKeyboardCapture();
   EXPECT_EQ(Send(Taps({{'A'}})), Taps({{'A'}}));
-  RemoveKeyboardCaptureHook();
+  DropKeyboardHookForTest();
+  ASSERT_TRUE(StartKeyboardCapture(window.get(), kKeyMessage.id));
+  EXPECT_EQ(Send(Taps({{'A'}})), Passed{});
+  StopKeyboardHooks();
 }
 
-// Taken by another window at first, the hotkey is watched for by the fallback hook; once
-// registered after all, it comes from the system alone.
-TEST_F(KeyboardHooks, TheFallbackStandsInUntilTheSystemHotkeyIsFree) {
+// Each press toggles once, held or not: from the hook alone while another program holds the
+// hotkey, and from the system and the hook together, told twice, once it is free.
+TEST_F(KeyboardHooks, EachPressOfTheHotkeyTogglesOnce) {
   const UniqueHwnd other(test::CreateTestWindow(L"KeyboardHooksTest", Receiver, 0, HWND_MESSAGE));
   ASSERT_TRUE(RegisterHotKey(other.get(), 7, MOD_SHIFT | MOD_ALT, 'X'));
   AppHotkey hotkey(window.get(), GetModuleHandleW(nullptr));
+  g_hotkey = &hotkey;
   ASSERT_TRUE(hotkey.RegisterAppHotkey(kModShift | kModAlt, 'X'));
-  Send(Taps({{VK_SHIFT, VK_MENU, 'X'}, {VK_LWIN, VK_SHIFT, VK_MENU, 'X'}}));
-  EXPECT_TRUE(test::PumpUntil([] { return g_hotkeys == 2; })) << g_hotkeys;
+  EXPECT_TRUE(hotkey.watched() && !hotkey.registered());
+  const Passed held_with_repeats = {{VK_SHIFT, false}, {VK_MENU, false}, {'X', false},
+                                    {'X', false},      {'X', false},     {'X', true},
+                                    {VK_MENU, true},   {VK_SHIFT, true}};
+  Send(held_with_repeats + Taps({{VK_LWIN, VK_SHIFT, VK_MENU, 'X'}}));
+  EXPECT_TRUE(test::PumpUntil([] { return g_presses == 2; })) << g_presses;
 
   UnregisterHotKey(other.get(), 7);
   ASSERT_TRUE(hotkey.RegisterAppHotkey(kModShift | kModAlt, 'X'));
@@ -124,9 +140,12 @@ TEST_F(KeyboardHooks, TheFallbackStandsInUntilTheSystemHotkeyIsFree) {
   ASSERT_EQ(test::RunOnX({"xdotool", "search", "--name", "hotkey target", "windowfocus", "--sync",
                           "key", "shift+alt+x"}),
             0);
-  EXPECT_TRUE(test::PumpUntil([] { return g_hotkeys >= 3; }));
+  EXPECT_TRUE(test::PumpUntil([] { return g_presses >= 3; }));
   Send({});
-  EXPECT_EQ(g_hotkeys, 3);
+  EXPECT_EQ(g_presses, 3);
+  hotkey.Remove();
+  g_hotkey = nullptr;
+  StopKeyboardHooks();
 }
 
 }  // namespace
