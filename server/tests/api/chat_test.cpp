@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <optional>
 #include <sstream>
 
 #include "packs/pack_parser.h"
@@ -96,6 +97,27 @@ TEST_P(ChatTest, AnswersAreGatedAtTheRecordedStageOrTheOneTheQuestionNames) {
     EXPECT_EQ(record.at("revision"), moved ? 2 : 1) << row.question;
     if (moved) EXPECT_EQ(record.at("stage"), row.moved_to.c_str());
   }
+}
+
+// Reworded, the question still counts as asked again; on PostgreSQL the second asking goes to
+// another service on the same database, as behind a balancer.
+TEST_P(ChatTest, AQuestionAskedAgainGetsTheNextTierWhicheverProcessAnswers) {
+  TestService first(GetParam());
+  std::optional<TestService> second;
+  if (GetParam() == "postgres") second.emplace(GetParam());
+  const TestService& again = second ? *second : first;
+  ImportSamplePack(first.store());
+  std::string token = first.SignUp().access;
+  ASSERT_EQ(first
+                .Call("PATCH", std::string("/v1/memory/") + kGame,
+                      R"({"stage":"Whisperwood","stage_ordinal":2})", token)
+                .status,
+            200);
+  Stream hint = Read(first.Raw(ChatRequest(token, "How do I cross the black river?"), 10s));
+  EXPECT_NE(hint.text.find("The Ferryman takes coins"), std::string::npos) << hint.text;
+  EXPECT_EQ(hint.text.find("three silver coins"), std::string::npos) << hint.text;
+  Stream answer = Read(again.Raw(ChatRequest(token, "how do i cross the Black River"), 10s));
+  EXPECT_NE(answer.text.find("three silver coins"), std::string::npos) << answer.text;
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, ChatTest, ::testing::ValuesIn(StoreKinds()), StoreName);
