@@ -5,12 +5,12 @@
 #include <boost/asio.hpp>
 #include <boost/json.hpp>
 
-#include <atomic>
 #include <fstream>
 #include <optional>
 #include <sstream>
 
 #include "packs/pack_parser.h"
+#include "scripted_model.h"
 #include "service_fixture.h"
 
 namespace hintwick::test {
@@ -122,37 +122,6 @@ TEST_P(ChatTest, AQuestionAskedAgainGetsTheNextTierWhicheverProcessAnswers) {
 
 INSTANTIATE_TEST_SUITE_P(Stores, ChatTest, ::testing::ValuesIn(StoreKinds()), StoreName);
 
-// A model server that sends one piece of an answer, then nothing, and counts the connections
-// the bridge closed.
-struct StallingModel {
-  StallingModel() : thread([this] { Serve(); }) {}
-  ~StallingModel() {
-    stopping = true;
-    boost::system::error_code ignored;
-    tcp::socket(io).connect(acceptor.local_endpoint(), ignored);  // wakes the accept
-    thread.join();
-  }
-  void Serve() {
-    for (boost::system::error_code ec; !ec && !stopping; ++closed) {
-      tcp::socket socket(io);
-      acceptor.accept(socket, ec);
-      std::string request;
-      asio::read_until(socket, asio::dynamic_buffer(request), "\r\n\r\n", ec);
-      asio::write(socket, asio::buffer(std::string(
-          "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\n\r\n"
-          "data: {\"choices\":[{\"delta\":"
-          "{\"content\":\"Let me think about that lantern for a moment.\"}}]}\n\n")), ec);
-      for (char byte; !ec;) socket.read_some(asio::buffer(&byte, 1), ec);  // till the bridge ends
-      ec = {};
-    }
-  }
-  std::atomic<bool> stopping{false};
-  std::atomic<int> closed{0};
-  asio::io_context io;
-  tcp::acceptor acceptor{io, {asio::ip::make_address("127.0.0.1"), 0}};
-  std::thread thread;
-};
-
 template <class Done>
 bool Within(std::chrono::milliseconds wait, Done done) {
   auto end = std::chrono::steady_clock::now() + wait;
@@ -162,9 +131,9 @@ bool Within(std::chrono::milliseconds wait, Done done) {
 }
 
 TEST(ChatStreamTest, BusyLimitKeepAliveAndALeavingClientThatFreesItsSlot) {
-  StallingModel model;
+  ScriptedModel model("Let me think about that lantern for a moment.");  // and then nothing
   Config config;
-  config.model_url = "http://127.0.0.1:" + std::to_string(model.acceptor.local_endpoint().port());
+  config.model_url = model.Url();
   config.answer_concurrency = 1;
   config.keepalive = 100ms;
   TestService service("sqlite", config);
@@ -193,7 +162,7 @@ TEST(ChatStreamTest, BusyLimitKeepAliveAndALeavingClientThatFreesItsSlot) {
     EXPECT_EQ(busy.events[0].at("type"), "error");
     EXPECT_NE(busy.events[0].at("message").as_string().find("Ask again"), std::string::npos);
     first.close();
-    EXPECT_TRUE(Within(2s, [&] { return model.closed == round; })) << "the model request stayed";
+    EXPECT_TRUE(Within(2s, [&] { return model.Closed() == round; })) << "the model request stayed";
   }
   EXPECT_FALSE(open_streams());
 }
