@@ -7,7 +7,7 @@ build_packages=(cmake make python3 g++-mingw-w64-x86-64-posix binutils-mingw-w64
 server_packages=(libboost1.81-dev libboost-json1.81-dev libsqlite3-dev libpq-dev libsodium-dev
                  libssl-dev pkg-config libtomlplusplus-dev)
 test_packages=(wine wine64 xvfb xauth xdotool x11-xkb-utils clang libclang-rt-14-dev gcovr procps
-               postgresql-15)
+               postgresql-15 nginx-light)
 
 packages=("${build_packages[@]}" "${server_packages[@]}")
 [ "${1:-build}" = test ] && packages+=("${test_packages[@]}")

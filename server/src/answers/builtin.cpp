@@ -18,28 +18,6 @@ int AllowedTier(Directness directness, int times_asked_before) {
   return kNudge;
 }
 
-QuestionRepeats::QuestionRepeats(std::chrono::seconds window, std::size_t capacity)
-    : window_(window), capacity_(std::max<std::size_t>(capacity, 1)) {}
-
-int QuestionRepeats::Count(std::int64_t user, std::string_view game, std::string_view question,
-                           std::chrono::steady_clock::time_point now) {
-  std::string key =
-      std::to_string(user) + '\n' + std::string(game) + '\n' + NormalizedQuestion(question);
-  std::lock_guard lock(mutex_);
-  auto [it, fresh] = asked_.try_emplace(key);
-  Asked& asked = it->second;
-  if (!fresh) oldest_first_.erase(asked.age);
-  if (!fresh && now - asked.last > window_) asked.times = 0;
-  int before = asked.times++;
-  asked.last = now;
-  asked.age = oldest_first_.insert(oldest_first_.end(), key);
-  if (asked_.size() > capacity_) {
-    asked_.erase(oldest_first_.front());
-    oldest_first_.pop_front();
-  }
-  return before;
-}
-
 std::vector<GatedNote> UsableNotes(const AnswerRequest& request, std::size_t limit) {
   std::vector<GatedNote> usable;
   for (const GatedNote& note : request.notes) {

@@ -7,9 +7,11 @@
 
 #include "answers/events.h"
 #include "answers/stage_move.h"
+#include "answers/text.h"
 #include "answers/turn.h"
 #include "api/body.h"
 #include "api/handlers.h"
+#include "auth/tokens.h"
 
 namespace hintwick {
 namespace {
@@ -147,6 +149,18 @@ void MostDirectFirst(std::vector<GatedNote>& notes) {
   });
 }
 
+// The store keeps a digest of the normalised question: it fits an index at any length, and no
+// player's words are kept.
+std::optional<Reply> AllowTier(Services& services, UserId user, const Question& question,
+                               AnswerRequest& request) {
+  auto counted = services.store.CountQuestion(
+      user, question.game, Sha256Hex(NormalizedQuestion(question.message)), Clock::now());
+  const int* asked_before = Accounts::Succeeded(counted);
+  if (!asked_before) return RefusalFor(AuthFailure::kUnavailable);
+  request.max_tier = AllowedTier(request.position.directness, *asked_before);
+  return std::nullopt;
+}
+
 std::optional<Reply> FindNotes(Services& services, const Question& question,
                                AnswerRequest& request) {
   const PlayerPosition& position = request.position;
@@ -178,9 +192,7 @@ std::variant<Prepared, Reply> Prepare(Services& services, UserId user, const Que
     if (auto refusal = MoveStage(services, user, question, request, prepared.stage_moved))
       return std::move(*refusal);
   }
-  int asked_before = services.chat.repeats().Count(user, question.game, question.message,
-                                                   std::chrono::steady_clock::now());
-  request.max_tier = AllowedTier(request.position.directness, asked_before);
+  if (auto refusal = AllowTier(services, user, question, request)) return std::move(*refusal);
   // A player who has not started is at the first stage: its notes are safe from the start.
   PlayerPosition& position = request.position;
   position.stage_ordinal = std::max<std::int64_t>(1, position.stage_ordinal);

@@ -1,7 +1,7 @@
 #pragma once
 // What the chat endpoint keeps between requests: the answerer (the built-in one, or the bridge
-// to the configured model server), how often each question came back, and the answers open
-// now against their limit.
+// to the configured model server) and the answers open now against their limit. How often a
+// question came back is the store's, so that every process behind a balancer counts alike.
 #include <atomic>
 #include <memory>
 
@@ -30,13 +30,11 @@ class ChatDesk {
   std::unique_ptr<Slot> TakeSlot();
 
   Answerer& answerer() { return *answerer_; }
-  QuestionRepeats& repeats() { return repeats_; }
 
  private:
   int limit_;
   std::atomic<int> open_{0};
   std::unique_ptr<Answerer> answerer_;
-  QuestionRepeats repeats_;
 };
 
 }  // namespace hintwick

@@ -81,6 +81,15 @@ const std::vector<Migration>& Migrations() {
         " (setweight(to_tsvector('english', title), 'A') ||"
         " setweight(to_tsvector('english', body), 'B')) STORED",
         "CREATE INDEX pack_notes_words ON pack_notes USING GIN (words)"}},
+      // How often each player asked each question about each game, for the tier that rises
+      // with every repeat; last_ms is what the purge goes by.
+      {5,
+       {"CREATE TABLE question_repeats ("
+        " user_id BIGINT NOT NULL REFERENCES users (id) ON DELETE CASCADE,"
+        " game TEXT NOT NULL, question_key TEXT NOT NULL,"
+        " times BIGINT NOT NULL, last_ms BIGINT NOT NULL,"
+        " PRIMARY KEY (user_id, game, question_key))",
+        "CREATE INDEX question_repeats_last ON question_repeats (last_ms)"}},
   };
   return migrations;
 }

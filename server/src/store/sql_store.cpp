@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 
 #include "store/migrations.h"
 
@@ -223,9 +224,34 @@ StoreResult<Progress> SqlStore::PatchProgress(UserId user, const std::string& ga
 
 StoreResult<Progress> SqlStore::NewPlaythrough(UserId user, const std::string& game) {
   return Call("NewPlaythrough", [&](Db& db) {
-    return ReadProgress(Write(
-        db, std::string(kInsertProgress) + "stage = $3, stage_ordinal = $4" + kProgressReturned,
-        ProgressRow(user, game, Progress{}))[0]);
+    Transaction transaction(db, TxKind::kWrite);
+    const Progress progress = ReadProgress(
+        db.Run(std::string(kInsertProgress) + "stage = $3, stage_ordinal = $4" + kProgressReturned,
+               ProgressRow(user, game, Progress{}))[0]);
+    db.Run("DELETE FROM question_repeats WHERE user_id = $1 AND game = $2", {user, game});
+    transaction.Commit();
+    return progress;
+  });
+}
+
+// The gap is measured from the latest asking any process recorded, so a process whose clock
+// lags counts into the record rather than restarting it.
+StoreResult<int> SqlStore::CountQuestion(UserId user, const std::string& game,
+                                         const std::string& question_key, TimePoint now) {
+  return Call("CountQuestion", [&](Db& db) {
+    const Row row =
+        Write(db,
+              "INSERT INTO question_repeats (user_id, game, question_key, times, last_ms)"
+              " VALUES ($1, $2, $3, 1, $4)"
+              " ON CONFLICT (user_id, game, question_key) DO UPDATE SET"
+              " times = CASE WHEN $4 - question_repeats.last_ms > $5 THEN 1"
+              " ELSE question_repeats.times + 1 END,"
+              " last_ms = CASE WHEN $4 > question_repeats.last_ms THEN $4"
+              " ELSE question_repeats.last_ms END"
+              " RETURNING times",
+              {user, game, question_key, Millis(now),
+               Millis(duration_cast<milliseconds>(kQuestionRepeatWindow))})[0];
+    return static_cast<int>(std::min<std::int64_t>(row.Int(0) - 1, INT_MAX));
   });
 }
 

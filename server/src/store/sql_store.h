@@ -38,6 +38,8 @@ class SqlStore final : public Store {
   StoreResult<Progress> PatchProgress(UserId user, const std::string& game,
                                       const ProgressPatch& patch) override;
   StoreResult<Progress> NewPlaythrough(UserId user, const std::string& game) override;
+  StoreResult<int> CountQuestion(UserId user, const std::string& game,
+                                 const std::string& question_key, TimePoint now) override;
 
   StoreResult<bool> ImportPack(const Pack& pack) override;
   StoreResult<std::optional<PackOutline>> GetPackOutline(const std::string& game) override;

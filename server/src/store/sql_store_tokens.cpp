@@ -153,8 +153,11 @@ StoreResult<std::int64_t> SqlStore::Purge(TimePoint now, const TokenLifetimes& l
     const Rows windows =
         db.Run("DELETE FROM rate_windows WHERE window_start_s <= $1 RETURNING window_start_s",
                {now_s - longest_window.count()});
+    const Rows questions =
+        db.Run("DELETE FROM question_repeats WHERE last_ms < $1 RETURNING last_ms",
+               {Millis(now) - Millis(std::chrono::milliseconds(kQuestionRepeatWindow))});
     transaction.Commit();
-    return static_cast<std::int64_t>(families.size() + windows.size());
+    return static_cast<std::int64_t>(families.size() + windows.size() + questions.size());
   });
 }
 

@@ -88,6 +88,10 @@ struct GameEntry {
   bool has_index = false;
 };
 
+// A question asked again after this long is a new question: the player has likely moved on,
+// and the tier starts again from the one their directness gives.
+constexpr std::chrono::hours kQuestionRepeatWindow{12};
+
 class Store {
  public:
   virtual ~Store() = default;
@@ -128,8 +132,16 @@ class Store {
   virtual StoreResult<Progress> GetProgress(UserId user, const std::string& game) = 0;
   virtual StoreResult<Progress> PatchProgress(UserId user, const std::string& game,
                                               const ProgressPatch& patch) = 0;
-  // A new playthrough: the stage goes back to the start, the preferences stay.
+  // A new playthrough: the stage goes back to the start, the preferences stay, and the
+  // questions asked so far count as never asked.
   virtual StoreResult<Progress> NewPlaythrough(UserId user, const std::string& game) = 0;
+
+  // Counts one asking of a question and gives the times it was asked before: by this player,
+  // about this game, with no gap longer than kQuestionRepeatWindow between two askings. Every
+  // process on the database counts into the same record. `question_key` stands for the
+  // question however it was worded; the store only compares it.
+  virtual StoreResult<int> CountQuestion(UserId user, const std::string& game,
+                                         const std::string& question_key, TimePoint now) = 0;
 
   // Knowledge packs. An import replaces the game's pack as a whole, in one transaction: the
   // game that holds any of the pack's keys (else a new one) takes its title and exactly its
@@ -155,8 +167,9 @@ class Store {
 
   // Drops what no longer changes any answer, for a periodic job: families revoked or unused
   // past `lifetimes.refresh_idle`, with their tokens (any of which already reads as unknown, and
-  // RevokeFamilyOf then says never issued), and rate-limit windows that ended, for windows of
-  // `longest_window` or shorter. Gives how many families and windows went.
+  // RevokeFamilyOf then says never issued), rate-limit windows that ended, for windows of
+  // `longest_window` or shorter, and questions last asked more than kQuestionRepeatWindow ago.
+  // Gives how many families, windows and questions went.
   virtual StoreResult<std::int64_t> Purge(TimePoint now, const TokenLifetimes& lifetimes,
                                           std::chrono::seconds longest_window) = 0;
 };

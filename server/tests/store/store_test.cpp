@@ -265,6 +265,52 @@ TEST_P(StoreTest, RateLimitWindows) {
   }
 }
 
+// Each row one asking, at kT0 + at, and the times the store says it was asked before.
+struct Asking {
+  bool other_player;
+  std::string game, question;
+  std::chrono::seconds at;
+  int before;
+  bool through_other_store = false;  // as another process on the same database
+};
+
+TEST_P(StoreTest, QuestionRepeatsAcrossProcessesWithinTheirWindow) {
+  const UserId other = Ok(store_->CreateUser("b@example.org", "hash-b"))->id;
+  const std::unique_ptr<Store> second = Open();
+  const std::chrono::seconds window = kQuestionRepeatWindow;
+  const std::vector<Asking> askings = {
+      {false, "g", "gate", 0s, 0},
+      {false, "g", "gate", 60s, 1, true},
+      {false, "g", "gate", 120s, 2},
+      {true, "g", "gate", 120s, 0},
+      {false, "h", "gate", 120s, 0},
+      {false, "g", "lever", 120s, 0},
+      {false, "g", "gate", 30s, 3, true},      // a lagging clock counts into the record
+      {false, "g", "gate", 120s + window, 4},  // the gap is from the latest asking
+      {false, "g", "gate", 121s + 2 * window, 0},
+      {false, "g", "gate", 122s + 2 * window, 1},
+  };
+  for (std::size_t i = 0; i < askings.size(); ++i) {
+    const Asking& row = askings[i];
+    Store& store = row.through_other_store ? *second : *store_;
+    EXPECT_EQ(Ok(store.CountQuestion(row.other_player ? other : user_, row.game, row.question,
+                                     kT0 + row.at)),
+              row.before)
+        << "asking " << i;
+  }
+  // A new playthrough forgets the game's questions, and only that game's.
+  Ok(store_->NewPlaythrough(user_, "g"));
+  EXPECT_EQ(Ok(store_->CountQuestion(user_, "g", "gate", kT0 + 123s + 2 * window)), 0);
+  EXPECT_EQ(Ok(store_->CountQuestion(user_, "h", "gate", kT0 + 123s)), 1);
+  // The purge takes what was last asked more than a window ago: the other player's gate and
+  // h's gate, not the gate asked again in the new playthrough.
+  EXPECT_EQ(Ok(store_->Purge(kT0 + 124s + window, {}, 60s)), 2);
+  EXPECT_EQ(Ok(store_->Purge(kT0 + 124s + window, {}, 60s)), 0);
+  EXPECT_EQ(Ok(store_->CountQuestion(user_, "g", "gate", kT0 + 124s + 2 * window)), 1);
+  ASSERT_TRUE(Ok(store_->DeleteUser("a@example.org")));
+  EXPECT_EQ(Ok(store_->Purge(kT0 + 200s + 4 * window, {}, 60s)), 0);  // went with the user
+}
+
 constexpr Tier kNudge = Tier::kNudge, kHint = Tier::kHint, kAnswer = Tier::kAnswer;
 
 Pack QuestPack() {
