@@ -65,7 +65,7 @@ ChatTurnId Session::StreamChatAsync(const std::string& game, const std::string& 
     return 0;
   }
   if (chat_thread_.joinable()) chat_thread_.join();
-  cancel_requested_.store(false);
+  chat_cancel_.Reset();
   try {
     auto job = std::make_unique<ChatStreamJob>(ChatStreamJob{
         *this, JsonWriteFlatObject({{"game", game}, {"message", message}}), window, event_message,
@@ -77,7 +77,7 @@ ChatTurnId Session::StreamChatAsync(const std::string& game, const std::string& 
   return last_turn_;
 }
 
-void Session::CancelStream() { cancel_requested_.store(true); }
+void Session::CancelStream() { chat_cancel_.Cancel(); }
 
 void Session::ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept {
   Session& session = job->session;
@@ -102,13 +102,12 @@ void Session::ChatStreamWorker(std::unique_ptr<ChatStreamJob> job) noexcept {
 void Session::RunChatTurn(const ChatStreamJob& job) {
   EventStream stream(client_);
   const auto on_event = [&job](const std::string& payload) { job.Post(payload); };
-  const auto cancelled = [this] { return cancel_requested_.load(); };
   const std::optional<HttpResponse> reply = SendAuthorized(
       [&](const std::string& token) {
-        return stream.Post(kChatPath, job.body, token, on_event, cancelled);
+        return stream.Post(kChatPath, job.body, token, on_event, chat_cancel_);
       },
       [&](const HttpResponse& first) {
-        return !cancelled() && (!first.ok || TokenRefused(first));
+        return !chat_cancel_.cancelled() && (!first.ok || TokenRefused(first));
       });
   if (std::optional<std::string> failure = FailureEvent(reply, IsSignedIn())) job.Post(*failure);
 }

@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 
+#include "net/async_request_win.h"
 #include "net/http_client.h"
 
 namespace qn {
@@ -10,14 +11,14 @@ namespace qn {
 class EventStream {
  public:
   using EventCallback = std::function<void(const std::string& payload)>;
-  using CancelCheck = std::function<bool()>;
 
   explicit EventStream(const HttpClient& client) : client_(client) {}
 
   // Not ok when no response arrived. A status other than 200 delivers no payload: what it
-  // means is the caller's to decide, which may send the request again.
+  // means is the caller's to decide, which may send the request again. `cancel` ends the
+  // request from another thread.
   HttpResponse Post(const std::string& path, const std::string& body, const std::string& token,
-                    const EventCallback& on_event, const CancelCheck& cancelled);
+                    const EventCallback& on_event, const RequestCancel& cancel);
 
  private:
   const HttpClient& client_;

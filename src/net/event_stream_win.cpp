@@ -18,12 +18,12 @@ constexpr size_t kLoggedBodyBytes = 200;
 
 // An error reply is read to its end (up to the cap) so the connection closes cleanly; only
 // its start is kept, for the log.
-std::string DrainErrorBody(HINTERNET request) {
+std::string DrainErrorBody(AsyncRequest& request) {
   std::string start;
   char buffer[kReadBytes];
   DWORD got = 0;
   size_t total = 0;
-  while (total < kMaxResponseBytes && ReadAvailable(request, buffer, kReadBytes, got) && got != 0) {
+  while (total < kMaxResponseBytes && request.Read(buffer, kReadBytes, got) && got != 0) {
     if (start.size() < kLoggedBodyBytes) {
       start.append(buffer, std::min<size_t>(got, kLoggedBodyBytes - start.size()));
     }
@@ -35,18 +35,18 @@ std::string DrainErrorBody(HINTERNET request) {
   return start;
 }
 
-void ReadEvents(HINTERNET request, const EventStream::EventCallback& on_event,
-                const EventStream::CancelCheck& cancelled) {
+void ReadEvents(AsyncRequest& request, const EventStream::EventCallback& on_event,
+                const RequestCancel& cancel) {
   SseLineReader reader(on_event);
   char buffer[kReadBytes];
   for (;;) {
-    if (cancelled && cancelled()) {
-      Log(kLogInfo, L"SSE cancelled by caller");
-      return;
-    }
     DWORD got = 0;
-    if (!ReadAvailable(request, buffer, kReadBytes, got)) {
-      Log(kLogWarn, L"SSE read failed: %lu", GetLastError());
+    if (!request.Read(buffer, kReadBytes, got)) {
+      if (cancel.cancelled()) {
+        Log(kLogInfo, L"SSE cancelled by caller");
+      } else {
+        Log(kLogWarn, L"SSE read failed: %lu", GetLastError());
+      }
       return;
     }
     if (got == 0) return;
@@ -58,24 +58,26 @@ void ReadEvents(HINTERNET request, const EventStream::EventCallback& on_event,
 
 HttpResponse EventStream::Post(const std::string& path, const std::string& body,
                                const std::string& token, const EventCallback& on_event,
-                               const CancelCheck& cancelled) {
+                               const RequestCancel& cancel) {
   HttpRequestHandles handles;
-  if (!client_.OpenRequest(L"POST", path, token, true, 0, handles)) return {};
-  if (!SendRequestBody(handles.request.get(), body)) {
-    Log(kLogWarn, L"SSE send failed: %lu", GetLastError());
+  if (cancel.cancelled() || !client_.OpenRequest(L"POST", path, token, true, 0, handles)) return {};
+  // Declared after the handles: the request closes before its connection.
+  AsyncRequest request(std::move(handles.request), cancel);
+  if (!request.Send(body)) {
+    if (!cancel.cancelled()) Log(kLogWarn, L"SSE send failed: %lu", GetLastError());
     return {};
   }
-  if (!WinHttpReceiveResponse(handles.request.get(), nullptr)) {
-    Log(kLogWarn, L"SSE receive failed: %lu", GetLastError());
+  if (!request.ReceiveHead()) {
+    if (!cancel.cancelled()) Log(kLogWarn, L"SSE receive failed: %lu", GetLastError());
     return {};
   }
-  const int32_t status = QueryStatusCode(handles.request.get());
+  const int32_t status = QueryStatusCode(request.get());
   if (status == 200) {
     // However the stream ends, it was answered: the request is not sent again.
-    ReadEvents(handles.request.get(), on_event, cancelled);
+    ReadEvents(request, on_event, cancel);
     return {true, status, {}};
   }
-  const std::string start = DrainErrorBody(handles.request.get());
+  const std::string start = DrainErrorBody(request);
   Log(kLogWarn, L"SSE returned %d: %hs", static_cast<int>(status), start.c_str());
   return {true, status, {}};
 }

@@ -35,7 +35,8 @@ class HttpClient {
   HttpResponse Post(const std::string& path, const std::string& body, const std::string& token);
   HttpResponse Patch(const std::string& path, const std::string& body, const std::string& token);
 
-  // Shared with the event stream: connects and prepares a request with our headers.
+  // Shared with the event stream: connects and prepares a request with our headers; a
+  // streaming one is opened on the asynchronous session (async_request_win.h).
   bool OpenRequest(const wchar_t* verb, const std::string& path, const std::string& token,
                    bool streaming, DWORD timeout_ms, HttpRequestHandles& handles) const;
 
@@ -44,6 +45,7 @@ class HttpClient {
                         const std::string& token, DWORD timeout_ms) const;
 
   UniqueHinternet session_;
+  UniqueHinternet stream_session_;  // asynchronous, so that a stalled stream can be ended at once
   std::wstring host_;
   INTERNET_PORT port_ = 0;
   bool secure_ = false;

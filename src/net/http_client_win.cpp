@@ -82,6 +82,20 @@ void LogExchangeFailure(const wchar_t* verb, const std::string& path, const wcha
   }
 }
 
+UniqueHinternet OpenSession(DWORD flags) {
+  UniqueHinternet session(WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
+                                      WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, flags));
+  if (!session) {
+    LogLastError(L"WinHttpOpen", kLogError);
+    return session;
+  }
+  if (!WinHttpSetTimeouts(session.get(), kResolveTimeoutMs, kConnectTimeoutMs, kSendTimeoutMs,
+                          kReceiveTimeoutMs)) {
+    LogLastError(L"WinHttpSetTimeouts", kLogWarn);
+  }
+  return session;
+}
+
 }  // namespace
 
 bool SendRequestBody(HINTERNET request, const std::string& body) {
@@ -127,16 +141,9 @@ bool HttpClient::Init(const std::wstring& base_url) {
   host_.assign(host, parts.dwHostNameLength);
   port_ = parts.nPort;
   secure_ = parts.nScheme == INTERNET_SCHEME_HTTPS;
-  session_.reset(WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY, WINHTTP_NO_PROXY_NAME,
-                             WINHTTP_NO_PROXY_BYPASS, 0));
-  if (!session_) {
-    LogLastError(L"WinHttpOpen", kLogError);
-    return false;
-  }
-  if (!WinHttpSetTimeouts(session_.get(), kResolveTimeoutMs, kConnectTimeoutMs, kSendTimeoutMs,
-                          kReceiveTimeoutMs)) {
-    LogLastError(L"WinHttpSetTimeouts", kLogWarn);
-  }
+  session_ = OpenSession(0);
+  stream_session_ = OpenSession(WINHTTP_FLAG_ASYNC);
+  if (!session_ || !stream_session_) return false;
   Log(kLogInfo, L"net client ready: %ls://%ls:%u", secure_ ? L"https" : L"http", host_.c_str(),
       unsigned{port_});
   return true;
@@ -144,8 +151,9 @@ bool HttpClient::Init(const std::wstring& base_url) {
 
 bool HttpClient::OpenRequest(const wchar_t* verb, const std::string& path, const std::string& token,
                              bool streaming, DWORD timeout_ms, HttpRequestHandles& handles) const {
-  if (!session_) return false;
-  handles.connection.reset(WinHttpConnect(session_.get(), host_.c_str(), port_, 0));
+  const UniqueHinternet& session = streaming ? stream_session_ : session_;
+  if (!session) return false;
+  handles.connection.reset(WinHttpConnect(session.get(), host_.c_str(), port_, 0));
   if (!handles.connection) {
     LogLastError(L"WinHttpConnect", kLogWarn);
     return false;

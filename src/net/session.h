@@ -17,6 +17,7 @@
 #include "core/settings.h"
 #include "net/catalogue.h"
 #include "net/chat_turn_id.h"
+#include "net/async_request_win.h"
 #include "net/http_client.h"
 #include "net/service_failure.h"
 
@@ -154,7 +155,7 @@ class Session {
   std::thread lookup_thread_;  // touched only by the thread that calls LookupGameAsync
 
   std::atomic<bool> streaming_{false};
-  std::atomic<bool> cancel_requested_{false};
+  RequestCancel chat_cancel_;
   // Both touched only by the thread that calls StreamChatAsync.
   std::thread chat_thread_;
   ChatTurnId last_turn_ = 0;

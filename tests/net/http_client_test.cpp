@@ -8,8 +8,10 @@
 #include <memory>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "net/async_request_win.h"
 #include "net/event_stream.h"
 #include "net/http_client.h"
 #include "support/fake_service.h"
@@ -38,20 +40,20 @@ class NetTest : public ::testing::Test {
     log_.Clear();
   }
   // One chat stream; `on_event` (optional) sees each payload after it is recorded.
-  HttpResponse Stream(const std::function<void()>& on_event = nullptr,
-                      const EventStream::CancelCheck& cancelled = nullptr) {
+  HttpResponse Stream(const std::function<void()>& on_event = nullptr) {
     return EventStream(client_).Post(
         "/v1/chat", "{}", "tok",
         [&](const std::string& payload) {
           events_.push_back(payload);
           if (on_event) on_event();
         },
-        cancelled);
+        cancel_);
   }
 
   test::CapturedLog log_;
   test::FakeService service_;
   HttpClient client_;
+  RequestCancel cancel_;
   Strings events_;
 };
 
@@ -106,11 +108,11 @@ TEST_F(NetTest, AStreamEndsInOneOutcomeWhateverTheServiceDoes) {
 }
 
 // The second event waits behind a gate that the first event's callback opens, so the first
-// must arrive while the stream is open: the answer shows while it is written. With a cancel
-// set by the first event, Post returns without the second, which the test releases only
-// after: a silent service cannot hold up a shutdown. Chunked framing is left to Windows:
+// must arrive while the stream is open: the answer shows while it is written. Cancelled from
+// another thread while it waits, Post returns at once without the second, which the test
+// releases only after: a silent service cannot hold up a shutdown. Chunked framing is left to Windows:
 // Wine's WinHTTP reads ahead into the next chunk before it returns the last byte of one.
-TEST_F(NetTest, EachEventArrivesAtOnceAndACancelStopsBeforeTheNextRead) {
+TEST_F(NetTest, EachEventArrivesAtOnceAndACancelEndsTheWaitingRead) {
   std::shared_ptr<test::Gate> first_seen[2], second_sent[2];
   for (int cancel = 0; cancel < 2; ++cancel) {
     first_seen[cancel] = std::make_shared<test::Gate>();
@@ -126,17 +128,29 @@ TEST_F(NetTest, EachEventArrivesAtOnceAndACancelStopsBeforeTheNextRead) {
     SCOPED_TRACE(cancel);
     events_.clear();
     bool sent_early = true;
+    std::thread canceller;
+    // From another thread, once the stream waits on a service that holds the next event back
+    // (for ten seconds, unless the test lets it go).
     const auto on_event = [&] {
       if (events_.size() > 1) return;
       sent_early = second_sent[cancel]->Wait(0);
-      if (!cancel) first_seen[cancel]->Open();
+      if (!cancel) return first_seen[cancel]->Open();
+      canceller = std::thread([this] {
+        Sleep(200);
+        cancel_.Cancel();
+      });
     };
-    EXPECT_TRUE(Stream(on_event, [&] { return cancel && !events_.empty(); }).ok);
+    EXPECT_TRUE(Stream(on_event).ok);
+    const bool ended_before_the_next_event = !second_sent[cancel]->Wait(0);
     first_seen[cancel]->Open();
+    if (canceller.joinable()) canceller.join();
     EXPECT_FALSE(sent_early);
+    EXPECT_EQ(ended_before_the_next_event, cancel == 1);
     EXPECT_EQ(events_, cancel ? Strings{"1"} : (Strings{"1", "2"}));
-    EXPECT_EQ(log_.Has(" INFO  SSE cancelled by caller\r\n"), cancel == 1);
+    EXPECT_EQ(log_.Has(" INFO  SSE cancelled by caller\r\n"), cancel == 1) << log_.Text();
   }
+  EXPECT_FALSE(Stream().ok) << "a cancelled request stays cancelled until reset";
+  cancel_.Reset();
 }
 
 }  // namespace
