@@ -309,6 +309,7 @@ class TickParts {
   qn::ChatModel model_;
   qn::ChatView view_{model_};
   qn::WindowPlace place_;
+  qn::TargetGeometry geometry_;
   qn::DrawerPlacement placement_;
   RECT crop_ = {};
   HWND game_ = nullptr;
@@ -318,10 +319,9 @@ class TickParts {
 bool TickParts::PlaceDrawer(HWND game) {
   place_ = qn::MeasureWindow(game);
   const double fraction = qn::Settings{}.drawer_pct / 100.0;
-  const qn::TargetGeometry geometry =
-      qn::PlanTarget(place_.window, place_.monitor, false, place_.dpi, fraction);
-  placement_ = {qn::ToRect(geometry.target), qn::ToRect(geometry.drawer), place_.dpi,
-                geometry.mode == qn::WindowMode::kWindowed ? 0u : 1u};
+  geometry_ = qn::PlanTarget(place_, false, fraction);
+  placement_ = {qn::ToRect(geometry_.target), qn::ToRect(geometry_.drawer), geometry_.dpi,
+                geometry_.mode == qn::WindowMode::kWindowed ? 0u : 1u};
   return drawer_.Place(placement_);
 }
 
@@ -340,8 +340,8 @@ bool TickParts::Create(const qn::test::TestGame& game) {
   if (!first) return false;
   D3D11_TEXTURE2D_DESC desc;
   first->GetDesc(&desc);
-  const qn::PixelRect crop = qn::CropInFrame(qn::ToScreenRect(placement_.drawer), place_.visible,
-                                             {desc.Width, desc.Height});
+  const qn::PixelRect crop =
+      qn::CropInFrame(geometry_.drawer, geometry_.captured, {desc.Width, desc.Height});
   crop_ = {crop.left, crop.top, crop.right, crop.bottom};
   FillConversation(model_);  // before Init, which greets only an empty conversation
   const UINT width = drawer_.Width(), height = drawer_.Height();
@@ -349,7 +349,7 @@ bool TickParts::Create(const qn::test::TestGame& game) {
       !chat_target_.Create(width, height) || !view_.Init(chat_target_.dwrite())) {
     return false;
   }
-  view_.SetSize(width, height, static_cast<float>(place_.dpi) / 96.0f);
+  view_.SetSize(width, height, static_cast<float>(geometry_.dpi) / 96.0f);
   return true;
 }
 

@@ -12,6 +12,7 @@
 #include "app/tray_menu.h"
 #include "core/failure_log.h"
 #include "core/log.h"
+#include "core/os.h"
 #include "gfx/capture.h"
 #include "gfx/capture_policy.h"
 
@@ -64,12 +65,14 @@ void DrawerControl::Open() {
   const std::wstring executable = ExecutablePathOf(foreground);
   if (Refuses(foreground, executable)) return;
   KillTimer(window_, kIdleReleaseTimer);
-  if (!MakeGraphics()) return;
+  // Whatever a failed attempt made is released a while later, as after a closing.
+  if (!MakeGraphics()) return ArmIdleRelease();
   target_ = foreground;
   game_key_ = GameIdentity(executable);
   hdr_ = HdrFor(foreground);
+  rebuilt_at_ = 0;
   StartFrames();
-  if (!Show()) return;
+  if (!Show()) return ArmIdleRelease();
   TakeKeyboard();
   if (callbacks_.opened) callbacks_.opened();
   opened_at_ = GetTickCount64();
@@ -78,10 +81,11 @@ void DrawerControl::Open() {
   closing_ = false;
   if (!SetTimer(window_, kTickTimer, kTickMs, nullptr)) LogLastError(L"SetTimer", kLogWarn);
   const std::wstring file_name(FileNameOf(executable));
-  const RECT& drawer = placement_.drawer;
+  const ScreenRect& drawer = geometry_.drawer;
   Log(kLogInfo, L"drawer open over '%ls' (%ls), drawer %ldx%ld at (%ld,%ld)",
-      WindowTitle(target_).c_str(), file_name.c_str(), drawer.right - drawer.left,
-      drawer.bottom - drawer.top, drawer.left, drawer.top);
+      WindowTitle(target_).c_str(), file_name.c_str(), static_cast<long>(drawer.Width()),
+      static_cast<long>(drawer.Height()), static_cast<long>(drawer.left),
+      static_cast<long>(drawer.top));
 }
 
 // Covering an exclusive-fullscreen game would minimise it, so that refusal is deliberate.
@@ -91,18 +95,15 @@ bool DrawerControl::Refuses(HWND foreground, std::wstring_view executable) {
     return true;
   }
   const WindowPlace place = MeasureWindow(foreground);
-  const bool d3d_fullscreen = (seams_.d3d_fullscreen ? seams_.d3d_fullscreen
-                                                     : &ShellReportsD3dFullscreen)();
-  const TargetGeometry geometry =
-      PlanTarget(place.window, place.monitor, d3d_fullscreen, place.dpi, height_fraction_);
+  d3d_fullscreen_ = (seams_.d3d_fullscreen ? seams_.d3d_fullscreen : &ShellReportsD3dFullscreen)();
+  const TargetGeometry geometry = PlanTarget(place, d3d_fullscreen_, height_fraction_);
   if (geometry.mode == WindowMode::kExclusive) {
     Log(kLogWarn, L"target is exclusive fullscreen; refusing to open (would minimise the game)");
     if (callbacks_.balloon) callbacks_.balloon(kBalloonExclusiveFullscreen);
     return true;
   }
-  placement_ = {ToRect(geometry.target), ToRect(geometry.drawer), place.dpi,
-                geometry.mode == WindowMode::kWindowed ? 0u : 1u};
-  captured_ = place.visible;
+  measured_ = place;
+  geometry_ = geometry;
   return false;
 }
 
@@ -153,16 +154,33 @@ void DrawerControl::StartFrames() {
   if (!capturing_) Log(kLogWarn, L"capture failed to start; the drawer will show a flat scrim");
 }
 
+// The first frame is presented while the window is still hidden, so that neither what the
+// swap chain kept from the last opening nor a buffer never drawn flashes as it shows.
 bool DrawerControl::Show() {
-  if (!drawer_window_.Place(placement_)) {
+  const ScreenRect& drawer = geometry_.drawer;
+  bool shown = drawer.Width() > 0 && drawer.Height() > 0 &&
+               drawer_window_.EnsureSize(static_cast<uint32_t>(drawer.Width()),
+                                         static_cast<uint32_t>(drawer.Height()));
+  if (shown) {
+    SizeView();
+    shown = DrawFrame(0.0f) && drawer_window_.Place(Placement());
+  }
+  if (!shown) {
     Log(kLogError, L"overlay show failed");
     if (std::exchange(capturing_, false)) frames_->Stop();
     target_ = nullptr;
-    return false;
   }
+  return shown;
+}
+
+DrawerPlacement DrawerControl::Placement() const {
+  return {ToRect(geometry_.target), ToRect(geometry_.drawer), geometry_.dpi,
+          geometry_.mode == WindowMode::kWindowed ? 0u : 1u};
+}
+
+void DrawerControl::SizeView() {
   view_.SetSize(drawer_window_.Width(), drawer_window_.Height(),
-                static_cast<float>(placement_.dpi) / 96.0f);
-  return true;
+                static_cast<float>(geometry_.dpi) / 96.0f);
 }
 
 void DrawerControl::TakeKeyboard() {
@@ -244,7 +262,10 @@ void DrawerControl::Tick() {
     CompleteClose();
     return;
   }
-  DrawFrame(slide);
+  const bool moved = FollowTarget();
+  if (!DrawFrame(slide)) return CompleteClose();
+  // Moved after the frame at the new size is presented, as at the opening.
+  if (moved && !drawer_window_.Place(Placement())) Log(kLogWarn, L"the drawer could not follow");
 }
 
 // The foreground event comes through the queue, and some systems (Wine) never send it for
@@ -257,7 +278,77 @@ void DrawerControl::CheckForeground() {
   OnForeground(foreground);
 }
 
-void DrawerControl::DrawFrame(float slide) {
+// Measured on every tick, since the system tells another process's window moves only to
+// hooks; acted on when the game moved, was resized, went to another monitor or was scaled.
+// Returns whether the drawer window is to be placed anew.
+bool DrawerControl::FollowTarget() {
+  if (IsAbove(target_, drawer_window_.Window())) {
+    // A game that makes itself topmost rises above the drawer each time it does. Only the
+    // game is watched: taking turns with other topmost windows (overlays, the volume flyout)
+    // would make both flicker.
+    drawer_window_.Raise();
+  }
+  const WindowPlace place = MeasureWindow(target_);
+  if (closing_ || place == measured_) return false;
+  measured_ = place;
+  const TargetGeometry now = PlanTarget(place, d3d_fullscreen_, height_fraction_);
+  const FollowSteps steps = PlanFollow(geometry_, now, place.minimised);
+  if (steps.dismiss) {
+    Log(kLogInfo, L"target minimised or in exclusive fullscreen; dismissing");
+    Close();
+    return false;
+  }
+  geometry_ = now;
+  if (steps.rescale) {
+    drawer_window_.EnsureSize(static_cast<uint32_t>(now.drawer.Width()),
+                              static_cast<uint32_t>(now.drawer.Height()));
+    SizeView();
+  }
+  return steps.place;
+}
+
+// Returns whether the drawer can go on.
+bool DrawerControl::DrawFrame(float slide) {
+  const HRESULT hr = PresentFrame(slide);
+  const uint64_t now = GetTickCount64();
+  switch (AfterFrameResult(hr, now, rebuilt_at_)) {
+    case AfterFrame::kGoOn:
+      return true;
+    case AfterFrame::kClose:
+      Log(kLogError, L"graphics device lost again (%ls); closing the drawer",
+          ErrorText(hr).c_str());
+      return false;
+    case AfterFrame::kRebuild:
+      break;
+  }
+  Log(kLogWarn, L"graphics device lost (%ls); rebuilding", ErrorText(hr).c_str());
+  rebuilt_at_ = now;
+  if (!RebuildGraphics()) {
+    Log(kLogError, L"graphics rebuild failed; closing the drawer");
+    return false;
+  }
+  // The picture comes back now rather than a tick later; a second loss is the next tick's.
+  PresentFrame(slide);
+  return true;
+}
+
+// Everything made on the lost device goes: the capture's frame pool, the swap chain, the
+// composition and Direct2D devices. The window, its place and the keyboard capture stay.
+bool DrawerControl::RebuildGraphics() {
+  if (std::exchange(capturing_, false)) frames_->Stop();
+  drawer_window_.DropDevice();
+  renderer_->Release();
+  const ScreenRect& drawer = geometry_.drawer;
+  if (!renderer_->Init() || !drawer_window_.Create(instance_, renderer_.get(), surface_.get()) ||
+      !drawer_window_.EnsureSize(static_cast<uint32_t>(drawer.Width()),
+                                 static_cast<uint32_t>(drawer.Height()))) {
+    return false;
+  }
+  StartFrames();
+  return true;
+}
+
+HRESULT DrawerControl::PresentFrame(float slide) {
   const ComPtr<ID3D11Texture2D> frame =
       capturing_ ? frames_->TakeLatest() : ComPtr<ID3D11Texture2D>();
   BlurParams params;
@@ -266,17 +357,17 @@ void DrawerControl::DrawFrame(float slide) {
   params.hdr = hdr_ ? 1 : 0;
   params.blur = blur_;
   const RECT crop = frame ? CropFor(frame.get()) : RECT{};
-  drawer_window_.Frame(frame.get(), crop, slide, params,
-                       [this](ID2D1DeviceContext* context, float opacity) {
-                         if (view_ready_) view_.Draw(context, opacity);
-                       });
+  return drawer_window_.Frame(frame.get(), crop, slide, params,
+                              [this](ID2D1DeviceContext* context, float opacity) {
+                                if (view_ready_) view_.Draw(context, opacity);
+                              });
 }
 
 RECT DrawerControl::CropFor(ID3D11Texture2D* frame) const {
   D3D11_TEXTURE2D_DESC desc;
   frame->GetDesc(&desc);
   const PixelRect crop =
-      CropInFrame(ToScreenRect(placement_.drawer), captured_, {desc.Width, desc.Height});
+      CropInFrame(geometry_.drawer, geometry_.captured, {desc.Width, desc.Height});
   return {crop.left, crop.top, crop.right, crop.bottom};
 }
 
@@ -337,6 +428,7 @@ DrawerFacts DrawerControl::Facts() const {
 void DrawerControl::SetLook(double height_fraction, double blur) {
   height_fraction_ = height_fraction;
   blur_ = static_cast<float>(blur);
+  measured_ = {};  // an open drawer takes the new height at the next tick
 }
 
 void DrawerControl::ArmIdleRelease() {

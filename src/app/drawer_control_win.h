@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "app/conversation_win.h"
+#include "app/drawer_target.h"
 #include "core/handles.h"
 #include "gfx/drawer_surface.h"
 #include "gfx/drawer_window.h"
@@ -88,11 +89,16 @@ class DrawerControl {
   bool ReadyView();
   void StartFrames();
   bool Show();
+  DrawerPlacement Placement() const;
+  void SizeView();
   void TakeKeyboard();
   void GiveFocusToDrawer();
   void CompleteClose();
   void CheckForeground();
-  void DrawFrame(float slide);
+  bool FollowTarget();
+  bool DrawFrame(float slide);
+  HRESULT PresentFrame(float slide);
+  bool RebuildGraphics();
   RECT CropFor(ID3D11Texture2D* frame) const;
   void OnDrawerInput(UINT message, WPARAM wparam, LPARAM lparam);
   void FollowGame(HWND foreground);
@@ -112,8 +118,10 @@ class DrawerControl {
 
   HWND target_ = nullptr;
   HWND seen_foreground_ = nullptr;
-  DrawerPlacement placement_;
-  ScreenRect captured_;  // the screen area the target's frames show
+  WindowPlace measured_;  // the target as last measured
+  TargetGeometry geometry_;
+  bool d3d_fullscreen_ = false;  // the shell's word at the opening, too slow to ask each tick
+  uint64_t rebuilt_at_ = 0;      // when a lost device was last replaced during this opening
   HMONITOR hdr_monitor_ = nullptr;  // the monitor `hdr_` was asked for
   bool hdr_ = false;
   bool open_ = false;

@@ -27,13 +27,27 @@ WindowMode ModeOf(const ScreenRect& window, const ScreenRect& monitor, bool d3d_
   return d3d_fullscreen ? WindowMode::kExclusive : WindowMode::kBorderless;
 }
 
-TargetGeometry PlanTarget(const ScreenRect& window, const ScreenRect& monitor, bool d3d_fullscreen,
-                          uint32_t dpi, double fraction) {
+// Windows 10 and 11 give windows invisible resize borders of some 7 pixels a side that
+// GetWindowRect counts; a drawer sized by them would overhang the game.
+TargetGeometry PlanTarget(const WindowPlace& place, bool d3d_fullscreen, double fraction) {
+  const ScreenRect& frame =
+      place.frame.Width() > 0 && place.frame.Height() > 0 ? place.frame : place.window;
   TargetGeometry geometry;
-  geometry.mode = ModeOf(window, monitor, d3d_fullscreen);
-  geometry.target = geometry.mode == WindowMode::kWindowed ? window : monitor;
-  geometry.drawer = DrawerRect(geometry.target, dpi, fraction);
+  geometry.mode = ModeOf(frame, place.monitor, d3d_fullscreen);
+  geometry.target = geometry.mode == WindowMode::kWindowed ? frame : place.monitor;
+  geometry.captured = frame;
+  // A DPI-unaware game is told 96 wherever it is and stretched by the system; the drawer is
+  // drawn at its monitor's scale in any case.
+  geometry.dpi = place.monitor_dpi ? place.monitor_dpi : place.window_dpi ? place.window_dpi : 96;
+  geometry.drawer = DrawerRect(geometry.target, geometry.dpi, fraction);
   return geometry;
+}
+
+FollowSteps PlanFollow(const TargetGeometry& shown, const TargetGeometry& now, bool minimised) {
+  if (minimised || now.mode == WindowMode::kExclusive) return {true, false, false};
+  const bool resized = shown.drawer.Width() != now.drawer.Width() ||
+                       shown.drawer.Height() != now.drawer.Height();
+  return {false, shown.drawer != now.drawer, resized || shown.dpi != now.dpi};
 }
 
 std::wstring_view FileNameOf(std::wstring_view path) {

@@ -17,13 +17,35 @@ enum class WindowMode : uint8_t { kWindowed = 0, kBorderless = 1, kExclusive = 2
 // it cannot say, so that an unreadable state never keeps the drawer from a borderless game.
 WindowMode ModeOf(const ScreenRect& window, const ScreenRect& monitor, bool d3d_fullscreen);
 
+// What the window manager says of a window at one moment.
+struct WindowPlace {
+  ScreenRect window;  // as the window manager has it, invisible resize borders included
+  ScreenRect frame;   // what the compositor draws of it; empty when it cannot say
+  ScreenRect monitor;
+  uint32_t window_dpi = 0;  // 96 for a DPI-unaware window, whatever its monitor's
+  uint32_t monitor_dpi = 0;
+  bool minimised = false;
+  friend bool operator==(const WindowPlace&, const WindowPlace&) = default;
+};
+
 struct TargetGeometry {
   WindowMode mode = WindowMode::kWindowed;
-  ScreenRect target;  // the monitor for a game covering it, else the window
+  ScreenRect target;    // the monitor for a game covering it, else the visible frame
   ScreenRect drawer;
+  ScreenRect captured;  // the screen area the window's frames show: its visible frame
+  uint32_t dpi = 96;    // what the drawer's limits and the chat are scaled by
+  friend bool operator==(const TargetGeometry&, const TargetGeometry&) = default;
 };
-TargetGeometry PlanTarget(const ScreenRect& window, const ScreenRect& monitor, bool d3d_fullscreen,
-                          uint32_t dpi, double fraction);
+TargetGeometry PlanTarget(const WindowPlace& place, bool d3d_fullscreen, double fraction);
+
+// What a tick does when it measures the target again.
+struct FollowSteps {
+  bool dismiss = false;  // nothing left to sit on, or a game the drawer must not cover
+  bool place = false;    // the drawer moves or changes size
+  bool rescale = false;  // the chat's size or scale changed
+  friend bool operator==(const FollowSteps&, const FollowSteps&) = default;
+};
+FollowSteps PlanFollow(const TargetGeometry& shown, const TargetGeometry& now, bool minimised);
 
 // The last component of a path, whichever separator it uses.
 std::wstring_view FileNameOf(std::wstring_view path);

@@ -17,10 +17,32 @@ DWORD ProcessOf(HWND window) {
   return process;
 }
 
-ScreenRect MonitorOf(HWND window) {
+// Shell scaling lives in a library that is not among those the loader pins to System32, so
+// it is loaded from there by name, and looked up at run time. It stays loaded for the life of
+// the process.
+using GetDpiForMonitorFn = HRESULT(WINAPI*)(HMONITOR, int, UINT*, UINT*);
+GetDpiForMonitorFn DpiForMonitorCall() {
+  static const GetDpiForMonitorFn call = [] {
+    const HMODULE module = LoadLibraryExW(L"shcore.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    const FARPROC proc = module ? GetProcAddress(module, "GetDpiForMonitor") : nullptr;
+    return reinterpret_cast<GetDpiForMonitorFn>(reinterpret_cast<void*>(proc));
+  }();
+  return call;
+}
+
+// The effective DPI, the one the player's scale setting gives; 0 when it cannot be had.
+uint32_t MonitorDpi(HMONITOR monitor) {
+  constexpr int kEffectiveDpi = 0;
+  UINT x = 0, y = 0;
+  const GetDpiForMonitorFn call = DpiForMonitorCall();
+  if (!call || FAILED(call(monitor, kEffectiveDpi, &x, &y))) return 0;
+  return x;
+}
+
+ScreenRect MonitorRect(HMONITOR monitor) {
   MONITORINFO info = {};
   info.cbSize = sizeof(info);
-  if (!GetMonitorInfoW(MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST), &info)) return {};
+  if (!GetMonitorInfoW(monitor, &info)) return {};
   return ToScreenRect(info.rcMonitor);
 }
 
@@ -69,21 +91,30 @@ std::wstring WindowTitle(HWND window) {
 
 bool BelongsToThisProcess(HWND window) { return ProcessOf(window) == GetCurrentProcessId(); }
 
-// The capture shows the window without its invisible resize borders, which only the
-// compositor knows; without it both are the same.
+// Our process is per-monitor aware, so every rectangle here is in physical pixels.
 WindowPlace MeasureWindow(HWND window) {
   WindowPlace place;
   RECT rect = {};
   GetWindowRect(window, &rect);
   place.window = ToScreenRect(rect);
-  place.visible = place.window;
-  if (SUCCEEDED(DwmGetWindowAttribute(window, DWMWA_EXTENDED_FRAME_BOUNDS, &rect, sizeof(rect))) &&
-      rect.right > rect.left && rect.bottom > rect.top) {
-    place.visible = ToScreenRect(rect);
+  if (SUCCEEDED(DwmGetWindowAttribute(window, DWMWA_EXTENDED_FRAME_BOUNDS, &rect, sizeof(rect)))) {
+    place.frame = ToScreenRect(rect);
   }
-  place.monitor = MonitorOf(window);
-  place.dpi = GetWindowDpi(window);
+  const HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST);
+  place.monitor = MonitorRect(monitor);
+  place.window_dpi = GetWindowDpi(window);
+  place.monitor_dpi = MonitorDpi(monitor);
+  place.minimised = IsIconic(window) != FALSE;
   return place;
+}
+
+// Only the windows above `lower` are walked: for the topmost drawer, the few other topmost
+// ones.
+bool IsAbove(HWND upper, HWND lower) {
+  for (HWND w = GetWindow(lower, GW_HWNDPREV); w; w = GetWindow(w, GW_HWNDPREV)) {
+    if (w == upper) return true;
+  }
+  return false;
 }
 
 bool ShellReportsD3dFullscreen() {

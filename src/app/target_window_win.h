@@ -14,13 +14,10 @@ std::wstring ExecutablePathOf(HWND window);
 std::wstring WindowTitle(HWND window);
 bool BelongsToThisProcess(HWND window);
 
-struct WindowPlace {
-  ScreenRect window;   // as the window manager has it, invisible resize borders included
-  ScreenRect visible;  // what a capture of the window shows
-  ScreenRect monitor;
-  uint32_t dpi = 96;
-};
+// A handful of reads from the window manager, cheap enough for every tick.
 WindowPlace MeasureWindow(HWND window);
+// Whether `upper` lies above `lower` in the order windows are stacked.
+bool IsAbove(HWND upper, HWND lower);
 
 // The shell's notification state; false also when it cannot be read.
 bool ShellReportsD3dFullscreen();

@@ -28,10 +28,16 @@ class CompositionSurface final : public DrawerSurface {
     return true;
   }
 
-  void Commit(float offset_y) override {
-    if (!visual_) return;
+  // Composition changes are batched until Commit, while a present queues its buffer at
+  // once: committing the offset right after the present hands both to the compositor for the
+  // same pass. Committed first, the slide moved the previous frame. One vertical blank of
+  // sync is the drawer's only pacing.
+  HRESULT Present(IDXGISwapChain1* chain, float offset_y) override {
+    const HRESULT hr = chain->Present(1, 0);
+    if (FAILED(hr) || !visual_) return hr;
     visual_->SetOffsetY(offset_y);
     device_->Commit();
+    return hr;
   }
 
   void ClearContent() override {

@@ -59,4 +59,13 @@ SurfaceChange PlanSurface(bool has_swap_chain, uint32_t width, uint32_t height, 
   return SurfaceChange::kResize;
 }
 
+AfterFrame AfterFrameResult(int32_t hr, uint64_t now_ms, uint64_t last_rebuild_ms) {
+  if (hr != kDxgiDeviceRemoved && hr != kDxgiDeviceReset && hr != kDdiDeviceRemoved &&
+      hr != kD2dRecreateTarget) {
+    return AfterFrame::kGoOn;
+  }
+  const bool recent = last_rebuild_ms != 0 && now_ms - last_rebuild_ms < kRebuildSpacingMs;
+  return recent ? AfterFrame::kClose : AfterFrame::kRebuild;
+}
+
 }  // namespace qn

@@ -49,4 +49,23 @@ enum class SurfaceChange {
 SurfaceChange PlanSurface(bool has_swap_chain, uint32_t width, uint32_t height, uint32_t new_width,
                           uint32_t new_height);
 
+// The results of Present and of Direct2D's EndDraw that mean the device and everything made
+// on it are gone.
+constexpr int32_t kDxgiDeviceRemoved = static_cast<int32_t>(0x887A0005u);
+constexpr int32_t kDxgiDeviceReset = static_cast<int32_t>(0x887A0007u);
+constexpr int32_t kDdiDeviceRemoved = static_cast<int32_t>(0x88760870u);
+constexpr int32_t kD2dRecreateTarget = static_cast<int32_t>(0x8899000Cu);
+
+// A device lost again this soon after it was rebuilt is not coming back (an adapter pulled
+// out, a driver that keeps failing); rebuilding on every tick would only stall the game.
+constexpr uint64_t kRebuildSpacingMs = 2000;
+
+enum class AfterFrame : uint8_t {
+  kGoOn,     // shown, or a failure the next tick may not meet
+  kRebuild,  // the graphics and the capture start over on a new device
+  kClose,
+};
+// `last_rebuild_ms`: when the graphics were last rebuilt while open, 0 for never.
+AfterFrame AfterFrameResult(int32_t hr, uint64_t now_ms, uint64_t last_rebuild_ms);
+
 }  // namespace qn

@@ -23,8 +23,10 @@ class DrawerSurface {
   virtual bool CreateSwapChain(ID3D11Device* device, IDXGIFactory2* factory,
                                const DXGI_SWAP_CHAIN_DESC1& desc,
                                ComPtr<IDXGISwapChain1>& chain) = 0;
-  // Called before each Present with how far below its place the content lies.
-  virtual void Commit(float offset_y) = 0;
+  // Presents the frame drawn into `chain` with its content `offset_y` below its place; the
+  // offset must reach the screen with this frame, not one ahead of it. Returns Present's
+  // result.
+  virtual HRESULT Present(IDXGISwapChain1* chain, float offset_y) = 0;
   // The swap chain is about to be released.
   virtual void ClearContent() = 0;
   virtual void Detach() = 0;

@@ -53,14 +53,22 @@ class DrawerWindow {
   DrawerWindow(const DrawerWindow&) = delete;
   DrawerWindow& operator=(const DrawerWindow&) = delete;
 
-  // The surface outlives the window; without one nothing is created.
+  // The surface outlives the window; without one nothing is created. After DropDevice it
+  // builds again on the renderer's device and keeps the window.
   bool Create(HINSTANCE instance, Renderer* renderer, DrawerSurface* surface);
   bool EnsureSize(uint32_t width, uint32_t height);
+  // Shows the window at the placement; the size is the swap chain's, so a frame presented
+  // after EnsureSize and before Place is the first thing seen.
   bool Place(const DrawerPlacement& placement);
+  // Back to the top of the topmost windows, for when another one rose above it.
+  void Raise();
   void Hide();
-  bool Frame(ID3D11Texture2D* frame, const RECT& crop, float t, const BlurParams& params,
-             const DrawCallback& draw);
+  // Returns the first failure of the frame's Direct2D drawing or of its present.
+  HRESULT Frame(ID3D11Texture2D* frame, const RECT& crop, float t, const BlurParams& params,
+                const DrawCallback& draw);
   void ReleaseSurfaces();
+  // Lets go of everything made on the device, for a lost one; the window stays.
+  void DropDevice();
   void Destroy();
 
   void SetInputHandler(InputHandler handler) { input_ = std::move(handler); }
@@ -83,8 +91,7 @@ class DrawerWindow {
   bool CreateBackBufferView();
   bool CreateDirect2DTarget();
   void ClearToTint(const BlurParams& params);
-  void DrawOverlay(const DrawCallback& draw, float opacity);
-  bool Present();
+  HRESULT DrawOverlay(const DrawCallback& draw, float opacity);
 
   UniqueHwnd window_;
   Renderer* renderer_ = nullptr;

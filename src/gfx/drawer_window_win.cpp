@@ -14,6 +14,9 @@ constexpr wchar_t kClassName[] = L"HintwickDrawer";
 constexpr DWORD kExStyle =
     WS_EX_NOACTIVATE | WS_EX_NOREDIRECTIONBITMAP | WS_EX_TOOLWINDOW | WS_EX_TOPMOST;
 static_assert(kExStyle == 0x08200088);
+static_assert(kDxgiDeviceRemoved == static_cast<HRESULT>(DXGI_ERROR_DEVICE_REMOVED) &&
+              kDxgiDeviceReset == static_cast<HRESULT>(DXGI_ERROR_DEVICE_RESET) &&
+              kD2dRecreateTarget == static_cast<HRESULT>(D2DERR_RECREATE_TARGET));
 
 ComPtr<IDXGIDevice> DxgiDevice(Renderer* renderer) {
   ComPtr<IDXGIDevice> device;
@@ -34,18 +37,18 @@ bool ShowDrawerAt(HWND window, const RECT& rect) {
 DrawerWindow::~DrawerWindow() { Destroy(); }
 
 bool DrawerWindow::Create(HINSTANCE instance, Renderer* renderer, DrawerSurface* surface) {
-  if (dwrite_factory_) return true;
-  // A window left by a failed attempt is started over rather than taken as ready.
-  Destroy();
+  if (d2d_context_ && dwrite_factory_) return true;
+  // What a failed attempt left is started over rather than taken as ready.
+  DropDevice();
   if (!renderer || !surface || !renderer->Init()) return false;
   renderer_ = renderer;
   surface_ = surface;
-  if (!CreateWindowHandle(instance)) return false;
+  if (!window_ && !CreateWindowHandle(instance)) return false;
   const ComPtr<IDXGIDevice> device = DxgiDevice(renderer);
   if (!device) return false;
   attached_ = surface_->Attach(window_.get(), device.get());
   if (!attached_ || !CreateDirect2D(device.get())) return false;
-  if (!CreateWriteFactory()) return false;
+  if (!dwrite_factory_ && !CreateWriteFactory()) return false;
   Log(kLogInfo, L"drawer window created (D3D + D2D + DirectWrite)");
   return true;
 }
@@ -179,19 +182,31 @@ bool DrawerWindow::Place(const DrawerPlacement& placement) {
   return true;
 }
 
+void DrawerWindow::Raise() {
+  if (!SetWindowPos(window_.get(), HWND_TOPMOST, 0, 0, 0, 0,
+                    SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE)) {
+    LogLastError(L"SetWindowPos", kLogWarn);
+  }
+}
+
 void DrawerWindow::Hide() {
   if (window_) ShowWindow(window_.get(), SW_HIDE);
   visible_ = false;
 }
 
-bool DrawerWindow::Frame(ID3D11Texture2D* frame, const RECT& crop, float t,
-                         const BlurParams& params, const DrawCallback& draw) {
-  if (!swap_chain_ || !back_buffer_view_ || !renderer_) return false;
+HRESULT DrawerWindow::Frame(ID3D11Texture2D* frame, const RECT& crop, float t,
+                            const BlurParams& params, const DrawCallback& draw) {
+  if (!swap_chain_ || !back_buffer_view_ || !renderer_) return E_UNEXPECTED;
   ClearToTint(params);
   if (frame) renderer_->Render(frame, crop, back_buffer_view_.get(), width_, height_, params);
-  if (draw && d2d_context_ && d2d_target_) DrawOverlay(draw, params.opacity);
-  surface_->Commit(SlideOffset(height_, t));
-  return Present();
+  if (draw && d2d_context_ && d2d_target_) {
+    const HRESULT hr = DrawOverlay(draw, params.opacity);
+    // Direct2D's device is gone with it: presenting would only fail the same way.
+    if (hr == kD2dRecreateTarget) return hr;
+  }
+  const HRESULT hr = surface_->Present(swap_chain_.get(), SlideOffset(height_, t));
+  frame_failures_.Check(hr, L"Present");
+  return hr;
 }
 
 void DrawerWindow::ClearToTint(const BlurParams& params) {
@@ -202,15 +217,12 @@ void DrawerWindow::ClearToTint(const BlurParams& params) {
   renderer_->Context()->ClearRenderTargetView(back_buffer_view_.get(), color);
 }
 
-void DrawerWindow::DrawOverlay(const DrawCallback& draw, float opacity) {
+HRESULT DrawerWindow::DrawOverlay(const DrawCallback& draw, float opacity) {
   d2d_context_->BeginDraw();
   draw(d2d_context_.get(), opacity);
-  frame_failures_.Check(d2d_context_->EndDraw(), L"D2D EndDraw");
-}
-
-bool DrawerWindow::Present() {
-  // One vertical blank of sync is the drawer's only pacing.
-  return frame_failures_.Check(swap_chain_->Present(1, 0), L"Present");
+  const HRESULT hr = d2d_context_->EndDraw();
+  frame_failures_.Check(hr, L"D2D EndDraw");
+  return hr;
 }
 
 void DrawerWindow::ReleaseSurfaces() {
@@ -224,14 +236,18 @@ void DrawerWindow::ReleaseSurfaces() {
   if (renderer_) renderer_->Trim();
 }
 
-void DrawerWindow::Destroy() {
+void DrawerWindow::DropDevice() {
   ReleaseSurfaces();
-  dwrite_factory_.reset();
   d2d_context_.reset();
   d2d_device_.reset();
   d2d_factory_.reset();
   if (attached_) surface_->Detach();
   attached_ = false;
+}
+
+void DrawerWindow::Destroy() {
+  DropDevice();
+  dwrite_factory_.reset();
   surface_ = nullptr;
   window_.reset();
   renderer_ = nullptr;

@@ -10,10 +10,12 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "app/app.h"
 #include "app/messages.h"
+#include "app/target_window_win.h"
 #include "app/tray_menu.h"
 #include "chat/chime.h"
 #include "chat/offscreen_target_win.h"
@@ -156,6 +158,20 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   ASSERT_TRUE(game.window());
   Post(WM_HOTKEY, 1);
   ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
+  // The game moves, grows and makes itself topmost, then goes back: the drawer follows and
+  // stays above it.
+  const HWND shown = drawer.DrawerWindowHandle();
+  for (const auto& [game_at, drawer_at, topmost] :
+       {std::tuple{RECT{40, 30, 1040, 730}, RECT{40, 499, 1040, 730}, HWND_TOPMOST},
+        std::tuple{kGameRect, RECT{100, 440, 1060, 660}, HWND_NOTOPMOST}}) {
+    SetWindowPos(game.window(), topmost, game_at.left, game_at.top, game_at.right - game_at.left,
+                 game_at.bottom - game_at.top, SWP_NOACTIVATE);
+    EXPECT_TRUE(PumpUntil([&] {
+      RECT at = {};
+      return GetWindowRect(shown, &at) && EqualRect(&at, &drawer_at) &&
+             !IsAbove(game.window(), shown);
+    }));
+  }
   PostKey('C');
   PostKey(27);
   ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));

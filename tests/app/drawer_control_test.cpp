@@ -32,9 +32,9 @@ class RefusingRenderer : public Renderer {
   bool CreateStates() override { return false; }
 };
 
-DrawerSeams WineSeams() {
+DrawerSeams WineSeams(test::SurfaceRecord* record = nullptr) {
   DrawerSeams seams;
-  seams.surface = [] { return test::MakeHwndSurface(); };
+  seams.surface = [record] { return test::MakeHwndSurface(record); };
   seams.frames = [] { return test::MakeGdiFrameSource(); };
   seams.idle_release_ms = 200;
   return seams;
@@ -77,11 +77,16 @@ class DrawerControlTest : public testing::Test {
   std::unique_ptr<DrawerControl> drawer_;
   std::vector<std::wstring> balloons_;
   bool update_deferred_ = false;
+  test::SurfaceRecord presented_;
 };
 
+// A failed opening lets go of what it made; one that opens presents its first frame, slid out
+// of sight, before the window shows. A device lost at that frame or later is rebuilt with the
+// capture at once, and the drawer goes on presenting.
 TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
-  DrawerSeams exclusive = WineSeams(), no_renderer = WineSeams(), system_surface = WineSeams(),
-              system_frames = WineSeams(), elevated = WineSeams();
+  DrawerSeams exclusive = WineSeams(&presented_), no_renderer = exclusive,
+              system_surface = exclusive, system_frames = exclusive, elevated = exclusive,
+              recorded = exclusive;
   exclusive.d3d_fullscreen = [] { return true; };
   no_renderer.renderer = [] { return std::make_unique<RefusingRenderer>(); };
   system_surface.surface = nullptr;
@@ -94,16 +99,23 @@ TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
     bool opens;
     const char* logged;
     bool balloon = false;
+    size_t lose_device_at = 0;
+    bool released = false;
   } cases[] = {
       {"exclusive", exclusive, kWholeScreen, false,
        "WARN  target is exclusive fullscreen; refusing to open (would minimise the game)", true},
       {"windowed beside a full-screen game", exclusive, kWindowed, true, "INFO  drawer open over"},
       {"renderer", no_renderer, kWindowed, false, "ERROR renderer init failed; cannot open"},
-      {"overlay", system_surface, kWindowed, false, "ERROR overlay create failed; cannot open"},
+      {"overlay", system_surface, kWindowed, false, "ERROR overlay create failed; cannot open",
+       false, 0, true},
       {"capture", system_frames, kWindowed, true,
        "WARN  capture failed to start; the drawer will show a flat scrim"},
       {"elevated", elevated, kWindowed, true,
        "WARN  no keyboard capture; falling back to focus transfer (backdrop will not update)"},
+      {"device lost at the first frame", recorded, kWindowed, true,
+       "WARN  graphics device lost (0x887A0005", false, 1},
+      {"device lost while open", recorded, kWindowed, true,
+       "WARN  graphics device lost (0x887A0005", false, 3},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -112,9 +124,24 @@ TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
     DrawerControl& drawer = MakeDrawer(c.seams);
     balloons_.clear();
     log_.Clear();
+    presented_ = {};
+    presented_.lose_device_at = c.lose_device_at;
     drawer.Open();
+    const auto& presents = presented_.presents;
+    if (c.opens && !presents.empty()) {
+      EXPECT_FALSE(presents[0].window_visible);
+      EXPECT_FLOAT_EQ(presents[0].offset_y, 220.0f);
+    }
+    if (c.lose_device_at) {
+      EXPECT_TRUE(test::PumpUntil([&] { return presents.size() > 5; }));
+      EXPECT_TRUE(presents.back().window_visible);
+    }
+    if (c.released) {
+      EXPECT_TRUE(test::PumpUntil([&] { return log_.Has("idle: released GPU stack"); }));
+    }
     EXPECT_TRUE(log_.Has(c.logged)) << log_.Text();
     EXPECT_EQ(drawer.IsOpen(), c.opens) << log_.Text();
+    EXPECT_EQ(presents.empty(), !c.opens);
     EXPECT_EQ(balloons_, c.balloon ? std::vector<std::wstring>{kBalloonExclusiveFullscreen}
                                    : std::vector<std::wstring>{});
     if (c.seams.keys_hidden) {

@@ -59,5 +59,23 @@ TEST(PlanSurface, ResizesOnlyForANewNonZeroSize) {
   }
 }
 
+// A lost device is rebuilt at once, but not on every tick when it stays lost.
+TEST(AfterFrameResult, ALostDeviceIsRebuiltUnlessItWasJustRebuilt) {
+  constexpr int32_t kOccluded = 0x087A0001, kFail = static_cast<int32_t>(0x80004005u);
+  const std::tuple<int32_t, uint64_t, AfterFrame> cases[] = {
+      {0, 0, AfterFrame::kGoOn},
+      {kOccluded, 0, AfterFrame::kGoOn},
+      {kFail, 9000, AfterFrame::kGoOn},
+      {kDxgiDeviceRemoved, 0, AfterFrame::kRebuild},
+      {kDxgiDeviceReset, 7000, AfterFrame::kRebuild},
+      {kDdiDeviceRemoved, 0, AfterFrame::kRebuild},
+      {kD2dRecreateTarget, 0, AfterFrame::kRebuild},
+      {kDxgiDeviceRemoved, 8001, AfterFrame::kClose},
+  };
+  for (const auto& [hr, last_rebuild, after] : cases) {
+    EXPECT_EQ(AfterFrameResult(hr, 10000, last_rebuild), after) << hr << " " << last_rebuild;
+  }
+}
+
 }  // namespace
 }  // namespace qn

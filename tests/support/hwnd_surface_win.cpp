@@ -8,6 +8,8 @@ namespace {
 
 class HwndSurface final : public DrawerSurface {
  public:
+  explicit HwndSurface(SurfaceRecord* record) : record_(record) {}
+
   bool Attach(HWND window, IDXGIDevice*) override {
     window_ = IsWindow(window) ? window : nullptr;
     if (!window_) Log(kLogError, L"HwndSurface: no window to attach to");
@@ -26,16 +28,25 @@ class HwndSurface final : public DrawerSurface {
     return CheckHr(hr, L"CreateSwapChainForHwnd", kLogError);
   }
 
-  void Commit(float) override {}
+  HRESULT Present(IDXGISwapChain1* chain, float offset_y) override {
+    if (record_) {
+      record_->presents.push_back({IsWindowVisible(window_) != FALSE, offset_y});
+      if (record_->presents.size() == record_->lose_device_at) return DXGI_ERROR_DEVICE_REMOVED;
+    }
+    return chain->Present(1, 0);
+  }
   void ClearContent() override {}
   void Detach() override { window_ = nullptr; }
 
  private:
+  SurfaceRecord* record_;
   HWND window_ = nullptr;
 };
 
 }  // namespace
 
-std::unique_ptr<DrawerSurface> MakeHwndSurface() { return std::make_unique<HwndSurface>(); }
+std::unique_ptr<DrawerSurface> MakeHwndSurface(SurfaceRecord* record) {
+  return std::make_unique<HwndSurface>(record);
+}
 
 }  // namespace qn::test
