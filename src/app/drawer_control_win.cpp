@@ -14,6 +14,7 @@
 #include "core/log.h"
 #include "gfx/capture.h"
 #include "gfx/capture_policy.h"
+#include "gfx/drawer_window.h"
 
 namespace qn {
 namespace {
@@ -46,8 +47,9 @@ DrawerControl::DrawerControl(HINSTANCE instance, ChatModel& model, ChatView& vie
       seams_(std::move(seams)),
       callbacks_(std::move(callbacks)),
       renderer_(MakeRenderer(seams_)) {
-  drawer_window_.SetInputHandler(
-      [this](UINT message, WPARAM wparam, LPARAM lparam) { OnDrawerInput(message, wparam, lparam); });
+  drawer_window_.SetInputHandler([this](UINT message, WPARAM wparam, LPARAM lparam) {
+    OnDrawerInput(message, wparam, lparam);
+  });
 }
 
 DrawerControl::~DrawerControl() { ReleaseGraphics(); }
@@ -91,8 +93,8 @@ bool DrawerControl::Refuses(HWND foreground, std::wstring_view executable) {
     return true;
   }
   const WindowPlace place = MeasureWindow(foreground);
-  const bool d3d_fullscreen = (seams_.d3d_fullscreen ? seams_.d3d_fullscreen
-                                                     : &ShellReportsD3dFullscreen)();
+  const bool d3d_fullscreen =
+      (seams_.d3d_fullscreen ? seams_.d3d_fullscreen : &ShellReportsD3dFullscreen)();
   const TargetGeometry geometry =
       PlanTarget(place.window, place.monitor, d3d_fullscreen, place.dpi, height_fraction_);
   if (geometry.mode == WindowMode::kExclusive) {
@@ -137,9 +139,7 @@ bool DrawerControl::MakeGraphics() {
 
 bool DrawerControl::ReadyView() {
   if (!write_factory_ &&
-      !CheckHr(DWriteCreateFactory(DWRITE_FACTORY_TYPE_SHARED, __uuidof(IDWriteFactory),
-                                   reinterpret_cast<IUnknown**>(write_factory_.put())),
-               L"DWriteCreateFactory", kLogError)) {
+      !CheckHr(CreateSharedWriteFactory(write_factory_), L"DWriteCreateFactory", kLogError)) {
     return false;
   }
   return view_.Init(write_factory_.get());
@@ -172,7 +172,8 @@ void DrawerControl::TakeKeyboard() {
     model_.SetText(kRoleNotice, kElevatedNotice);
   }
   if (hidden || !StartKeyboardCapture(window_, kMsgCapturedKey.id)) {
-    Log(kLogWarn, L"no keyboard capture; falling back to focus transfer (backdrop will not update)");
+    Log(kLogWarn,
+        L"no keyboard capture; falling back to focus transfer (backdrop will not update)");
     GiveFocusToDrawer();
   }
 }
@@ -211,7 +212,8 @@ void DrawerControl::CompleteClose() {
   open_ = false;
   const bool streaming = callbacks_.closed && callbacks_.closed();
   if (streaming) {
-    Log(kLogInfo, L"drawer closed with an answer still streaming; it will finish in the background");
+    Log(kLogInfo,
+        L"drawer closed with an answer still streaming; it will finish in the background");
   }
   const FrameCounts counts = frames_ ? frames_->Counts() : FrameCounts{};
   Log(kLogInfo, L"backdrop frames: %lld arrived, %lld accepted, %lld consumed",

@@ -5,6 +5,7 @@
 
 #include "core/failure_log.h"
 #include "core/handles.h"
+#include "core/module_proc.h"
 #include "core/os.h"
 #include "gfx/drawer_window.h"
 
@@ -77,7 +78,10 @@ WindowPlace MeasureWindow(HWND window) {
   GetWindowRect(window, &rect);
   place.window = ToScreenRect(rect);
   place.visible = place.window;
-  if (SUCCEEDED(DwmGetWindowAttribute(window, DWMWA_EXTENDED_FRAME_BOUNDS, &rect, sizeof(rect))) &&
+  static const SystemFunction<decltype(&::DwmGetWindowAttribute)> attribute(
+      L"dwmapi.dll", "DwmGetWindowAttribute");
+  if (attribute &&
+      SUCCEEDED(attribute.get()(window, DWMWA_EXTENDED_FRAME_BOUNDS, &rect, sizeof(rect))) &&
       rect.right > rect.left && rect.bottom > rect.top) {
     place.visible = ToScreenRect(rect);
   }

@@ -1,5 +1,4 @@
 #include <windows.h>
-#include <winhttp.h>
 
 #include <algorithm>
 #include <string>
@@ -65,7 +64,7 @@ HttpResponse EventStream::Post(const std::string& path, const std::string& body,
     Log(kLogWarn, L"SSE send failed: %lu", GetLastError());
     return {};
   }
-  if (!WinHttpReceiveResponse(handles.request.get(), nullptr)) {
+  if (!WinHttp().ReceiveResponse(handles.request.get(), nullptr)) {
     Log(kLogWarn, L"SSE receive failed: %lu", GetLastError());
     return {};
   }
