@@ -64,10 +64,6 @@ bool App::Init() {
   if (!PlatformAllowsStart() || !window_.Create(instance_)) return false;
   drawer_.Attach(window_.get());
   ConnectMessages();
-  // Only now: a visible window made before this would keep the older awareness.
-  if (!SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2)) {
-    LogLastError(L"SetProcessDpiAwarenessContext", kLogWarn);
-  }
   tray_.emplace(window_.get(), instance_);
   tray_->AddTrayIcon();
   hotkey_.emplace(window_.get(), instance_);

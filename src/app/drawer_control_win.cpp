@@ -15,6 +15,7 @@
 #include "core/os.h"
 #include "gfx/capture.h"
 #include "gfx/capture_policy.h"
+#include "gfx/drawer_window.h"
 
 namespace qn {
 namespace {
@@ -47,8 +48,9 @@ DrawerControl::DrawerControl(HINSTANCE instance, ChatModel& model, ChatView& vie
       seams_(std::move(seams)),
       callbacks_(std::move(callbacks)),
       renderer_(MakeRenderer(seams_)) {
-  drawer_window_.SetInputHandler(
-      [this](UINT message, WPARAM wparam, LPARAM lparam) { OnDrawerInput(message, wparam, lparam); });
+  drawer_window_.SetInputHandler([this](UINT message, WPARAM wparam, LPARAM lparam) {
+    OnDrawerInput(message, wparam, lparam);
+  });
 }
 
 DrawerControl::~DrawerControl() { ReleaseGraphics(); }
@@ -138,9 +140,7 @@ bool DrawerControl::MakeGraphics() {
 
 bool DrawerControl::ReadyView() {
   if (!write_factory_ &&
-      !CheckHr(DWriteCreateFactory(DWRITE_FACTORY_TYPE_SHARED, __uuidof(IDWriteFactory),
-                                   reinterpret_cast<IUnknown**>(write_factory_.put())),
-               L"DWriteCreateFactory", kLogError)) {
+      !CheckHr(CreateSharedWriteFactory(write_factory_), L"DWriteCreateFactory", kLogError)) {
     return false;
   }
   return view_.Init(write_factory_.get());
@@ -190,7 +190,8 @@ void DrawerControl::TakeKeyboard() {
     model_.SetText(kRoleNotice, kElevatedNotice);
   }
   if (hidden || !StartKeyboardCapture(window_, kMsgCapturedKey.id)) {
-    Log(kLogWarn, L"no keyboard capture; falling back to focus transfer (backdrop will not update)");
+    Log(kLogWarn,
+        L"no keyboard capture; falling back to focus transfer (backdrop will not update)");
     GiveFocusToDrawer();
   }
 }
@@ -229,7 +230,8 @@ void DrawerControl::CompleteClose() {
   open_ = false;
   const bool streaming = callbacks_.closed && callbacks_.closed();
   if (streaming) {
-    Log(kLogInfo, L"drawer closed with an answer still streaming; it will finish in the background");
+    Log(kLogInfo,
+        L"drawer closed with an answer still streaming; it will finish in the background");
   }
   const FrameCounts counts = frames_ ? frames_->Counts() : FrameCounts{};
   Log(kLogInfo, L"backdrop frames: %lld arrived, %lld accepted, %lld consumed",

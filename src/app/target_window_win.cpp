@@ -5,6 +5,7 @@
 
 #include "core/failure_log.h"
 #include "core/handles.h"
+#include "core/module_proc.h"
 #include "core/os.h"
 #include "gfx/drawer_window.h"
 
@@ -97,7 +98,10 @@ WindowPlace MeasureWindow(HWND window) {
   RECT rect = {};
   GetWindowRect(window, &rect);
   place.window = ToScreenRect(rect);
-  if (SUCCEEDED(DwmGetWindowAttribute(window, DWMWA_EXTENDED_FRAME_BOUNDS, &rect, sizeof(rect)))) {
+  static const SystemFunction<decltype(&::DwmGetWindowAttribute)> attribute(
+      L"dwmapi.dll", "DwmGetWindowAttribute");
+  if (attribute &&
+      SUCCEEDED(attribute.get()(window, DWMWA_EXTENDED_FRAME_BOUNDS, &rect, sizeof(rect)))) {
     place.frame = ToScreenRect(rect);
   }
   const HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST);

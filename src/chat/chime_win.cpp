@@ -9,16 +9,23 @@
 #include "chat/chime.h"
 #include "chat/chime_synth.h"
 #include "core/log.h"
+#include "core/module_proc.h"
 
 namespace qn {
 namespace {
+
+// winmm.dll on demand; without it the cue is skipped with the same warning as a failed play.
+ChimePlayer SystemPlayer() {
+  static const SystemFunction<ChimePlayer> play(L"winmm.dll", "PlaySoundW");
+  return play ? play.get() : [](LPCWSTR, HMODULE, DWORD) -> BOOL { return FALSE; };
+}
 
 struct ChimeState {
   std::mutex mutex;
   std::vector<uint8_t> wav;
   uint64_t last_play_tick = 0;
   ChimeClock clock = &GetTickCount64;
-  ChimePlayer player = &PlaySoundW;
+  ChimePlayer player = SystemPlayer();
 };
 
 ChimeState& State() {
@@ -72,7 +79,7 @@ void SetChimeHooks(ChimeClock clock, ChimePlayer player) {
   ChimeState& state = State();
   std::lock_guard lock(state.mutex);
   state.clock = clock ? clock : &GetTickCount64;
-  state.player = player ? player : &PlaySoundW;
+  state.player = player ? player : SystemPlayer();
   state.last_play_tick = 0;
 }
 

@@ -3,10 +3,8 @@
 // alias of UniqueHandle below, so ownership rules are written once.
 #include <objbase.h>
 #include <windows.h>
-// After windows.h, which it needs for its base types.
-#include <bcrypt.h>
-#include <winhttp.h>
-#include <winstring.h>
+
+#include "core/system_dlls.h"
 
 #include <cstdio>
 #include <utility>
@@ -83,14 +81,19 @@ using UniqueLocalMemory = UniqueHandle<HLOCAL, &LocalFree>;
 using UniqueCoTaskString = UniqueHandle<PWSTR, &CoTaskMemFree>;
 using UniqueCFile = UniqueHandle<FILE*, &fclose>;
 using UniqueGlobal = UniqueHandle<HGLOBAL, &GlobalFree>;
-using UniqueHinternet = UniqueHandle<HINTERNET, &WinHttpCloseHandle>;
-using UniqueHstring = UniqueHandle<HSTRING, &WindowsDeleteString>;
+// These DLLs load at run time (system_dlls.h); a handle exists only once its table is whole.
+inline void CloseInternet(HINTERNET handle) noexcept { WinHttp().CloseHandle(handle); }
+using UniqueHinternet = UniqueHandle<HINTERNET, &CloseInternet>;
+inline void DeleteHstring(HSTRING text) noexcept { WinRt().DeleteString(text); }
+using UniqueHstring = UniqueHandle<HSTRING, &DeleteHstring>;
 inline void CloseBcryptAlgorithm(BCRYPT_ALG_HANDLE algorithm) noexcept {
-  BCryptCloseAlgorithmProvider(algorithm, 0);
+  Bcrypt().CloseAlgorithmProvider(algorithm, 0);
 }
 using UniqueBcryptAlgorithm = UniqueHandle<BCRYPT_ALG_HANDLE, &CloseBcryptAlgorithm>;
-using UniqueBcryptHash = UniqueHandle<BCRYPT_HASH_HANDLE, &BCryptDestroyHash>;
-using UniqueBcryptKey = UniqueHandle<BCRYPT_KEY_HANDLE, &BCryptDestroyKey>;
+inline void DestroyBcryptHash(BCRYPT_HASH_HANDLE hash) noexcept { Bcrypt().DestroyHash(hash); }
+using UniqueBcryptHash = UniqueHandle<BCRYPT_HASH_HANDLE, &DestroyBcryptHash>;
+inline void DestroyBcryptKey(BCRYPT_KEY_HANDLE key) noexcept { Bcrypt().DestroyKey(key); }
+using UniqueBcryptKey = UniqueHandle<BCRYPT_KEY_HANDLE, &DestroyBcryptKey>;
 
 // Scope guards for the pairs of calls that are not handles.
 

@@ -22,6 +22,12 @@ constexpr uint32_t kMinimumOsBuild = 18362;
 OsVersion GetOsVersion();
 bool IsOsSupported();
 unsigned GetWindowDpi(HWND window);
+// The per-DPI forms of three user32 calls. They exist from Windows 10 1607 on and are looked
+// up at run time, so that older systems reach the version refusal rather than a loader
+// error; where missing, the system-DPI form answers instead.
+bool SystemParametersForDpi(UINT action, UINT size, void* value, UINT dpi);
+bool AdjustWindowRectForDpi(RECT* rect, DWORD style, DWORD ex_style, UINT dpi);
+int SystemMetricForDpi(int index, UINT dpi);
 // Registers the class, or finds it registered by an earlier object of this process. False
 // with GetLastError set when it cannot be had.
 bool EnsureWindowClass(const WNDCLASSEXW& window_class);

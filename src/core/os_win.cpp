@@ -33,6 +33,26 @@ unsigned GetWindowDpi(HWND window) {
   return dpi ? dpi : USER_DEFAULT_SCREEN_DPI;
 }
 
+bool SystemParametersForDpi(UINT action, UINT size, void* value, UINT dpi) {
+  static const auto for_dpi = GetModuleProc<decltype(&::SystemParametersInfoForDpi)>(
+      L"user32.dll", "SystemParametersInfoForDpi");
+  if (!for_dpi) return SystemParametersInfoW(action, size, value, 0) != FALSE;
+  return for_dpi(action, size, value, 0, dpi) != FALSE;
+}
+
+bool AdjustWindowRectForDpi(RECT* rect, DWORD style, DWORD ex_style, UINT dpi) {
+  static const auto for_dpi = GetModuleProc<decltype(&::AdjustWindowRectExForDpi)>(
+      L"user32.dll", "AdjustWindowRectExForDpi");
+  if (!for_dpi) return AdjustWindowRectEx(rect, style, FALSE, ex_style) != FALSE;
+  return for_dpi(rect, style, FALSE, ex_style, dpi) != FALSE;
+}
+
+int SystemMetricForDpi(int index, UINT dpi) {
+  static const auto for_dpi =
+      GetModuleProc<decltype(&::GetSystemMetricsForDpi)>(L"user32.dll", "GetSystemMetricsForDpi");
+  return for_dpi ? for_dpi(index, dpi) : GetSystemMetrics(index);
+}
+
 std::wstring ErrorText(uint32_t code) {
   wchar_t hex[16];
   _snwprintf_s(hex, std::size(hex), _TRUNCATE, L"0x%08X", code);

@@ -1,8 +1,5 @@
 #include "gfx/capture.h"
 
-#include <roapi.h>
-#include <winstring.h>
-
 #include <cwchar>
 #include <exception>
 #include <mutex>
@@ -11,6 +8,7 @@
 
 #include "core/failure_log.h"
 #include "core/log.h"
+#include "core/module_proc.h"
 
 namespace qn {
 
@@ -30,15 +28,16 @@ constexpr wchar_t kApiInformationClass[] = L"Windows.Foundation.Metadata.ApiInfo
 
 UniqueHstring MakeHstring(const wchar_t* text) {
   UniqueHstring made;
-  WindowsCreateString(text, static_cast<UINT32>(std::wcslen(text)), made.put());
+  WinRt().CreateString(text, static_cast<UINT32>(std::wcslen(text)), made.put());
   return made;
 }
 
 template <typename T>
 HRESULT GetFactory(const wchar_t* class_name, ComPtr<T>& factory) {
+  if (!WinRt()) return HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
   UniqueHstring name = MakeHstring(class_name);
   if (!name) return E_OUTOFMEMORY;
-  return RoGetActivationFactory(name.get(), T::kIid, reinterpret_cast<void**>(factory.put()));
+  return WinRt().GetActivationFactory(name.get(), T::kIid, reinterpret_cast<void**>(factory.put()));
 }
 
 // Frames, pools and sessions hold system resources until closed; a release alone can
@@ -110,8 +109,11 @@ bool WrapDevice(ID3D11Device* device, ComPtr<dx::IDirect3DDevice>& wrapped) {
     return false;
   }
   ComPtr<IInspectable> inspectable;
-  if (!CheckHr(CreateDirect3D11DeviceFromDXGIDevice(dxgi.get(), inspectable.put()),
-               L"CreateDirect3D11DeviceFromDXGIDevice", kLogError)) {
+  static const SystemFunction<CreateDirect3D11DeviceFromDxgiFn> wrap(
+      L"d3d11.dll", "CreateDirect3D11DeviceFromDXGIDevice");
+  const HRESULT made =
+      wrap ? wrap.get()(dxgi.get(), inspectable.put()) : HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
+  if (!CheckHr(made, L"CreateDirect3D11DeviceFromDXGIDevice", kLogError)) {
     return false;
   }
   return CheckHr(abi::Query(inspectable.get(), wrapped), L"QueryInterface(IDirect3DDevice)",

@@ -3,6 +3,7 @@
 #include <dcomp.h>
 
 #include "core/failure_log.h"
+#include "core/module_proc.h"
 
 namespace qn {
 namespace {
@@ -55,7 +56,10 @@ class CompositionSurface final : public DrawerSurface {
 
  private:
   bool Bind(HWND window, IDXGIDevice* device) {
-    HRESULT hr = DCompositionCreateDevice(device, IID_PPV_ARGS(device_.put()));
+    static const SystemFunction<decltype(&::DCompositionCreateDevice)> create(
+        L"dcomp.dll", "DCompositionCreateDevice");
+    HRESULT hr = create ? create.get()(device, IID_PPV_ARGS(device_.put()))
+                        : HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
     if (!CheckHr(hr, L"DCompositionCreateDevice", kLogError)) return false;
     // Topmost: the visual goes above anything else the window might show.
     hr = device_->CreateTargetForHwnd(window, TRUE, target_.put());

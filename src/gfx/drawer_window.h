@@ -40,6 +40,9 @@ inline RECT ToRect(const ScreenRect& r) { return {r.left, r.top, r.right, r.bott
 // Shows the window at the rectangle above everything, without activating it.
 bool ShowDrawerAt(HWND window, const RECT& rect);
 
+// The process's shared DirectWrite factory, from System32's dwrite.dll.
+HRESULT CreateSharedWriteFactory(ComPtr<IDWriteFactory>& factory);
+
 class DrawerWindow {
  public:
   // Draws the chat over the backdrop; one Direct2D unit is one pixel.

@@ -4,6 +4,7 @@
 
 #include "core/failure_log.h"
 #include "core/log.h"
+#include "core/module_proc.h"
 #include "core/os.h"
 #include "gfx/renderer.h"
 
@@ -71,8 +72,13 @@ bool DrawerWindow::CreateWindowHandle(HINSTANCE instance) {
 bool DrawerWindow::CreateDirect2D(IDXGIDevice* device) {
   // Everything is drawn on the interface thread, so the factory needs no locking.
   D2D1_FACTORY_OPTIONS options = {D2D1_DEBUG_LEVEL_NONE};
-  HRESULT hr = D2D1CreateFactory(D2D1_FACTORY_TYPE_SINGLE_THREADED, __uuidof(ID2D1Factory1),
-                                 &options, reinterpret_cast<void**>(d2d_factory_.put()));
+  // d2d1.h overloads the name with templates, so the plain function's type is spelled out.
+  using CreateFactoryFn =
+      HRESULT(WINAPI*)(D2D1_FACTORY_TYPE, REFIID, const D2D1_FACTORY_OPTIONS*, void**);
+  static const SystemFunction<CreateFactoryFn> create(L"d2d1.dll", "D2D1CreateFactory");
+  HRESULT hr = create ? create.get()(D2D1_FACTORY_TYPE_SINGLE_THREADED, __uuidof(ID2D1Factory1),
+                                     &options, reinterpret_cast<void**>(d2d_factory_.put()))
+                      : HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
   if (!CheckHr(hr, L"D2D1CreateFactory", kLogError)) return false;
   hr = d2d_factory_->CreateDevice(device, d2d_device_.put());
   if (!CheckHr(hr, L"ID2D1Factory1::CreateDevice", kLogError)) return false;
@@ -80,10 +86,16 @@ bool DrawerWindow::CreateDirect2D(IDXGIDevice* device) {
       d2d_device_->CreateDeviceContext(D2D1_DEVICE_CONTEXT_OPTIONS_NONE, d2d_context_.put()));
 }
 
+HRESULT CreateSharedWriteFactory(ComPtr<IDWriteFactory>& factory) {
+  static const SystemFunction<decltype(&::DWriteCreateFactory)> create(L"dwrite.dll",
+                                                                       "DWriteCreateFactory");
+  if (!create) return HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
+  return create.get()(DWRITE_FACTORY_TYPE_SHARED, __uuidof(IDWriteFactory),
+                      reinterpret_cast<IUnknown**>(factory.put()));
+}
+
 bool DrawerWindow::CreateWriteFactory() {
-  const HRESULT hr = DWriteCreateFactory(DWRITE_FACTORY_TYPE_SHARED, __uuidof(IDWriteFactory),
-                                         reinterpret_cast<IUnknown**>(dwrite_factory_.put()));
-  return CheckHr(hr, L"DWriteCreateFactory", kLogError);
+  return CheckHr(CreateSharedWriteFactory(dwrite_factory_), L"DWriteCreateFactory", kLogError);
 }
 
 bool DrawerWindow::EnsureSize(uint32_t width, uint32_t height) {

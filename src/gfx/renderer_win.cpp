@@ -4,11 +4,13 @@
 
 #include <cfloat>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <string_view>
 
 #include "core/failure_log.h"
 #include "core/log.h"
+#include "core/module_proc.h"
 #include "core/os.h"
 #include "gfx/hintwick_hlsl.h"
 #include "gfx/renderer.h"
@@ -18,12 +20,24 @@ namespace {
 
 constexpr UINT kCompileFlags = D3DCOMPILE_OPTIMIZATION_LEVEL3;
 
+// The shaders are built for the lowest level the device may be made at: a 10.1 device
+// refuses shader model 5 code, and nothing in the blur needs more than model 4.1.
+constexpr D3D_FEATURE_LEVEL kFeatureLevels[] = {D3D_FEATURE_LEVEL_11_1, D3D_FEATURE_LEVEL_11_0,
+                                                D3D_FEATURE_LEVEL_10_1};
+constexpr char kVertexProfile[] = "vs_4_1";
+constexpr char kPixelProfile[] = "ps_4_1";
+
 ComPtr<ID3DBlob> Compile(const char* entry, const char* profile) {
   ComPtr<ID3DBlob> code;
   ComPtr<ID3DBlob> errors;
   const std::string_view source = kHintwickHlsl;
-  const HRESULT hr = D3DCompile(source.data(), source.size(), "hintwick.hlsl", nullptr, nullptr,
-                                entry, profile, kCompileFlags, 0, code.put(), errors.put());
+  static const SystemFunction<pD3DCompile> compile(L"d3dcompiler_47.dll", "D3DCompile");
+  if (!compile) {
+    LogLastError(L"d3dcompiler_47.dll", kLogError);
+    return code;
+  }
+  const HRESULT hr = compile.get()(source.data(), source.size(), "hintwick.hlsl", nullptr, nullptr,
+                                   entry, profile, kCompileFlags, 0, code.put(), errors.put());
   if (SUCCEEDED(hr)) return code;
   if (errors) {
     std::string text(static_cast<const char*>(errors->GetBufferPointer()), errors->GetBufferSize());
@@ -38,7 +52,7 @@ ComPtr<ID3DBlob> Compile(const char* entry, const char* profile) {
 }
 
 bool CreatePixelShader(ID3D11Device* device, const char* entry, ID3D11PixelShader** shader) {
-  const ComPtr<ID3DBlob> code = Compile(entry, "ps_5_0");
+  const ComPtr<ID3DBlob> code = Compile(entry, kPixelProfile);
   return code && SUCCEEDED(device->CreatePixelShader(code->GetBufferPointer(),
                                                      code->GetBufferSize(), nullptr, shader));
 }
@@ -63,11 +77,13 @@ bool Renderer::Init() {
 }
 
 bool Renderer::CreateDevice() {
-  const D3D_FEATURE_LEVEL levels[] = {D3D_FEATURE_LEVEL_11_1, D3D_FEATURE_LEVEL_11_0,
-                                      D3D_FEATURE_LEVEL_10_1};
-  const HRESULT hr = D3D11CreateDevice(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr,
-                                       D3D11_CREATE_DEVICE_BGRA_SUPPORT, levels, 3,
-                                       D3D11_SDK_VERSION, device_.put(), nullptr, context_.put());
+  static const SystemFunction<PFN_D3D11_CREATE_DEVICE> create(L"d3d11.dll", "D3D11CreateDevice");
+  const HRESULT hr = create
+                         ? create.get()(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr,
+                                        D3D11_CREATE_DEVICE_BGRA_SUPPORT, kFeatureLevels,
+                                        static_cast<UINT>(std::size(kFeatureLevels)),
+                                        D3D11_SDK_VERSION, device_.put(), nullptr, context_.put())
+                         : HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
   if (FAILED(hr)) {
     Log(kLogError, L"D3D11CreateDevice (hardware) failed: %ls", ErrorText(hr).c_str());
     return false;
@@ -84,7 +100,7 @@ bool Renderer::CreateDevice() {
 }
 
 bool Renderer::CreateShaders() {
-  const ComPtr<ID3DBlob> vs = Compile("VSMain", "vs_5_0");
+  const ComPtr<ID3DBlob> vs = Compile("VSMain", kVertexProfile);
   return vs &&
          SUCCEEDED(device_->CreateVertexShader(vs->GetBufferPointer(), vs->GetBufferSize(), nullptr,
                                                vertex_shader_.put())) &&
@@ -117,8 +133,12 @@ bool Renderer::CreateStates() {
 
 bool Renderer::DisplayIsHdr(HWND window) {
   const HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST);
+  static const SystemFunction<decltype(&::CreateDXGIFactory1)> create_factory(L"dxgi.dll",
+                                                                              "CreateDXGIFactory1");
   ComPtr<IDXGIFactory1> factory;
-  if (!monitor || FAILED(CreateDXGIFactory1(IID_PPV_ARGS(factory.put())))) return false;
+  if (!monitor || !create_factory || FAILED(create_factory.get()(IID_PPV_ARGS(factory.put())))) {
+    return false;
+  }
   ComPtr<IDXGIOutput> found;
   ComPtr<IDXGIAdapter1> adapter;
   // Any enumeration failure ends the walk like the end of the list does.

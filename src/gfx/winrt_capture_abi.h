@@ -16,9 +16,10 @@
 
 #include "core/handles.h"
 
-// Exported by d3d11.dll and present in the import library, but declared by no MinGW header.
-extern "C" HRESULT __stdcall CreateDirect3D11DeviceFromDXGIDevice(IDXGIDevice* dxgi_device,
-                                                                  IInspectable** device);
+// Exported by d3d11.dll as CreateDirect3D11DeviceFromDXGIDevice, but declared by no MinGW
+// header.
+using CreateDirect3D11DeviceFromDxgiFn = HRESULT(WINAPI*)(IDXGIDevice* dxgi_device,
+                                                          IInspectable** device);
 
 namespace qn::abi {
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/failure_log.h"
+#include "core/system_dlls.h"
 #include "core/log.h"
 
 namespace qn {
@@ -56,16 +57,16 @@ AsyncRequest::AsyncRequest(UniqueHinternet request, const RequestCancel& cancel)
     : request_(std::move(request)), cancel_(cancel), step_(std::make_unique<Step>()) {
   if (!request_ || !step_->done || !step_->closed) return;
   constexpr DWORD kReported = WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES;
-  if (WinHttpSetStatusCallback(request_.get(), &OnStatus, kReported, 0) ==
+  if (WinHttp().SetStatusCallback(request_.get(), &OnStatus, kReported, 0) ==
       WINHTTP_INVALID_STATUS_CALLBACK) {
     LogLastError(L"WinHttpSetStatusCallback", kLogWarn);
     return;
   }
   // Set before any step, so that even a request closed unsent says when it is gone.
   DWORD_PTR context = reinterpret_cast<DWORD_PTR>(step_.get());
-  if (!WinHttpSetOption(request_.get(), WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context))) {
+  if (!WinHttp().SetOption(request_.get(), WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof(context))) {
     LogLastError(L"WinHttpSetOption", kLogWarn);
-    WinHttpSetStatusCallback(request_.get(), nullptr, 0, 0);
+    WinHttp().SetStatusCallback(request_.get(), nullptr, 0, 0);
     return;
   }
   ready_ = true;
@@ -102,21 +103,21 @@ bool AsyncRequest::Send(const std::string& body) {
   // WinHTTP only reads the optional data; the parameter is not const for historical reasons.
   void* data = body.empty() ? WINHTTP_NO_REQUEST_DATA : const_cast<char*>(body.data());
   return Await(ready_ &&
-               WinHttpSendRequest(request_.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, data, length,
+               WinHttp().SendRequest(request_.get(), WINHTTP_NO_ADDITIONAL_HEADERS, 0, data, length,
                                   length, reinterpret_cast<DWORD_PTR>(step_.get())));
 }
 
 bool AsyncRequest::ReceiveHead() {
-  return Await(ready_ && WinHttpReceiveResponse(request_.get(), nullptr));
+  return Await(ready_ && WinHttp().ReceiveResponse(request_.get(), nullptr));
 }
 
 // The counts come with the completions: in this mode WinHTTP asks for null out-parameters.
 bool AsyncRequest::Read(char* buffer, DWORD capacity, DWORD& got) {
   got = 0;
-  if (!Await(ready_ && WinHttpQueryDataAvailable(request_.get(), nullptr))) return false;
+  if (!Await(ready_ && WinHttp().QueryDataAvailable(request_.get(), nullptr))) return false;
   const DWORD available = step_->bytes;
   if (available == 0) return true;
-  if (!Await(WinHttpReadData(request_.get(), buffer, std::min(available, capacity), nullptr))) {
+  if (!Await(WinHttp().ReadData(request_.get(), buffer, std::min(available, capacity), nullptr))) {
     return false;
   }
   got = step_->bytes;

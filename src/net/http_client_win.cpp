@@ -1,10 +1,10 @@
 #include <windows.h>
-#include <winhttp.h>
 
 #include <algorithm>
 #include <iterator>
 
 #include "core/failure_log.h"
+#include "core/handles.h"
 #include "core/log.h"
 #include "core/utf.h"
 #include "net/http_client.h"
@@ -39,14 +39,14 @@ std::wstring HeaderBlock(const std::string& token, bool streaming) {
 }
 
 void SetTimeoutOption(HINTERNET request, DWORD option, DWORD timeout_ms) {
-  if (!WinHttpSetOption(request, option, &timeout_ms, sizeof(timeout_ms))) {
+  if (!WinHttp().SetOption(request, option, &timeout_ms, sizeof(timeout_ms))) {
     LogLastError(L"WinHttpSetOption", kLogWarn);
   }
 }
 
 void SetRequestTimeouts(HINTERNET request, DWORD timeout_ms, bool streaming) {
   const int all = static_cast<int>(timeout_ms);
-  if (timeout_ms != 0 && !WinHttpSetTimeouts(request, all, all, all, all)) {
+  if (timeout_ms != 0 && !WinHttp().SetTimeouts(request, all, all, all, all)) {
     LogLastError(L"WinHttpSetTimeouts", kLogWarn);
   }
   if (streaming) SetTimeoutOption(request, WINHTTP_OPTION_RECEIVE_TIMEOUT, kStreamReceiveTimeoutMs);
@@ -83,14 +83,14 @@ void LogExchangeFailure(const wchar_t* verb, const std::string& path, const wcha
 }
 
 UniqueHinternet OpenSession(DWORD flags) {
-  UniqueHinternet session(WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
-                                      WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, flags));
+  UniqueHinternet session(WinHttp().Open(kUserAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
+                                        WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, flags));
   if (!session) {
     LogLastError(L"WinHttpOpen", kLogError);
     return session;
   }
-  if (!WinHttpSetTimeouts(session.get(), kResolveTimeoutMs, kConnectTimeoutMs, kSendTimeoutMs,
-                          kReceiveTimeoutMs)) {
+  if (!WinHttp().SetTimeouts(session.get(), kResolveTimeoutMs, kConnectTimeoutMs, kSendTimeoutMs,
+                             kReceiveTimeoutMs)) {
     LogLastError(L"WinHttpSetTimeouts", kLogWarn);
   }
   return session;
@@ -102,15 +102,16 @@ bool SendRequestBody(HINTERNET request, const std::string& body) {
   const auto length = static_cast<DWORD>(body.size());
   // WinHTTP only reads the optional data; the parameter is not const for historical reasons.
   void* data = body.empty() ? WINHTTP_NO_REQUEST_DATA : const_cast<char*>(body.data());
-  return WinHttpSendRequest(request, WINHTTP_NO_ADDITIONAL_HEADERS, 0, data, length, length, 0) !=
-         FALSE;
+  return WinHttp().SendRequest(request, WINHTTP_NO_ADDITIONAL_HEADERS, 0, data, length, length,
+                               0) != FALSE;
 }
 
 int32_t QueryStatusCode(HINTERNET request) {
   DWORD status = 0;
   DWORD size = sizeof(status);
-  if (!WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
-                           WINHTTP_HEADER_NAME_BY_INDEX, &status, &size, WINHTTP_NO_HEADER_INDEX)) {
+  if (!WinHttp().QueryHeaders(request, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
+                              WINHTTP_HEADER_NAME_BY_INDEX, &status, &size,
+                              WINHTTP_NO_HEADER_INDEX)) {
     LogLastError(L"WinHttpQueryHeaders", kLogWarn);
     return 0;
   }
@@ -122,19 +123,21 @@ int32_t QueryStatusCode(HINTERNET request) {
 bool ReadAvailable(HINTERNET request, char* buffer, DWORD capacity, DWORD& got) {
   got = 0;
   DWORD available = 0;
-  if (!WinHttpQueryDataAvailable(request, &available)) return false;
+  if (!WinHttp().QueryDataAvailable(request, &available)) return false;
   if (available == 0) return true;
-  return WinHttpReadData(request, buffer, std::min(available, capacity), &got) != FALSE;
+  return WinHttp().ReadData(request, buffer, std::min(available, capacity), &got) != FALSE;
 }
 
 bool HttpClient::Init(const std::wstring& base_url) {
   session_.reset();
+  // Every request goes through the session made here, so only here is the DLL checked.
+  if (!WinHttp()) return LogLastError(L"winhttp.dll", kLogError);
   wchar_t host[256] = {};
   URL_COMPONENTS parts{};
   parts.dwStructSize = sizeof(parts);
   parts.lpszHostName = host;
   parts.dwHostNameLength = static_cast<DWORD>(std::size(host));
-  if (!WinHttpCrackUrl(base_url.c_str(), 0, 0, &parts)) {
+  if (!WinHttp().CrackUrl(base_url.c_str(), 0, 0, &parts)) {
     Log(kLogError, L"could not parse base URL '%ls' (%lu)", base_url.c_str(), GetLastError());
     return false;
   }
@@ -153,23 +156,23 @@ bool HttpClient::OpenRequest(const wchar_t* verb, const std::string& path, const
                              bool streaming, DWORD timeout_ms, HttpRequestHandles& handles) const {
   const UniqueHinternet& session = streaming ? stream_session_ : session_;
   if (!session) return false;
-  handles.connection.reset(WinHttpConnect(session.get(), host_.c_str(), port_, 0));
+  handles.connection.reset(WinHttp().Connect(session.get(), host_.c_str(), port_, 0));
   if (!handles.connection) {
     LogLastError(L"WinHttpConnect", kLogWarn);
     return false;
   }
   const std::wstring object = Utf8ToWide(path);
-  handles.request.reset(WinHttpOpenRequest(handles.connection.get(), verb, object.c_str(), nullptr,
-                                           WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
-                                           secure_ ? WINHTTP_FLAG_SECURE : 0));
+  handles.request.reset(WinHttp().OpenRequest(
+      handles.connection.get(), verb, object.c_str(), nullptr, WINHTTP_NO_REFERER,
+      WINHTTP_DEFAULT_ACCEPT_TYPES, secure_ ? WINHTTP_FLAG_SECURE : 0));
   if (!handles.request) {
     LogLastError(L"WinHttpOpenRequest", kLogWarn);
     return false;
   }
   SetRequestTimeouts(handles.request.get(), timeout_ms, streaming);
   const std::wstring headers = HeaderBlock(token, streaming);
-  if (!WinHttpAddRequestHeaders(handles.request.get(), headers.c_str(), static_cast<DWORD>(-1),
-                                WINHTTP_ADDREQ_FLAG_ADD | WINHTTP_ADDREQ_FLAG_REPLACE)) {
+  if (!WinHttp().AddRequestHeaders(handles.request.get(), headers.c_str(), static_cast<DWORD>(-1),
+                                   WINHTTP_ADDREQ_FLAG_ADD | WINHTTP_ADDREQ_FLAG_REPLACE)) {
     LogLastError(L"WinHttpAddRequestHeaders", kLogWarn);
     return false;
   }
@@ -200,7 +203,7 @@ HttpResponse HttpClient::Exchange(const wchar_t* verb, const std::string& path,
     LogExchangeFailure(verb, path, L"send", GetLastError());
     return response;
   }
-  if (!WinHttpReceiveResponse(handles.request.get(), nullptr)) {
+  if (!WinHttp().ReceiveResponse(handles.request.get(), nullptr)) {
     LogExchangeFailure(verb, path, L"receive", GetLastError());
     return response;
   }

@@ -8,6 +8,7 @@
 #include "core/failure_log.h"
 #include "core/handles.h"
 #include "core/log.h"
+#include "core/module_proc.h"
 #include "core/state_file.h"
 #include "net/token_store.h"
 
@@ -34,8 +35,10 @@ std::wstring TokenStore::Path() {
 void TokenStore::Save(const std::string& refresh_token) {
   DATA_BLOB plain = BlobOf(refresh_token);
   DATA_BLOB protected_blob{};
-  if (!CryptProtectData(&plain, L"Hintwick refresh token", nullptr, nullptr, nullptr,
-                        CRYPTPROTECT_UI_FORBIDDEN, &protected_blob)) {
+  static const SystemFunction<decltype(&::CryptProtectData)> protect(L"crypt32.dll",
+                                                                     "CryptProtectData");
+  if (!protect || !protect.get()(&plain, L"Hintwick refresh token", nullptr, nullptr, nullptr,
+                                 CRYPTPROTECT_UI_FORBIDDEN, &protected_blob)) {
     LogLastError(L"CryptProtectData", kLogWarn);
     return;
   }
@@ -53,8 +56,10 @@ std::string TokenStore::Load() {
   if (!stored || stored->empty()) return {};
   DATA_BLOB sealed = BlobOf(*stored);
   DATA_BLOB plain{};
-  if (!CryptUnprotectData(&sealed, nullptr, nullptr, nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN,
-                          &plain)) {
+  static const SystemFunction<decltype(&::CryptUnprotectData)> unprotect(L"crypt32.dll",
+                                                                         "CryptUnprotectData");
+  if (!unprotect || !unprotect.get()(&sealed, nullptr, nullptr, nullptr, nullptr,
+                                     CRYPTPROTECT_UI_FORBIDDEN, &plain)) {
     Log(kLogWarn, L"CryptUnprotectData failed: %lu (stale or copied from another profile)",
         GetLastError());
     return {};

@@ -6,6 +6,7 @@
 #include "core/data_dir.h"
 #include "core/handles.h"
 #include "core/log.h"
+#include "core/module_proc.h"
 #include "setup/crash_report.h"
 
 namespace qn {
@@ -13,10 +14,14 @@ namespace {
 
 // Stacks, thread state and the memory they point at, but no full memory: no game footage
 // or captured frames end up in a file the player is asked to send.
-constexpr auto kDumpType = static_cast<MINIDUMP_TYPE>(
-    MiniDumpWithThreadInfo | MiniDumpWithIndirectlyReferencedMemory |
-    MiniDumpWithUnloadedModules | MiniDumpScanMemory);
+constexpr auto kDumpType =
+    static_cast<MINIDUMP_TYPE>(MiniDumpWithThreadInfo | MiniDumpWithIndirectlyReferencedMemory |
+                               MiniDumpWithUnloadedModules | MiniDumpScanMemory);
 static_assert(kDumpType == 0x1070);
+
+// Looked up at install: loading a DLL from the filter would need the loader's lock, which
+// the crashing thread may be holding.
+decltype(&::MiniDumpWriteDump) g_write_dump = nullptr;
 
 CrashTime LocalCrashTime() {
   SYSTEMTIME now{};
@@ -27,15 +32,17 @@ CrashTime LocalCrashTime() {
 void WriteDump(const std::wstring& path, EXCEPTION_POINTERS* info) {
   const UniqueFileHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                           FILE_ATTRIBUTE_NORMAL, nullptr));
-  if (!file) return;  // the log line and the box still name the path that was tried
+  // The log line and the box still name the path that was tried.
+  if (!file || !g_write_dump) return;
   MINIDUMP_EXCEPTION_INFORMATION exception{GetCurrentThreadId(), info, FALSE};
-  MiniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file.get(), kDumpType,
-                    info ? &exception : nullptr, nullptr, nullptr);
+  g_write_dump(GetCurrentProcess(), GetCurrentProcessId(), file.get(), kDumpType,
+               info ? &exception : nullptr, nullptr, nullptr);
 }
 
 }  // namespace
 
 void CrashReporter::Install() {
+  g_write_dump = SystemProc<decltype(&::MiniDumpWriteDump)>(L"dbghelp.dll", "MiniDumpWriteDump");
   SetUnhandledExceptionFilter(&CrashReporter::Filter);
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
   // abort() would otherwise show the runtime's own box and call the system's fault reporting.

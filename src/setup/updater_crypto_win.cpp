@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "core/failure_log.h"
 #include "core/handles.h"
 #include "core/log.h"
 #include "setup/updater.h"
@@ -21,8 +22,8 @@ bool CheckStatus(NTSTATUS status, const wchar_t* call) {
 
 bool GetDwordProperty(BCRYPT_HANDLE object, const wchar_t* property, DWORD& value) {
   ULONG written = 0;
-  return CheckStatus(BCryptGetProperty(object, property, reinterpret_cast<PUCHAR>(&value),
-                                       sizeof(value), &written, 0),
+  return CheckStatus(Bcrypt().GetProperty(object, property, reinterpret_cast<PUCHAR>(&value),
+                                          sizeof(value), &written, 0),
                      L"BCryptGetProperty");
 }
 
@@ -40,15 +41,19 @@ std::vector<UCHAR> P256PublicBlob(std::string_view point) {
   return blob;
 }
 
+// Every other call works on what this one made, so it alone checks that bcrypt.dll loaded.
+bool OpenAlgorithm(UniqueBcryptAlgorithm& algorithm, const wchar_t* id) {
+  const BcryptApi& bcrypt = Bcrypt();
+  if (!bcrypt) return LogLastError(L"bcrypt.dll", kLogWarn);
+  return CheckStatus(bcrypt.OpenAlgorithmProvider(algorithm.put(), id, nullptr, 0),
+                     L"BCryptOpenAlgorithmProvider");
+}
+
 }  // namespace
 
 std::string Sha256Digest(std::string_view bytes) {
   UniqueBcryptAlgorithm algorithm;
-  if (!CheckStatus(
-          BCryptOpenAlgorithmProvider(algorithm.put(), BCRYPT_SHA256_ALGORITHM, nullptr, 0),
-          L"BCryptOpenAlgorithmProvider")) {
-    return {};
-  }
+  if (!OpenAlgorithm(algorithm, BCRYPT_SHA256_ALGORITHM)) return {};
   DWORD object_size = 0;
   DWORD digest_size = 0;
   if (!GetDwordProperty(algorithm.get(), BCRYPT_OBJECT_LENGTH, object_size) ||
@@ -57,22 +62,23 @@ std::string Sha256Digest(std::string_view bytes) {
   }
   std::vector<UCHAR> object(object_size);
   UniqueBcryptHash hash;
-  if (!CheckStatus(
-          BCryptCreateHash(algorithm.get(), hash.put(), object.data(), object_size, nullptr, 0, 0),
-          L"BCryptCreateHash")) {
+  if (!CheckStatus(Bcrypt().CreateHash(algorithm.get(), hash.put(), object.data(), object_size,
+                                       nullptr, 0, 0),
+                   L"BCryptCreateHash")) {
     return {};
   }
   // BCryptHashData counts in ULONG; feeding it in slices keeps any size correct.
   for (std::string_view rest = bytes; !rest.empty();) {
     const std::string_view slice = rest.substr(0, ULONG_MAX / 2);
-    if (!CheckStatus(BCryptHashData(hash.get(), Bytes(slice), static_cast<ULONG>(slice.size()), 0),
-                     L"BCryptHashData")) {
+    if (!CheckStatus(
+            Bcrypt().HashData(hash.get(), Bytes(slice), static_cast<ULONG>(slice.size()), 0),
+            L"BCryptHashData")) {
       return {};
     }
     rest.remove_prefix(slice.size());
   }
   std::string digest(digest_size, '\0');
-  if (!CheckStatus(BCryptFinishHash(hash.get(), Bytes(digest), digest_size, 0),
+  if (!CheckStatus(Bcrypt().FinishHash(hash.get(), Bytes(digest), digest_size, 0),
                    L"BCryptFinishHash")) {
     return {};
   }
@@ -85,22 +91,19 @@ bool VerifyP256Signature(std::string_view public_key, std::string_view digest,
                          const RawSignature& signature) {
   if (public_key.size() != 65 || public_key[0] != 0x04) return false;
   UniqueBcryptAlgorithm algorithm;
-  if (!CheckStatus(
-          BCryptOpenAlgorithmProvider(algorithm.put(), BCRYPT_ECDSA_P256_ALGORITHM, nullptr, 0),
-          L"BCryptOpenAlgorithmProvider")) {
-    return false;
-  }
+  if (!OpenAlgorithm(algorithm, BCRYPT_ECDSA_P256_ALGORITHM)) return false;
   std::vector<UCHAR> blob = P256PublicBlob(public_key);
   UniqueBcryptKey key;
-  if (!CheckStatus(BCryptImportKeyPair(algorithm.get(), nullptr, BCRYPT_ECCPUBLIC_BLOB, key.put(),
-                                       blob.data(), static_cast<ULONG>(blob.size()), 0),
-                   L"BCryptImportKeyPair")) {
+  if (!CheckStatus(
+          Bcrypt().ImportKeyPair(algorithm.get(), nullptr, BCRYPT_ECCPUBLIC_BLOB, key.put(),
+                                 blob.data(), static_cast<ULONG>(blob.size()), 0),
+          L"BCryptImportKeyPair")) {
     return false;
   }
   RawSignature copy = signature;
   const NTSTATUS status =
-      BCryptVerifySignature(key.get(), nullptr, Bytes(digest), static_cast<ULONG>(digest.size()),
-                            copy.data(), static_cast<ULONG>(copy.size()), 0);
+      Bcrypt().VerifySignature(key.get(), nullptr, Bytes(digest), static_cast<ULONG>(digest.size()),
+                               copy.data(), static_cast<ULONG>(copy.size()), 0);
   // A signature that does not match is an answer, not a failure of the call.
   if (status == static_cast<NTSTATUS>(0xC000A000L)) return false;  // STATUS_INVALID_SIGNATURE
   return CheckStatus(status, L"BCryptVerifySignature");

@@ -1,5 +1,4 @@
 #include <windows.h>
-#include <winhttp.h>
 
 #include <string>
 
@@ -34,7 +33,9 @@ bool CrackUrl(const std::wstring& url, UrlParts& parts) {
   components.dwHostNameLength = static_cast<DWORD>(-1);
   components.dwUrlPathLength = static_cast<DWORD>(-1);
   components.dwExtraInfoLength = static_cast<DWORD>(-1);
-  if (!WinHttpCrackUrl(url.c_str(), 0, 0, &components) || components.dwHostNameLength == 0) {
+  // The first call of a download, so the one that checks that winhttp.dll loaded.
+  if (!WinHttp()) return LogLastError(L"winhttp.dll", kLogWarn);
+  if (!WinHttp().CrackUrl(url.c_str(), 0, 0, &components) || components.dwHostNameLength == 0) {
     return false;
   }
   parts.host.assign(components.lpszHostName, components.dwHostNameLength);
@@ -54,24 +55,24 @@ struct DownloadHandles {
 };
 
 bool OpenDownload(const UrlParts& url, DownloadHandles& handles) {
-  handles.session.reset(WinHttpOpen(kUserAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
-                                    WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
+  handles.session.reset(WinHttp().Open(kUserAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
+                                       WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
   if (!handles.session) return LogLastError(L"WinHttpOpen", kLogWarn);
-  if (!WinHttpSetTimeouts(handles.session.get(), kResolveTimeoutMs, kConnectTimeoutMs,
-                          kSendTimeoutMs, kReceiveTimeoutMs)) {
+  if (!WinHttp().SetTimeouts(handles.session.get(), kResolveTimeoutMs, kConnectTimeoutMs,
+                             kSendTimeoutMs, kReceiveTimeoutMs)) {
     LogLastError(L"WinHttpSetTimeouts", kLogWarn);
   }
-  handles.connection.reset(WinHttpConnect(handles.session.get(), url.host.c_str(), url.port, 0));
+  handles.connection.reset(WinHttp().Connect(handles.session.get(), url.host.c_str(), url.port, 0));
   if (!handles.connection) return LogLastError(L"WinHttpConnect", kLogWarn);
-  handles.request.reset(WinHttpOpenRequest(
+  handles.request.reset(WinHttp().OpenRequest(
       handles.connection.get(), L"GET", url.object.c_str(), nullptr, WINHTTP_NO_REFERER,
       WINHTTP_DEFAULT_ACCEPT_TYPES, url.secure ? WINHTTP_FLAG_SECURE : 0));
   if (!handles.request) return LogLastError(L"WinHttpOpenRequest", kLogWarn);
   // Wine bounds the wait for the response head by an option of its own, not the receive
   // time-out; set alike, a silent server is given up on after the same time everywhere.
   DWORD receive = kReceiveTimeoutMs;
-  if (!WinHttpSetOption(handles.request.get(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &receive,
-                        sizeof(receive))) {
+  if (!WinHttp().SetOption(handles.request.get(), WINHTTP_OPTION_RECEIVE_RESPONSE_TIMEOUT, &receive,
+                           sizeof(receive))) {
     LogLastError(L"WinHttpSetOption", kLogWarn);
   }
   return true;
@@ -110,7 +111,7 @@ std::optional<std::string> Updater::Download(const std::string& url) const {
     LogLastError(L"WinHttpSendRequest", kLogWarn);
     return std::nullopt;
   }
-  if (!WinHttpReceiveResponse(handles.request.get(), nullptr)) {
+  if (!WinHttp().ReceiveResponse(handles.request.get(), nullptr)) {
     LogLastError(L"WinHttpReceiveResponse", kLogWarn);
     return std::nullopt;
   }

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "core/log.h"
+#include "core/os.h"
 #include "core/settings.h"
 #include "core/utf.h"
 #include "net/session.h"
@@ -29,15 +30,20 @@ struct ControlClass {
 ControlClass ClassOf(ControlKind kind) {
   switch (kind) {
     case ControlKind::kHeading:
-    case ControlKind::kLabel: return {L"STATIC", SS_LEFT | SS_NOPREFIX, 0};
-    case ControlKind::kSeparator: return {L"STATIC", SS_ETCHEDHORZ, 0};
+    case ControlKind::kLabel:
+      return {L"STATIC", SS_LEFT | SS_NOPREFIX, 0};
+    case ControlKind::kSeparator:
+      return {L"STATIC", SS_ETCHEDHORZ, 0};
     case ControlKind::kEdit:
       return {L"EDIT", ES_AUTOHSCROLL | WS_TABSTOP, WS_EX_CLIENTEDGE};
     case ControlKind::kPasswordEdit:
       return {L"EDIT", ES_AUTOHSCROLL | ES_PASSWORD | WS_TABSTOP, WS_EX_CLIENTEDGE};
-    case ControlKind::kButton: return {L"BUTTON", BS_PUSHBUTTON | WS_TABSTOP, 0};
-    case ControlKind::kCheckBox: return {L"BUTTON", BS_AUTOCHECKBOX | WS_TABSTOP, 0};
-    case ControlKind::kSlider: return {TRACKBAR_CLASSW, TBS_HORZ | TBS_NOTICKS | WS_TABSTOP, 0};
+    case ControlKind::kButton:
+      return {L"BUTTON", BS_PUSHBUTTON | WS_TABSTOP, 0};
+    case ControlKind::kCheckBox:
+      return {L"BUTTON", BS_AUTOCHECKBOX | WS_TABSTOP, 0};
+    case ControlKind::kSlider:
+      return {TRACKBAR_CLASSW, TBS_HORZ | TBS_NOTICKS | WS_TABSTOP, 0};
     case ControlKind::kComboBox:
       return {L"COMBOBOX", CBS_DROPDOWNLIST | WS_VSCROLL | WS_TABSTOP, 0};
   }
@@ -50,7 +56,7 @@ UniqueHfont MessageFont(UINT dpi, LONG weight) {
   NONCLIENTMETRICSW metrics = {};
   metrics.cbSize = sizeof(metrics);
   LOGFONTW font = {};
-  if (SystemParametersInfoForDpi(SPI_GETNONCLIENTMETRICS, sizeof(metrics), &metrics, 0, dpi)) {
+  if (SystemParametersForDpi(SPI_GETNONCLIENTMETRICS, sizeof(metrics), &metrics, dpi)) {
     font = metrics.lfMessageFont;
   } else {
     font.lfHeight = -Scaled(12, dpi);
@@ -102,14 +108,17 @@ void SetupControl(HWND control, const ControlPlan& plan) {
     SendMessageW(control, TBM_SETRANGE, FALSE, MAKELPARAM(field->low, field->high));
   }
   switch (plan.id) {
-    case kIdPassword: SubclassPasswordBox(control); break;
+    case kIdPassword:
+      SubclassPasswordBox(control);
+      break;
     case kIdDirectness:
       for (const wchar_t* style : {L"Coach - ask first, answer last",
                                    L"Hints - nudge, then answer if pressed", L"Just answer"}) {
         SendMessageW(control, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(style));
       }
       break;
-    default: break;
+    default:
+      break;
   }
 }
 
@@ -231,8 +240,8 @@ void ShowStatus(HWND control, const wchar_t* text) {
 std::wstring ControlText(HWND window, int id) {
   const HWND control = GetDlgItem(window, id);
   std::wstring text(static_cast<size_t>(GetWindowTextLengthW(control)) + 1, L'\0');
-  text.resize(static_cast<size_t>(
-      GetWindowTextW(control, text.data(), static_cast<int>(text.size()))));
+  text.resize(
+      static_cast<size_t>(GetWindowTextW(control, text.data(), static_cast<int>(text.size()))));
   return text;
 }
 

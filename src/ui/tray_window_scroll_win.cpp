@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "core/os.h"
 #include "ui/tray_window_layout.h"
 #include "ui/tray_window_state_win.h"
 
@@ -34,24 +35,23 @@ void SetScrollRange(const TrayWindowState& state) {
 SIZE OuterSize(const TrayWindowState& state, LONG available_height) {
   RECT rect = {0, 0, Scaled(TrayWindowClient().width, state.dpi), ContentHeight(state)};
   const auto style = static_cast<DWORD>(GetWindowLongPtrW(state.window, GWL_STYLE) & ~WS_VSCROLL);
-  AdjustWindowRectExForDpi(&rect, style, FALSE,
-                           static_cast<DWORD>(GetWindowLongPtrW(state.window, GWL_EXSTYLE)),
-                           state.dpi);
+  AdjustWindowRectForDpi(
+      &rect, style, static_cast<DWORD>(GetWindowLongPtrW(state.window, GWL_EXSTYLE)), state.dpi);
   SIZE size = {rect.right - rect.left, rect.bottom - rect.top};
   if (size.cy > available_height) {
     size.cy = available_height;
-    size.cx += GetSystemMetricsForDpi(SM_CXVSCROLL, state.dpi);
+    size.cx += SystemMetricForDpi(SM_CXVSCROLL, state.dpi);
   }
   return size;
 }
 
 }  // namespace
 
-void PlaceTrayWindow(TrayWindowState& state, const RECT& work_area,
-                     std::optional<POINT> top_left) {
+void PlaceTrayWindow(TrayWindowState& state, const RECT& work_area, std::optional<POINT> top_left) {
   const SIZE size = OuterSize(state, work_area.bottom - work_area.top);
-  POINT at = top_left.value_or(POINT{work_area.left + (work_area.right - work_area.left - size.cx) / 2,
-                                     work_area.top + (work_area.bottom - work_area.top - size.cy) / 2});
+  POINT at =
+      top_left.value_or(POINT{work_area.left + (work_area.right - work_area.left - size.cx) / 2,
+                              work_area.top + (work_area.bottom - work_area.top - size.cy) / 2});
   at.x = std::max(work_area.left, std::min(at.x, work_area.right - size.cx));
   at.y = std::clamp(at.y, work_area.top, work_area.bottom - size.cy);
   SetWindowPos(state.window, nullptr, at.x, at.y, size.cx, size.cy, SWP_NOZORDER | SWP_NOACTIVATE);
@@ -85,15 +85,30 @@ void OnTrayWindowScroll(TrayWindowState& state, WORD action) {
   const int line = Scaled(kRowHeight, state.dpi);
   const int page = static_cast<int>(info.nPage);
   switch (action) {
-    case SB_LINEUP: ScrollTrayWindow(state, state.scroll - line); break;
-    case SB_LINEDOWN: ScrollTrayWindow(state, state.scroll + line); break;
-    case SB_PAGEUP: ScrollTrayWindow(state, state.scroll - page); break;
-    case SB_PAGEDOWN: ScrollTrayWindow(state, state.scroll + page); break;
-    case SB_TOP: ScrollTrayWindow(state, 0); break;
-    case SB_BOTTOM: ScrollTrayWindow(state, info.nMax); break;
+    case SB_LINEUP:
+      ScrollTrayWindow(state, state.scroll - line);
+      break;
+    case SB_LINEDOWN:
+      ScrollTrayWindow(state, state.scroll + line);
+      break;
+    case SB_PAGEUP:
+      ScrollTrayWindow(state, state.scroll - page);
+      break;
+    case SB_PAGEDOWN:
+      ScrollTrayWindow(state, state.scroll + page);
+      break;
+    case SB_TOP:
+      ScrollTrayWindow(state, 0);
+      break;
+    case SB_BOTTOM:
+      ScrollTrayWindow(state, info.nMax);
+      break;
     case SB_THUMBTRACK:
-    case SB_THUMBPOSITION: ScrollTrayWindow(state, info.nTrackPos); break;
-    default: break;
+    case SB_THUMBPOSITION:
+      ScrollTrayWindow(state, info.nTrackPos);
+      break;
+    default:
+      break;
   }
 }
 

@@ -55,8 +55,8 @@ void SignInOrRegister(TrayWindowState& state, bool create) {
   ShowStatus(StatusControl(state), create ? L"Creating account..." : L"Signing in...");
   ServiceFailure failure = ServiceFailure::kNone;
   TakePassword(GetDlgItem(state.window, kIdPassword), [&](const std::string& password) {
-    failure = create ? state.session->Register(email, password)
-                     : state.session->SignIn(email, password);
+    failure =
+        create ? state.session->Register(email, password) : state.session->SignIn(email, password);
   });
   ShowAccountStatus(state, FailureText(failure));
   if (failure != ServiceFailure::kNone) {
@@ -81,11 +81,19 @@ void OnHotkeyKey(TrayWindowState& state, uint32_t key) {
   const bool shift = GetKeyState(VK_SHIFT) < 0;
   const bool alt = GetKeyState(VK_MENU) < 0;
   switch (CaptureHotkeyKey(state.working, key, ctrl, shift, alt)) {
-    case HotkeyKeyUse::kIgnore: return;
-    case HotkeyKeyUse::kRefuse: SetStatus(state, kHotkeyNeedsModifierText); return;
-    case HotkeyKeyUse::kRefuseBreaksTyping: SetStatus(state, kHotkeyBreaksTypingText); return;
-    case HotkeyKeyUse::kAccept: SetStatus(state, kHotkeySetText); break;
-    case HotkeyKeyUse::kCancel: break;
+    case HotkeyKeyUse::kIgnore:
+      return;
+    case HotkeyKeyUse::kRefuse:
+      SetStatus(state, kHotkeyNeedsModifierText);
+      return;
+    case HotkeyKeyUse::kRefuseBreaksTyping:
+      SetStatus(state, kHotkeyBreaksTypingText);
+      return;
+    case HotkeyKeyUse::kAccept:
+      SetStatus(state, kHotkeySetText);
+      break;
+    case HotkeyKeyUse::kCancel:
+      break;
   }
   state.capturing_hotkey = false;
   ShowHotkey(state);
@@ -133,12 +141,15 @@ void OnSettingChanged(TrayWindowState& state, int id) {
       state.working.sound_enabled = IsChecked(state.window, kIdSound);
       EnableControl(state.window, kIdVolumeSlider, state.working.sound_enabled);
       break;
-    case kIdSpoilers: state.working.spoilers_ok = IsChecked(state.window, kIdSpoilers); break;
+    case kIdSpoilers:
+      state.working.spoilers_ok = IsChecked(state.window, kIdSpoilers);
+      break;
     case kIdDirectness:
       state.working.directness = static_cast<int32_t>(
           SendDlgItemMessageW(state.window, kIdDirectness, CB_GETCURSEL, 0, 0));
       break;
-    default: break;
+    default:
+      break;
   }
 }
 
@@ -150,20 +161,37 @@ void OnCommand(TrayWindowState& state, int id, int code) {
   }
   if (code != BN_CLICKED) return;
   switch (id == IDOK ? DefaultButtonId(state) : id) {
-    case kIdSignIn: SignInOrRegister(state, false); break;
-    case kIdCreateAccount: SignInOrRegister(state, true); break;
-    case kIdSignOut: SignOut(state); break;
-    case kIdHotkey: StartHotkeyCapture(state); break;
+    case kIdSignIn:
+      SignInOrRegister(state, false);
+      break;
+    case kIdCreateAccount:
+      SignInOrRegister(state, true);
+      break;
+    case kIdSignOut:
+      SignOut(state);
+      break;
+    case kIdHotkey:
+      StartHotkeyCapture(state);
+      break;
     case kIdSound:
-    case kIdSpoilers: OnSettingChanged(state, id); break;
-    case kIdSave: Save(state, callbacks); break;
-    case kIdResetProgress: ResetProgress(state); break;
+    case kIdSpoilers:
+      OnSettingChanged(state, id);
+      break;
+    case kIdSave:
+      Save(state, callbacks);
+      break;
+    case kIdResetProgress:
+      ResetProgress(state);
+      break;
     case kIdCheckUpdates:
       if (callbacks.check_for_updates) callbacks.check_for_updates();
       break;
     case kIdClose:
-    case IDCANCEL: DestroyWindow(state.window); break;
-    default: break;
+    case IDCANCEL:
+      DestroyWindow(state.window);
+      break;
+    default:
+      break;
   }
 }
 
@@ -195,15 +223,19 @@ bool OnActivate(TrayWindowState& state, WORD activation) {
   return true;
 }
 
-std::optional<LRESULT> Handle(TrayWindowState& state, UINT message, WPARAM wparam,
-                              LPARAM lparam) {
+std::optional<LRESULT> Handle(TrayWindowState& state, UINT message, WPARAM wparam, LPARAM lparam) {
   switch (message) {
-    case WM_COMMAND: OnCommand(state, LOWORD(wparam), HIWORD(wparam)); return 0;
-    case WM_HSCROLL: TakeSliderPosition(state, reinterpret_cast<HWND>(lparam)); return 0;
+    case WM_COMMAND:
+      OnCommand(state, LOWORD(wparam), HIWORD(wparam));
+      return 0;
+    case WM_HSCROLL:
+      TakeSliderPosition(state, reinterpret_cast<HWND>(lparam));
+      return 0;
     case WM_CTLCOLORSTATIC:
       SetBkMode(reinterpret_cast<HDC>(wparam), TRANSPARENT);
       return reinterpret_cast<LRESULT>(GetSysColorBrush(COLOR_WINDOW));
-    case DM_GETDEFID: return MAKELRESULT(DefaultButtonId(state), DC_HASDEFID);
+    case DM_GETDEFID:
+      return MAKELRESULT(DefaultButtonId(state), DC_HASDEFID);
     case WM_GETDLGCODE:
       if (state.capturing_hotkey) return DLGC_WANTALLKEYS;
       break;
@@ -226,11 +258,20 @@ std::optional<LRESULT> Handle(TrayWindowState& state, UINT message, WPARAM wpara
     case WM_DPICHANGED:
       OnDpiChanged(state, HIWORD(wparam), *reinterpret_cast<const RECT*>(lparam));
       return 0;
-    case kMsgRefreshProgress: ShowProgress(state); return 0;
-    case WM_VSCROLL: OnTrayWindowScroll(state, LOWORD(wparam)); return 0;
-    case WM_MOUSEWHEEL: OnTrayWindowWheel(state, GET_WHEEL_DELTA_WPARAM(wparam)); return 0;
-    case kMsgControlFocused: ShowFocusedControl(state, reinterpret_cast<HWND>(wparam)); return 0;
-    default: break;
+    case kMsgRefreshProgress:
+      ShowProgress(state);
+      return 0;
+    case WM_VSCROLL:
+      OnTrayWindowScroll(state, LOWORD(wparam));
+      return 0;
+    case WM_MOUSEWHEEL:
+      OnTrayWindowWheel(state, GET_WHEEL_DELTA_WPARAM(wparam));
+      return 0;
+    case kMsgControlFocused:
+      ShowFocusedControl(state, reinterpret_cast<HWND>(wparam));
+      return 0;
+    default:
+      break;
   }
   return std::nullopt;
 }
@@ -341,7 +382,7 @@ bool TrayWindow::Open(Session& session, const std::string& game_key) {
     DestroyWindow(window);
     return false;
   }
-  LayOutForDpi(adopted, GetDpiForWindow(window));
+  LayOutForDpi(adopted, GetWindowDpi(window));
   FillControls(adopted);
   PlaceTrayWindow(adopted, area, std::nullopt);
   ShowWindow(window, SW_SHOW);

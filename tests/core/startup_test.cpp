@@ -11,7 +11,9 @@
 #include "core/data_dir.h"
 #include "core/handles.h"
 #include "core/log.h"
+#include "core/module_proc.h"
 #include "core/os.h"
+#include "core/system_dlls.h"
 #include "support/test_files.h"
 
 namespace qn {
@@ -73,6 +75,29 @@ TEST(Os, SupportedVersionDpiFallbackAndErrorText) {
   EXPECT_EQ(GetWindowDpi(nullptr), 96u);  // GetDpiForWindow answers 0 for no window
   EXPECT_EQ(ErrorText(static_cast<uint32_t>(E_ACCESSDENIED)).rfind(L"0x80070005 (", 0), 0u);
   EXPECT_EQ(ErrorText(0x2000BEEF), L"0x2000BEEF");  // no system text
+}
+
+// A DLL by that name beside the program (the Downloads folder, for the installer) is never
+// what loads; a missing function is a null rather than a crash at its call.
+TEST(Os, SystemDllsComeFromSystem32Only) {
+  const std::wstring self = RunningExecutablePath();
+  const std::wstring planted = self.substr(0, self.rfind(L'\\')) + L"\\hintwick-planted.dll";
+  ASSERT_TRUE(CopyFileW(self.c_str(), planted.c_str(), FALSE));
+  const struct {
+    const wchar_t* library;
+    const char* function;
+    bool found;
+  } cases[] = {{L"winmm.dll", "PlaySoundW", true},
+               {L"winmm.dll", "NoSuchExport", false},
+               {L"no-such-library.dll", "PlaySoundW", false}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(SystemProc<FARPROC>(c.library, c.function) != nullptr, c.found) << c.function;
+  }
+  EXPECT_FALSE(LoadSystemLibrary(L"hintwick-planted.dll"));
+  // The plant itself would load by name: only the search keeps it out.
+  EXPECT_TRUE(UniqueHmodule(LoadLibraryW(L"hintwick-planted.dll")));
+  DeleteFileW(planted.c_str());
+  EXPECT_TRUE(WinHttp() && Bcrypt() && WinRt());
 }
 
 }  // namespace
