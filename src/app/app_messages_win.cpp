@@ -36,7 +36,7 @@ void App::ConnectTray() {
       tray_->ShowTrayMenu(HotkeyText(settings.hotkey_mods, settings.hotkey_vk),
                           session_.IsSignedIn());
     } else if (mouse == WM_LBUTTONDBLCLK) {
-      drawer_.Toggle();
+      drawer_.ToggleFromTray();
     }
   });
   window_.OnCommand(kCmdExit, [] { PostQuitMessage(0); });

@@ -56,13 +56,13 @@ DrawerControl::DrawerControl(HINSTANCE instance, ChatModel& model, ChatView& vie
 DrawerControl::~DrawerControl() { ReleaseGraphics(); }
 
 // Each refusal ends the attempt; failures after the drawer window exists only degrade it.
-void DrawerControl::Open() {
+void DrawerControl::Open(HWND over) {
   if (open_) return;
   if (callbacks_.settings_window_open && callbacks_.settings_window_open()) {
     Log(kLogInfo, L"tray window is open; not opening the drawer");
     return;
   }
-  const HWND foreground = GetForegroundWindow();
+  const HWND foreground = over ? over : GetForegroundWindow();
   if (!foreground) return;
   const std::wstring executable = ExecutablePathOf(foreground);
   if (Refuses(foreground, executable)) return;
@@ -70,6 +70,7 @@ void DrawerControl::Open() {
   // Whatever a failed attempt made is released a while later, as after a closing.
   if (!MakeGraphics()) return ArmIdleRelease();
   target_ = foreground;
+  last_game_ = foreground;
   game_key_ = GameIdentity(executable);
   hdr_ = HdrFor(foreground);
   rebuilt_at_ = 0;
@@ -214,6 +215,18 @@ void DrawerControl::CloseNow() {
 }
 
 // A toggle during the slide-out is a player who changed their mind: finish and open again.
+// From the tray the shell is in front: the drawer opens over the last game it opened over,
+// brought forward first, while that game still runs.
+void DrawerControl::ToggleFromTray() {
+  if (open_ || closing_ || !last_game_ || !IsWindow(last_game_)) return Toggle();
+  if (GetForegroundWindow() != last_game_ && !SetForegroundWindow(last_game_)) {
+    Log(kLogInfo, L"the last game could not be brought forward; not opening");
+    return;
+  }
+  // Named, not read back: while the switch is under way the system may report no foreground.
+  Open(last_game_);
+}
+
 void DrawerControl::Toggle() {
   if (closing_) {
     CompleteClose();
@@ -407,17 +420,12 @@ void DrawerControl::OnForeground(HWND foreground) {
   }
 }
 
-// The shell in front means the player left the game: the moment to ask about an update
-// that was put off at start so as not to interrupt play.
+// A window in front while the drawer is closed is not its game until it opens over it: the
+// settings window names the game the player last asked about, not a browser or a chat program.
+// The shell in front means the player left the game: the moment to ask about an update that
+// was put off at start so as not to interrupt play.
 void DrawerControl::FollowGame(HWND foreground) {
-  const std::wstring executable = ExecutablePathOf(foreground);
-  if (!IsShellOrSelf(foreground, executable)) {
-    std::string game = GameIdentity(executable);
-    if (game == game_key_) return;
-    game_key_ = std::move(game);
-    Log(kLogInfo, L"foreground game is now '%hs'", game_key_.c_str());
-    return;
-  }
+  if (!IsShellOrSelf(foreground, ExecutablePathOf(foreground))) return;
   if (!callbacks_.take_deferred_update || !callbacks_.take_deferred_update()) return;
   Log(kLogInfo, L"foreground returned to the shell; asking about the deferred update");
   if (callbacks_.prompt_update && callbacks_.prompt_update()) PostQuitMessage(0);

@@ -63,12 +63,14 @@ class DrawerControl {
   // `window` carries the timers and receives the captured keys.
   void Attach(HWND window) { window_ = window; }
   bool IsOpen() const { return open_; }
-  void Open();
+  // Over the window in front, or over `over` when the caller has just brought it forward.
+  void Open(HWND over = nullptr);
   // Begins the slide-out; the tick completes the close.
   void Close();
   // Closes at once, for what cannot wait for the slide.
   void CloseNow();
   void Toggle();
+  void ToggleFromTray();
   void Tick();
   void OnForeground(HWND foreground);
   DrawerFacts Facts() const;
@@ -117,6 +119,7 @@ class DrawerControl {
   ComPtr<IDWriteFactory> write_factory_;
 
   HWND target_ = nullptr;
+  HWND last_game_ = nullptr;  // the last window the drawer opened over; it may be gone
   HWND seen_foreground_ = nullptr;
   WindowPlace measured_;  // the target as last measured
   TargetGeometry geometry_;

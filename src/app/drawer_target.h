@@ -58,7 +58,7 @@ std::string GameIdentity(std::wstring_view executable_path);
 inline constexpr char kUnknownGame[] = "unknown";
 
 enum class ForegroundOutcome : uint8_t {
-  kFollowGame,  // the drawer is closed: the new window is the game to open over
+  kFollowGame,  // the drawer is closed: it opens over whatever is in front then
   kDismiss,     // the player went somewhere else while the drawer was open
   kKeep,
 };

@@ -182,12 +182,20 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   {
     const test::TestGame other({20, 20, 120, 120});
     ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
+    // From the tray, over the last game the drawer opened over, brought forward first.
+    Post(kTrayCallbackMessage, 0, WM_LBUTTONDBLCLK);
+    ASSERT_TRUE(
+        PumpUntil([&] { return drawer.IsOpen() && GetForegroundWindow() == game.window(); }))
+        << log_.Text();
+    EXPECT_EQ(app_->Drawer().Facts().game_key, "hintwick_test_game");
+    Post(kTrayCallbackMessage, 0, WM_LBUTTONDBLCLK);
+    ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));
   }
   EXPECT_TRUE(log_.Has("INFO  foreground moved elsewhere; dismissing"));
   ASSERT_TRUE(game.BringToFront());
   PostKey('B');                                    // the drawer is closed: nothing is typed
   for (int i = 0; i < 3; ++i) Post(WM_HOTKEY, 1);  // open, close, and open during the slide
-  ASSERT_TRUE(PumpUntil([&] { return log_.Count("INFO  drawer open over") == 4; }));
+  ASSERT_TRUE(PumpUntil([&] { return log_.Count("INFO  drawer open over") == 5; }));
   EXPECT_TRUE(drawer.IsOpen());
   game.Quit();
   ASSERT_TRUE(PumpUntil([&] { return log_.Has("idle: released GPU stack and drawer window"); }));
@@ -196,8 +204,8 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   EXPECT_EQ(app_->Chat().Model().Input(), L"c");
   EXPECT_EQ(log_.Count("INFO  drawer open over 'Hintwick test game' (hintwick_test_game.exe), "
                        "drawer 960x220 at (100,440)"),
-            4u);
-  EXPECT_EQ(log_.Count("INFO  drawer closed\r\n"), 4u);
+            5u);
+  EXPECT_EQ(log_.Count("INFO  drawer closed\r\n"), 5u);
   EXPECT_EQ(log_.Count("idle: released"), 1u);
 
   app_->OnSettingsApplied();
