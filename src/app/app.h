@@ -49,7 +49,8 @@ class App {
   void OnSettingsApplied();
   // Asks the service for a new build and offers it; true when one was put in place and this
   // process must leave for it. Called with true when the player asked.
-  bool CheckForUpdates(bool report_up_to_date);
+  // `owner`: the window the player asked from, whose boxes these are.
+  bool CheckForUpdates(bool report_up_to_date, HWND owner = nullptr);
   // The new build to start once this process has let go of everything; set by an update.
   const std::optional<std::wstring>& HandOverTo() const { return hand_over_to_; }
 
@@ -72,7 +73,8 @@ class App {
   DrawerControl::Callbacks DrawerCallbacks();
   TrayWindowCallbacks TrayWindowActions();
   void OpenTrayWindow();
-  void CheckForUpdatesOnRequest();
+  void CheckForUpdatesOnRequest(HWND owner);
+  bool AskAndApplyUpdate(bool report_up_to_date, HWND owner);
   // False when the start-up must end because an update takes over.
   bool CheckForUpdatesAtStart();
 
@@ -88,7 +90,8 @@ class App {
   std::optional<TrayIcon> tray_;
   TrayWindow tray_window_;  // the account and settings window, when open
   Updater updater_;
-  bool update_deferred_ = false;  // found at start with a game in front; asked at the desktop
+  bool update_deferred_ = false;
+  bool update_prompt_open_ = false;  // found at start with a game in front; asked at the desktop
   std::optional<std::wstring> hand_over_to_;
   bool shut_down_ = false;
 };

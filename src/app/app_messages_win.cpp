@@ -43,7 +43,7 @@ void App::ConnectTray() {
   window_.OnCommand(kCmdAccount, [this] { OpenTrayWindow(); });
   window_.OnCommand(kCmdCheckForUpdates, [this] {
     drawer_.CloseNow();
-    CheckForUpdatesOnRequest();
+    CheckForUpdatesOnRequest(nullptr);
   });
 }
 
@@ -61,8 +61,8 @@ void App::OpenTrayWindow() {
   tray_window_.Open(session_, drawer_.Facts().game_key);
 }
 
-void App::CheckForUpdatesOnRequest() {
-  if (CheckForUpdates(true)) PostQuitMessage(0);
+void App::CheckForUpdatesOnRequest(HWND owner) {
+  if (CheckForUpdates(true, owner)) PostQuitMessage(0);
 }
 
 void App::OnCapturedKey(const KeyEventRecord& record) {

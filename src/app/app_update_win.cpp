@@ -18,21 +18,36 @@ bool DesktopInFront() {
 
 }  // namespace
 
-bool App::CheckForUpdates(bool report_up_to_date) {
+// A box runs a message loop of its own, which goes on serving the tray menu, the settings
+// window and the drawer's return to the desktop; each of them may ask again, and a second
+// prompt under the first would let both apply the update.
+bool App::CheckForUpdates(bool report_up_to_date, HWND owner) {
+  if (update_prompt_open_) {
+    Log(kLogInfo, L"an update prompt is open already; not asking again");
+    return false;
+  }
+  update_prompt_open_ = true;
+  const bool handing_over = AskAndApplyUpdate(report_up_to_date, owner);
+  update_prompt_open_ = false;
+  return handing_over;
+}
+
+bool App::AskAndApplyUpdate(bool report_up_to_date, HWND owner) {
   const UpdateInfo info = updater_.Check(session_.Client());
   if (!info.available) {
     if (report_up_to_date) {
-      MessageBoxW(nullptr, UpToDateText().c_str(), kUpdateCaption, MB_ICONINFORMATION);
+      MessageBoxW(owner, info.unreachable ? kUpdateCheckFailedText : UpToDateText().c_str(),
+                  kUpdateCaption, info.unreachable ? MB_ICONWARNING : MB_ICONINFORMATION);
     }
     return false;
   }
-  if (MessageBoxW(nullptr, UpdateQuestionText(info).c_str(), kUpdateCaption,
+  if (MessageBoxW(owner, UpdateQuestionText(info).c_str(), kUpdateCaption,
                   MB_YESNO | MB_ICONINFORMATION) != IDYES) {
     return false;
   }
   std::wstring error;
   if (!updater_.Apply(info, error)) {
-    MessageBoxW(nullptr, error.c_str(), kUpdateCaption, MB_ICONWARNING);
+    MessageBoxW(owner, error.c_str(), kUpdateCaption, MB_ICONWARNING);
     return false;
   }
   // Started only once this process has let go of the hotkey, the tray icon and the

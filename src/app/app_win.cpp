@@ -53,7 +53,8 @@ DrawerControl::Callbacks App::DrawerCallbacks() {
 }
 
 TrayWindowCallbacks App::TrayWindowActions() {
-  return {[this] { OnSettingsApplied(); }, [this] { CheckForUpdatesOnRequest(); }};
+  return {[this] { OnSettingsApplied(); },
+          [this] { CheckForUpdatesOnRequest(tray_window_.get()); }};
 }
 
 App::~App() { Shutdown(); }

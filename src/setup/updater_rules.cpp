@@ -77,7 +77,8 @@ UpdateInfo ReadManifest(bool arrived, int32_t status, std::string_view body,
                         ManifestVerdict& verdict) {
   UpdateInfo info;
   verdict = ManifestVerdict::kNothing;
-  if (!arrived || status != 200) return info;
+  info.unreachable = !arrived || status >= 500;
+  if (status != 200) return info;
   const std::string version = JsonGetString(body, "version").value_or("");
   if (version.empty()) return info;
   // Equality is textual on purpose: "0.1.07" is a different build even though it orders

@@ -28,6 +28,7 @@ struct UpdateInfo {
   std::string notes;
   bool rollback = false;  // the published version is lower than ours
   std::string signature;  // base64, empty when the manifest carries none
+  bool unreachable = false;  // no answer, or the service's own failure: nothing is known
 
   bool operator==(const UpdateInfo&) const = default;
 };
@@ -44,6 +45,9 @@ UpdateInfo ReadManifest(bool arrived, int32_t status, std::string_view body,
 
 // Player-facing texts, in the order the update flow shows them.
 std::wstring UpToDateText();
+inline constexpr wchar_t kUpdateCheckFailedText[] =
+    L"Hintwick could not reach its service to check for updates. Check your connection and try "
+    L"again later.";
 std::wstring UpdateQuestionText(const UpdateInfo& info);
 inline constexpr wchar_t kUpdateCaption[] = L"Hintwick";
 inline constexpr wchar_t kNoUpdateError[] = L"No update to apply.";

@@ -249,8 +249,8 @@ TEST_F(AppTest, TheSettingsWindowHoldsTheDrawerBackAndChangesTheHotkey) {
   EXPECT_EQ(app_->Run(), 0);
 }
 
-// An update found at start with a game in front waits for the desktop: the prompt then
-// answered no changes nothing; the player's own check answered yes makes the program leave,
+// An update found at start with a game in front waits for the desktop: the prompt, never
+// nested, then answered no changes nothing; the player's own check answered yes makes the program leave,
 // to hand over to the new build once it has let go of everything.
 TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
   const test::TempDir dir;
@@ -271,9 +271,12 @@ TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
             std::string::npos);
   EXPECT_TRUE(boxes_.texts.empty());
 
-  // Wine reports no foreground changes: the drawer is told as the system's event would.
+  // Wine reports no foreground changes: the drawer is told as the system's event would. The
+  // player's own check, queued first, reaches the prompt's message loop and is not nested.
+  Post(WM_COMMAND, kCmdCheckForUpdates);
   app_->Drawer().OnForeground(GetDesktopWindow());
   EXPECT_TRUE(log_.Has("INFO  foreground returned to the shell; asking about the deferred update"));
+  EXPECT_TRUE(log_.Has("INFO  an update prompt is open already; not asking again"));
   ASSERT_EQ(boxes_.texts.size(), 1u);
   EXPECT_NE(boxes_.texts[0].find(L"You have 0.1.7, the latest is 0.1.8."), std::wstring::npos);
   EXPECT_EQ(test::ReadFileBytes(exe), "the running build");
