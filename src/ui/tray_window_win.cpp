@@ -232,6 +232,9 @@ std::optional<LRESULT> Handle(TrayWindowState& state, UINT message, WPARAM wpara
       TakeSliderPosition(state, reinterpret_cast<HWND>(lparam));
       return 0;
     case WM_CTLCOLORSTATIC:
+      // The theme's own text colour: a dark high-contrast theme puts light text on black, and
+      // the DC's default black would vanish there.
+      SetTextColor(reinterpret_cast<HDC>(wparam), GetSysColor(COLOR_WINDOWTEXT));
       SetBkMode(reinterpret_cast<HDC>(wparam), TRANSPARENT);
       return reinterpret_cast<LRESULT>(GetSysColorBrush(COLOR_WINDOW));
     case DM_GETDEFID:

@@ -402,6 +402,13 @@ TEST_F(TrayWindowTest, LaidOutAndReadableAtEachScale) {
                                static_cast<uint32_t>(content_height), picture));
     SendMessageW(window, WM_VSCROLL, SB_TOP, 0);
   }
+  // Labels are written in the theme's text colour, as a dark high-contrast theme needs.
+  const HDC dc = GetDC(window);
+  SetTextColor(dc, RGB(1, 2, 3));
+  SendMessageW(window, WM_CTLCOLORSTATIC, reinterpret_cast<WPARAM>(dc),
+               reinterpret_cast<LPARAM>(GetDlgItem(window, kIdAccountStatus)));
+  EXPECT_EQ(GetTextColor(dc), GetSysColor(COLOR_WINDOWTEXT));
+  ReleaseDC(window, dc);
 }
 
 }  // namespace
