@@ -136,7 +136,10 @@ void ShowSliderLabel(const TrayWindowState& state, const SliderField& field) {
 
 bool CreateTrayWindowControls(TrayWindowState& state, HINSTANCE instance) {
   for (const ControlPlan& plan : TrayWindowControls()) {
-    const ControlClass type = ClassOf(plan.kind);
+    ControlClass type = ClassOf(plan.kind);
+    // A label with an access key takes the focus to the field after it; the others show
+    // their text as it is, an '&' in an e-mail address included.
+    if (AccessKeyOf(plan.text)) type.style &= ~static_cast<DWORD>(SS_NOPREFIX);
     const HWND control = CreateWindowExW(
         type.ex_style, type.name, plan.text, WS_CHILD | WS_VISIBLE | type.style, 0, 0, 0, 0,
         state.window, reinterpret_cast<HMENU>(static_cast<INT_PTR>(plan.id)), instance, nullptr);

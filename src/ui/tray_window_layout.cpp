@@ -32,15 +32,16 @@ constexpr std::array kControls = {
     ControlPlan{kIdStaticText, K::kLabel,
                 L"Sign in here, on the desktop - never over a running game.",
                 Row(kMargin, 38, kContentWidth)},
-    ControlPlan{kIdStaticText, K::kLabel, L"Email", Beside(kMargin, 64, kAccountLabelWidth, 24)},
+    ControlPlan{kIdStaticText, K::kLabel, L"&Email", Beside(kMargin, 64, kAccountLabelWidth, 24)},
     ControlPlan{kIdEmail, K::kEdit, L"", Row(kFieldX, 64, kFieldWidth, 24)},
-    ControlPlan{kIdStaticText, K::kLabel, L"Password",
+    ControlPlan{kIdStaticText, K::kLabel, L"&Password",
                 Beside(kMargin, 94, kAccountLabelWidth, 24)},
     ControlPlan{kIdPassword, K::kPasswordEdit, L"", Row(kFieldX, 94, kFieldWidth, 24)},
-    ControlPlan{kIdSignIn, K::kButton, L"Sign in", Row(kFieldX, 128, 96, 28)},
-    ControlPlan{kIdCreateAccount, K::kButton, L"Create account", Row(kFieldX + 104, 128, 120, 28)},
-    ControlPlan{kIdSignOut, K::kButton, L"Sign out", Row(kFieldX + 232, 128, 96, 28)},
-    ControlPlan{kIdAccountStatus, K::kLabel, L"", Row(kMargin, 164, kContentWidth, 2 * kLineHeight + 4), 2},
+    ControlPlan{kIdSignIn, K::kButton, L"Sign &in", Row(kFieldX, 128, 96, 28)},
+    ControlPlan{kIdCreateAccount, K::kButton, L"Create &account", Row(kFieldX + 104, 128, 120, 28)},
+    ControlPlan{kIdSignOut, K::kButton, L"Sign &out", Row(kFieldX + 232, 128, 96, 28)},
+    ControlPlan{kIdAccountStatus, K::kLabel, L"",
+                Row(kMargin, 164, kContentWidth, 2 * kLineHeight + 4), 2},
     ControlPlan{kIdStaticText, K::kSeparator, L"", Row(kMargin, 210, kContentWidth, 2)},
 
     ControlPlan{kIdStaticText, K::kHeading, L"Settings", Row(kMargin, 220, kContentWidth)},
@@ -50,16 +51,16 @@ constexpr std::array kControls = {
     ControlPlan{kIdBlurLabel, K::kLabel, L"", Beside(kMargin, 310, 210, 28)},
     ControlPlan{kIdBlurSlider, K::kSlider, L"", Row(kSettingX, 310, kSettingWidth, 28)},
     ControlPlan{kIdSound, K::kCheckBox,
-                L"Play a sound when an answer finishes while the drawer is closed",
+                L"Play a so&und when an answer finishes while the drawer is closed",
                 Row(kMargin, 342, kContentWidth, 24)},
     ControlPlan{kIdVolumeLabel, K::kLabel, L"", Beside(kMargin + kIndent, 368, 210 - kIndent, 28)},
     ControlPlan{kIdVolumeSlider, K::kSlider, L"",
                 Row(kSettingX + kIndent, 368, kSettingWidth - kIndent, 28)},
-    ControlPlan{kIdStaticText, K::kLabel, L"How much the assistant gives away",
+    ControlPlan{kIdStaticText, K::kLabel, L"How much the assistant gives a&way",
                 Beside(kMargin, 400, 210, 24)},
     // A drop-down list's height is that of its open list; closed it is one row.
     ControlPlan{kIdDirectness, K::kComboBox, L"", Row(kSettingX, 400, kSettingWidth, 200)},
-    ControlPlan{kIdSpoilers, K::kCheckBox, L"I don't mind spoilers - stop withholding anything",
+    ControlPlan{kIdSpoilers, K::kCheckBox, L"I &don't mind spoilers - stop withholding anything",
                 Row(kMargin, 430, kContentWidth, 24)},
     ControlPlan{kIdStaticText, K::kSeparator, L"", Row(kMargin, 464, kContentWidth, 2)},
 
@@ -70,19 +71,31 @@ constexpr std::array kControls = {
                 Row(kMargin, 498, kContentWidth, 2 * kLineHeight + 4), 2},
     ControlPlan{kIdProgress, K::kLabel, L"Checking...",
                 Row(kMargin, 536, kContentWidth, 3 * kLineHeight + 4), 3},
-    ControlPlan{kIdResetProgress, K::kButton, L"Starting a new playthrough - reset my progress",
+    ControlPlan{kIdResetProgress, K::kButton, L"Starting a new playthrough - &reset my progress",
                 Row(kMargin, 592, 300, 28)},
     ControlPlan{kIdStaticText, K::kSeparator, L"", Row(kMargin, 630, kContentWidth, 2)},
 
     ControlPlan{kIdVersion, K::kLabel, L"", Beside(kMargin, 642, 104, 30)},
-    ControlPlan{kIdCheckUpdates, K::kButton, L"Check for updates", Row(kMargin + 110, 643, 130, 28)},
-    ControlPlan{kIdSave, K::kButton, L"Save", Row(kRight - 188, 642, 90, 30)},
-    ControlPlan{kIdClose, K::kButton, L"Close", Row(kRight - 90, 642, 90, 30)},
+    ControlPlan{kIdCheckUpdates, K::kButton, L"&Check for updates",
+                Row(kMargin + 110, 643, 130, 28)},
+    ControlPlan{kIdSave, K::kButton, L"&Save", Row(kRight - 188, 642, 90, 30)},
+    ControlPlan{kIdClose, K::kButton, L"C&lose", Row(kRight - 90, 642, 90, 30)},
 };
 
 }  // namespace
 
 std::span<const ControlPlan> TrayWindowControls() { return kControls; }
+
+// "&&" is a literal ampersand, as the system reads it.
+wchar_t AccessKeyOf(std::wstring_view text) {
+  for (size_t at = text.find(L'&'); at != std::wstring_view::npos && at + 1 < text.size();
+       at = text.find(L'&', at + 2)) {
+    const wchar_t key = text[at + 1];
+    if (key == L'&') continue;
+    return key >= L'A' && key <= L'Z' ? static_cast<wchar_t>(key - L'A' + L'a') : key;
+  }
+  return 0;
+}
 
 LayoutRect TrayWindowClient() { return {0, 0, kContentWidth + 2 * kMargin, 642 + 30 + kMargin}; }
 

@@ -5,6 +5,7 @@
 // layout's rules (order, no overlap, inside the content) are checked natively.
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 namespace qn {
 
@@ -64,6 +65,8 @@ inline constexpr int kContentWidth = 452;
 
 inline constexpr int kRowHeight = 24;  // also the scroll step
 
+// The letter after a single '&' in a control's text, lower-case; 0 when it has none.
+wchar_t AccessKeyOf(std::wstring_view text);
 std::span<const ControlPlan> TrayWindowControls();
 // The client area that holds them with the margin all round.
 LayoutRect TrayWindowClient();

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <string_view>
+#include <utility>
 
 namespace qn {
 namespace {
@@ -18,8 +20,7 @@ bool Below(const LayoutRect& later, const LayoutRect& earlier) {
   return later.y >= earlier.y + earlier.height;
 }
 bool Overlap(const LayoutRect& a, const LayoutRect& b) {
-  return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height &&
-         b.y < a.y + a.height;
+  return a.x < b.x + b.width && b.x < a.x + a.width && a.y < b.y + b.height && b.y < a.y + a.height;
 }
 bool RightOfInSameRow(const LayoutRect& later, const LayoutRect& earlier) {
   return later.x >= earlier.x + earlier.width && later.y < earlier.y + earlier.height &&
@@ -68,10 +69,33 @@ TEST(TrayWindowLayout, EveryFieldIsNamedByTheLabelBeforeItAndIdsAreUnique) {
   }
 }
 
+// Alt and a letter reaches every fixed control: a field through the label before it, a button
+// or box itself; no letter is used twice, or Alt would stop at the first.
+TEST(TrayWindowLayout, EachFixedControlHasItsOwnAccessKey) {
+  const auto controls = TrayWindowControls();
+  std::set<wchar_t> keys;
+  for (size_t i = 0; i < controls.size(); ++i) {
+    const ControlPlan& plan = controls[i];
+    const bool named_by_label = plan.kind == ControlKind::kEdit ||
+                                plan.kind == ControlKind::kPasswordEdit ||
+                                plan.kind == ControlKind::kComboBox;
+    const bool clicked =
+        (plan.kind == ControlKind::kButton || plan.kind == ControlKind::kCheckBox) &&
+        *plan.text != L'\0';
+    const wchar_t key = AccessKeyOf(plan.text);
+    EXPECT_TRUE(key == 0 || keys.insert(key).second) << static_cast<int>(key);
+    EXPECT_TRUE(!named_by_label || AccessKeyOf(controls[i - 1].text) != 0) << plan.id;
+    EXPECT_TRUE(!clicked || key != 0) << plan.id;
+  }
+  const std::pair<std::wstring_view, wchar_t> texts[] = {
+      {L"C&lose", L'l'}, {L"&Save", L's'}, {L"Tom && Jerry", 0}, {L"a&&&b", L'b'}, {L"end&", 0}};
+  for (const auto& [text, key] : texts) EXPECT_EQ(AccessKeyOf(text), key) << static_cast<int>(key);
+}
+
 TEST(TrayWindowLayout, ScrollingKeepsTheContentFilledAndTheFocusInView) {
-  EXPECT_EQ(ClampScroll(100, 800, 700), 0);  // everything fits: never scrolled
-  EXPECT_EQ(ScrollToShow(100, 300, 40, 70), 40);     // above: its top at the view's top
-  EXPECT_EQ(ScrollToShow(0, 300, 100, 900), 100);    // taller than the view: its top wins
+  EXPECT_EQ(ClampScroll(100, 800, 700), 0);        // everything fits: never scrolled
+  EXPECT_EQ(ScrollToShow(100, 300, 40, 70), 40);   // above: its top at the view's top
+  EXPECT_EQ(ScrollToShow(0, 300, 100, 900), 100);  // taller than the view: its top wins
 }
 
 }  // namespace

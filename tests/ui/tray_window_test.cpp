@@ -123,8 +123,10 @@ void ExpectTextFits(HWND control, const ControlPlan& plan, UINT dpi) {
   const HDC dc = GetDC(control);
   SelectObject(dc, reinterpret_cast<HFONT>(SendMessageW(control, WM_GETFONT, 0, 0)));
   RECT needed = {0, 0, client.right - inset, 0};
+  // An access key's '&' is not drawn; any other is.
+  const UINT prefix = AccessKeyOf(plan.text) ? 0 : DT_NOPREFIX;
   DrawTextW(dc, text, -1, &needed,
-            DT_CALCRECT | DT_NOPREFIX | (plan.rows > 1 ? DT_WORDBREAK : DT_SINGLELINE));
+            DT_CALCRECT | prefix | (plan.rows > 1 ? DT_WORDBREAK : DT_SINGLELINE));
   ReleaseDC(control, dc);
   EXPECT_LE(needed.right, client.right - inset) << testing::PrintToString(std::wstring(text));
   EXPECT_LE(needed.bottom, client.bottom) << testing::PrintToString(std::wstring(text));
