@@ -1,12 +1,14 @@
 #include "ui/tray_window_win.h"
 
 #include <commctrl.h>
+#include <oleacc.h>
 
 #include <algorithm>
 #include <exception>
 #include <memory>
 #include <optional>
 
+#include "core/handles.h"
 #include "core/log.h"
 #include "core/os.h"
 #include "core/settings.h"
@@ -36,8 +38,34 @@ constexpr wchar_t kResetQuestion[] =
 HWND StatusControl(const TrayWindowState& state) {
   return GetDlgItem(state.window, kIdAccountStatus);
 }
+// A screen reader announces the status line when it changes, as it would a web page's live
+// region: "Saved." or why a sign-in failed, wherever the player's focus is.
+constexpr CLSID kAccPropServices = {
+    0xb5f8350b, 0x0548, 0x48b1, {0xa6, 0xee, 0x88, 0xbd, 0x00, 0xb4, 0xa5, 0xe7}};
+constexpr IID kIAccPropServices = {
+    0x6e26e776, 0x04f0, 0x495d, {0x80, 0xe4, 0x33, 0x30, 0x35, 0x2e, 0x31, 0x69}};
+constexpr GUID kLiveSettingProperty = {
+    0xc12bcd8e, 0x2a8e, 0x4950, {0x8a, 0xe7, 0x36, 0x25, 0x11, 0x1d, 0x58, 0xeb}};
+constexpr LONG kLivePolite = 1;
+
+void MarkLiveRegion(HWND control) {
+  ComPtr<IAccPropServices> services;
+  HRESULT hr = CoCreateInstance(kAccPropServices, nullptr, CLSCTX_INPROC_SERVER, kIAccPropServices,
+                                reinterpret_cast<void**>(services.put()));
+  if (SUCCEEDED(hr)) {
+    VARIANT polite{};
+    polite.vt = VT_I4;
+    polite.lVal = kLivePolite;
+    hr = services->SetHwndProp(control, static_cast<DWORD>(OBJID_CLIENT), CHILDID_SELF,
+                               kLiveSettingProperty, polite);
+  }
+  if (FAILED(hr))
+    Log(kLogWarn, L"the status line is not announced to screen readers (0x%08lx)", hr);
+}
+
 void SetStatus(const TrayWindowState& state, const wchar_t* text) {
   SetWindowTextW(StatusControl(state), text);
+  NotifyWinEvent(EVENT_OBJECT_LIVEREGIONCHANGED, StatusControl(state), OBJID_CLIENT, CHILDID_SELF);
 }
 
 // "Not signed in" is what the status says already; only a reason adds anything.
@@ -386,6 +414,7 @@ bool TrayWindow::Open(Session& session, const std::string& game_key) {
     return false;
   }
   LayOutForDpi(adopted, GetWindowDpi(window));
+  MarkLiveRegion(StatusControl(adopted));
   FillControls(adopted);
   PlaceTrayWindow(adopted, area, std::nullopt);
   ShowWindow(window, SW_SHOW);

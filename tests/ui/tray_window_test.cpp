@@ -330,12 +330,22 @@ TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
                  {IDYES, 1, L"Progress reset."},
                  {IDYES, 2, L"Could not reach the service to reset progress."}};
   SetDlgItemTextW(window, kIdAccountStatus, L"");
+  // Each outcome is announced to a screen reader, as a live region's change.
+  static HWND status = GetDlgItem(window, kIdAccountStatus);
+  static int announced = 0;
+  const auto count = [](HWINEVENTHOOK, DWORD, HWND hwnd, LONG, LONG, DWORD, DWORD) {
+    announced += hwnd == status;
+  };
+  const UniqueWinEventHook hook(SetWinEventHook(EVENT_OBJECT_LIVEREGIONCHANGED,
+                                                EVENT_OBJECT_LIVEREGIONCHANGED, nullptr, count,
+                                                GetCurrentProcessId(), 0, WINEVENT_OUTOFCONTEXT));
   for (const auto& a : answers) {
     boxes_.answer = a.answer;
     Click(window, kIdResetProgress);
     EXPECT_EQ(RequestsTo(reset).size(), a.requests);
     EXPECT_EQ(ShownText(window, kIdAccountStatus), a.status);
   }
+  EXPECT_TRUE(test::PumpUntil([] { return announced >= 2; })) << announced;
   ASSERT_EQ(boxes_.texts.size(), 3u);
   EXPECT_EQ(boxes_.texts[0].rfind(L"Reset recorded progress for this game?\n\nYour preferences", 0), 0u);
   EXPECT_EQ(RequestsTo(kMemory).size(), 3u) << "read at opening and after each reset";
