@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "app/crash_steps_win.h"
 #include "app/key_capture.h"
 #include "app/messages.h"
 #include "app/tray_menu.h"
@@ -63,6 +64,7 @@ bool App::Init() {
   OpenLog();
   if (!PlatformAllowsStart() || !window_.Create(instance_)) return false;
   drawer_.Attach(window_.get());
+  RegisterCrashSteps();
   ConnectMessages();
   // Only now: a visible window made before this would keep the older awareness.
   if (!SetProcessDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2)) {

@@ -33,6 +33,9 @@ struct CaptureState {
   std::array<bool, kKeyCodeCount> held{};  // down when the capture started
 };
 CaptureState g_capture;
+// Copies of both hooks' handles for a crash report, which runs on a thread of its own.
+std::atomic<HHOOK> g_fallback_hook{nullptr};
+std::atomic<HHOOK> g_capture_hook{nullptr};
 
 bool IsDown(int key) { return (GetAsyncKeyState(key) & 0x8000) != 0; }
 
@@ -120,6 +123,7 @@ bool AppHotkey::RegisterAppHotkey(uint32_t modifiers, uint32_t key) {
       Log(kLogError, L"low-level keyboard hook also failed: %lu", GetLastError());
       return false;
     }
+    g_fallback_hook = fallback_.get();
   }
   return true;
 }
@@ -127,6 +131,7 @@ bool AppHotkey::RegisterAppHotkey(uint32_t modifiers, uint32_t key) {
 void AppHotkey::Remove() {
   Unregister();
   g_fallback_target = nullptr;
+  g_fallback_hook = nullptr;
   fallback_.reset();
 }
 
@@ -144,6 +149,7 @@ bool StartKeyboardCapture(HWND window, UINT message) {
       Log(kLogError, L"keyboard capture hook failed: %lu", GetLastError());
       return false;
     }
+    g_capture_hook = g_capture.hook.get();
   }
   g_capture.on = true;
   Log(kLogInfo, L"keyboard capture on; game keeps focus so its frames keep arriving");
@@ -160,7 +166,16 @@ bool KeyboardCaptureOn() { return g_capture.on; }
 
 void RemoveKeyboardCaptureHook() {
   StopKeyboardCapture();
+  g_capture_hook = nullptr;
   g_capture.hook.reset();
+}
+
+void RemoveKeyboardHooksAtCrash() noexcept {
+  g_capture.on = false;
+  // The owners' handles are left as they are: the process ends before they are closed.
+  for (std::atomic<HHOOK>* hook : {&g_fallback_hook, &g_capture_hook}) {
+    if (const HHOOK removed = hook->exchange(nullptr)) UnhookWindowsHookEx(removed);
+  }
 }
 
 void TypeKeyRecord(const KeyEventRecord& record, ChatModel& model) {

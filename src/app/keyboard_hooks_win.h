@@ -46,6 +46,9 @@ void StopKeyboardCapture();
 bool KeyboardCaptureOn();
 // The capture hook stays installed once set; this removes it at process end.
 void RemoveKeyboardCaptureHook();
+// From any thread, when the process has crashed: a hook whose thread has stopped would hold
+// every key the player types for the system's time-out. Both hooks go.
+void RemoveKeyboardHooksAtCrash() noexcept;
 
 // Types one captured key into the question: an editing key, or the characters it makes under
 // the foreground program's keyboard layout, control characters left out.
