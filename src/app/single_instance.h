@@ -21,9 +21,9 @@ void NotifyRunningInstance();
 // `patience_ms`: an install or uninstall replaces or removes its file.
 RunningCopy EndRunningCopy(unsigned long patience_ms);
 
-// Lets go of the mutex and starts the program at `path` in this one's place: the new build of
-// an update, which must find itself the first instance.
-void HandOverInstance(const std::wstring& path);
+// Lets go of the mutex before the new build of an update starts, which must find itself the
+// first instance.
+void ReleaseSingleInstance();
 #endif
 
 }  // namespace qn

@@ -7,7 +7,6 @@
 #include "core/failure_log.h"
 #include "core/handles.h"
 #include "core/log.h"
-#include "core/os.h"
 
 namespace qn {
 namespace {
@@ -47,12 +46,10 @@ RunningCopy EndRunningCopy(unsigned long patience_ms) {
   return RunningCopy::kEnded;
 }
 
-void HandOverInstance(const std::wstring& path) {
-  if (g_single_instance_mutex) {
-    ReleaseMutex(g_single_instance_mutex);
-    CloseHandle(std::exchange(g_single_instance_mutex, nullptr));
-  }
-  StartProgram(path, kLogError);
+void ReleaseSingleInstance() {
+  if (!g_single_instance_mutex) return;
+  ReleaseMutex(g_single_instance_mutex);
+  CloseHandle(std::exchange(g_single_instance_mutex, nullptr));
 }
 
 }  // namespace qn
