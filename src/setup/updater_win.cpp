@@ -191,6 +191,7 @@ void Updater::RemoveLeftover(std::chrono::milliseconds patience, std::stop_token
   // is this file: polled, since nothing announces that it has let go.
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (!DeleteLeftover(old)) {
+    if (GetLastError() == ERROR_FILE_NOT_FOUND) return;  // another start was quicker
     if (stop.stop_requested() || std::chrono::steady_clock::now() >= deadline) {
       Log(kLogInfo, L"previous version still locked; will remove on a later launch");
       return;
