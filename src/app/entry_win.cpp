@@ -28,6 +28,7 @@ int RunHintwick(HINSTANCE instance, StartChecks checks) {
   }
   if (!TakeSingleInstance()) {
     NotifyRunningInstance();
+    Updater::ConfirmStarted();  // a copy is running: this start did what it could
     return 0;
   }
   // Under the mutex: an instance in the middle of its own update has these files open.
@@ -35,11 +36,13 @@ int RunHintwick(HINSTANCE instance, StartChecks checks) {
   updater.RepairInterruptedSwap();
   App app(instance, std::move(checks));
   const bool running = app.Init();
+  // A start cut short by a newer update is no failure either: the build waiting in its
+  // hand-over must not put itself back over the one that is taking over.
+  if (running || app.HandOverTo()) Updater::ConfirmStarted();
   std::jthread tidy;
   if (running) {
     // Only now may the previous build go: until this build has started once, it is the
     // one that works.
-    Updater::ConfirmStarted();
     tidy = std::jthread([&updater](std::stop_token stop) noexcept {
       updater.RemoveLeftover(kLeftoverPatience, stop);
     });
