@@ -21,6 +21,10 @@ void App::ConnectMessages() {
   window_.On(kMsgAlreadyRunning, [this](WPARAM, LPARAM) {
     ShowHotkeyBalloon(Balloon::kAlreadyRunning);
   });
+  window_.On(kMsgEndForSetup, [](WPARAM, LPARAM) {
+    Log(kLogInfo, L"asked to end by an install or uninstall");
+    PostQuitMessage(0);
+  });
   window_.OnPosted<KeyEventRecord>(kMsgCapturedKey, [this](auto record, LPARAM) {
     if (record) OnCapturedKey(*record);
   });

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "app/crash_steps_win.h"
 #include "app/key_capture.h"
 #include "app/messages.h"
 #include "app/tray_menu.h"
@@ -64,6 +65,7 @@ bool App::Init() {
   OpenLog();
   if (!PlatformAllowsStart() || !window_.Create(instance_)) return false;
   drawer_.Attach(window_.get());
+  RegisterCrashSteps();
   ConnectMessages();
   tray_.emplace(window_.get(), instance_);
   tray_->AddTrayIcon();

@@ -2,6 +2,9 @@
 
 #include <objbase.h>
 
+#include <chrono>
+#include <stop_token>
+#include <thread>
 #include <utility>
 
 #include "app/single_instance.h"
@@ -9,6 +12,12 @@
 #include "setup/updater.h"
 
 namespace qn {
+namespace {
+
+// The previous build may still be ending after its hand-over; its image is the leftover.
+constexpr std::chrono::seconds kLeftoverPatience{30};
+
+}  // namespace
 
 int RunHintwick(HINSTANCE instance, StartChecks checks) {
   const ComApartment com(COINIT_MULTITHREADED);
@@ -17,18 +26,35 @@ int RunHintwick(HINSTANCE instance, StartChecks checks) {
     // the crash path, which records it, instead of limping on.
     RaiseException(static_cast<DWORD>(com.Result()), EXCEPTION_NONCONTINUABLE, 0, nullptr);
   }
-  // Before the mutex: the previous instance may still be ending and holding the old file.
-  Updater(checks.updater).RemoveLeftover();
   if (!TakeSingleInstance()) {
     NotifyRunningInstance();
+    Updater::ConfirmStarted();  // a copy is running: this start did what it could
     return 0;
   }
+  // Under the mutex: an instance in the middle of its own update has these files open.
+  const Updater updater(checks.updater);
+  updater.RepairInterruptedSwap();
   App app(instance, std::move(checks));
   const bool running = app.Init();
+  // A start cut short by a newer update is no failure either: the build waiting in its
+  // hand-over must not put itself back over the one that is taking over.
+  if (running || app.HandOverTo()) Updater::ConfirmStarted();
+  std::jthread tidy;
+  if (running) {
+    // Only now may the previous build go: until this build has started once, it is the
+    // one that works.
+    tidy = std::jthread([&updater](std::stop_token stop) noexcept {
+      updater.RemoveLeftover(kLeftoverPatience, stop);
+    });
+  }
   // A start cut short by an update is no failure.
   const int exit_code = running ? app.Run() : (app.HandOverTo() ? 0 : 1);
+  tidy = {};
   app.Shutdown();
-  if (app.HandOverTo()) HandOverInstance(*app.HandOverTo());
+  if (app.HandOverTo()) {
+    ReleaseSingleInstance();
+    updater.HandOver();
+  }
   return exit_code;
 }
 

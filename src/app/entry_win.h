@@ -1,6 +1,7 @@
 #pragma once
-// The program's run after the crash filter and the installer's switches: COM, the leftover of
-// an update, the single instance, the application and, after an update, the hand-over.
+// The program's run after the crash filter and the installer's switches: COM, the single
+// instance, the repair of an update cut short, the application, the previous build's removal
+// once this one has started and, after an update, the hand-over.
 #include <windows.h>
 
 #include "app/app.h"

@@ -36,6 +36,7 @@ struct HookShared {
   std::atomic<HWND> capture_window{nullptr};
   std::atomic<UINT> capture_message{0};
   std::array<std::atomic<bool>, kKeyCodeCount> held{};  // down when the capture started
+  std::atomic<HHOOK> hook{nullptr};  // for a crash report, which runs on a thread of its own
 };
 HookShared g_shared;
 
@@ -173,6 +174,7 @@ void HookThread::Run() noexcept {
   MSG message;
   PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);  // the queue exists before anyone posts
   UniqueHhook hook(SetWindowsHookExW(WH_KEYBOARD_LL, KeyboardProc, GetModuleHandleW(nullptr), 0));
+  g_shared.hook = hook.get();
   {
     std::lock_guard lock(mutex_);
     error_ = hook ? 0 : GetLastError();
@@ -186,9 +188,11 @@ void HookThread::Run() noexcept {
     if (message.hwnd || (message.message != kMsgSetHook && message.message != kMsgDropHook)) {
       continue;
     }
+    g_shared.hook = nullptr;
     hook.reset();
     if (message.message == kMsgSetHook) {
       hook.reset(SetWindowsHookExW(WH_KEYBOARD_LL, KeyboardProc, GetModuleHandleW(nullptr), 0));
+      g_shared.hook = hook.get();
       g_watch.Forget();
     }
     Done();

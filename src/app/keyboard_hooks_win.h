@@ -53,6 +53,9 @@ bool KeyboardCaptureOn();
 void StopKeyboardHooks();
 // Takes the hook away as Windows does when a hook answers too late.
 void DropKeyboardHookForTest();
+// From any thread, when the process has crashed: a hook whose thread has stopped would hold
+// every key the player types for the system's time-out.
+void RemoveKeyboardHooksAtCrash() noexcept;
 
 // Types one captured key into the question: an editing key, or the characters it makes under
 // the foreground program's keyboard layout (a dead key with the key after it), control

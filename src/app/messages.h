@@ -15,5 +15,7 @@ constexpr UINT kMsgAlreadyRunning = WM_APP + 3;
 constexpr PostedMessage<std::string> kMsgChatEvent{WM_APP + 4};
 constexpr PostedMessage<KeyEventRecord> kMsgCapturedKey{WM_APP + 5};
 constexpr PostedMessage<GameLookupResult> kMsgProgressSnapshot{WM_APP + 6};
+// An install or uninstall asks the running copy to end, so that it can replace or remove it.
+constexpr UINT kMsgEndForSetup = WM_APP + 7;
 
 }  // namespace qn

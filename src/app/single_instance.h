@@ -1,6 +1,8 @@
 #pragma once
 #include <string>
 
+#include "setup/installer_rules.h"
+
 namespace qn {
 
 inline constexpr wchar_t kSingleInstanceMutexName[] = L"Local\\HintwickSingleInstance";
@@ -15,9 +17,13 @@ bool TakeSingleInstance();
 void NotifyRunningInstance();
 
 #ifdef _WIN32
-// Lets go of the mutex and starts the program at `path` in this one's place: the new build of
-// an update, which must find itself the first instance.
-void HandOverInstance(const std::wstring& path);
+// Asks the running copy of the program, if there is one, to end, and waits for it at most
+// `patience_ms`: an install or uninstall replaces or removes its file.
+RunningCopy EndRunningCopy(unsigned long patience_ms);
+
+// Lets go of the mutex before the new build of an update starts, which must find itself the
+// first instance.
+void ReleaseSingleInstance();
 #endif
 
 }  // namespace qn

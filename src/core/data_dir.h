@@ -6,6 +6,9 @@ namespace qn {
 // The local (not roaming) application data folder + "\Hintwick": state stays on this
 // machine. Created on every call, never cached; empty when the folder is unknown.
 std::wstring DataDir();
+// The same folder, left as it is: for what must not make it (the crash reporter, installed
+// before an install that may yet be cancelled).
+std::wstring DataDirPath();
 
 // Moves config.json and token.bin from the folder that builds before the rename used.
 void MigratePreRenameState();

@@ -22,11 +22,14 @@ bool Exists(const std::wstring& path) {
 
 }  // namespace
 
+std::wstring DataDirPath() {
+  const std::wstring base = LocalAppDataFolder();
+  return base.empty() ? base : base + L"\\Hintwick";
+}
+
 std::wstring DataDir() {
-  std::wstring dir = LocalAppDataFolder();
-  if (dir.empty()) return {};
-  dir += L"\\Hintwick";
-  CreateDirectoryW(dir.c_str(), nullptr);  // usually exists already
+  std::wstring dir = DataDirPath();
+  if (!dir.empty()) CreateDirectoryW(dir.c_str(), nullptr);  // usually exists already
   return dir;
 }
 

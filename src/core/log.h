@@ -25,4 +25,9 @@ void CloseLog();
 // Callable from any thread, before or after the log is opened.
 void Log(uint32_t level, const wchar_t* format, ...);
 
+// One finished line, for a crash: no allocation, and the log's lock only if it comes free
+// within a second, since the crashing thread may hold it. Without the lock the line still
+// goes to the debugger.
+void LogWithoutWaiting(uint32_t level, const wchar_t* text) noexcept;
+
 }  // namespace qn

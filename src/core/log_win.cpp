@@ -86,4 +86,23 @@ void Log(uint32_t level, const wchar_t* format, ...) {
   WriteLocked(line);
 }
 
+void LogWithoutWaiting(uint32_t level, const wchar_t* text) noexcept {
+  SYSTEMTIME now{};
+  GetLocalTime(&now);
+  wchar_t line[kLineChars];
+  _snwprintf_s(line, std::size(line), _TRUNCATE, L"%02u:%02u:%02u.%03u %ls %ls\n",
+               unsigned{now.wHour}, unsigned{now.wMinute}, unsigned{now.wSecond},
+               unsigned{now.wMilliseconds}, LogLevelName(level), text);
+  OutputDebugStringW(line);
+  for (int tries = 0; tries < 100; ++tries, Sleep(10)) {
+    if (!g_log_mutex.try_lock()) continue;
+    if (g_log_file) {
+      fputws(line, g_log_file);
+      fflush(g_log_file);
+    }
+    g_log_mutex.unlock();
+    return;
+  }
+}
+
 }  // namespace qn

@@ -21,6 +21,8 @@
 
 namespace qn {
 
+inline constexpr wchar_t kDrawerWindowClass[] = L"HintwickDrawer";
+
 class Renderer;
 
 // Computed each tick from the game window; the drawer rectangle follows DrawerRect.

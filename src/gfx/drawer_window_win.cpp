@@ -11,7 +11,7 @@
 namespace qn {
 namespace {
 
-constexpr wchar_t kClassName[] = L"HintwickDrawer";
+constexpr const wchar_t* kClassName = kDrawerWindowClass;
 constexpr DWORD kExStyle =
     WS_EX_NOACTIVATE | WS_EX_NOREDIRECTIONBITMAP | WS_EX_TOOLWINDOW | WS_EX_TOPMOST;
 static_assert(kExStyle == 0x08200088);

@@ -1,34 +1,59 @@
 #include "setup/crash_report.h"
 
+#include <iterator>
+
 namespace qn {
 namespace {
 
-std::wstring Padded(unsigned value, size_t width) {
-  std::wstring digits = std::to_wstring(value);
-  if (digits.size() < width) digits.insert(0, width - digits.size(), L'0');
-  return digits;
-}
-
-std::wstring CutToLimit(std::wstring text, size_t limit) {
-  if (text.size() >= limit) text.resize(limit - 1);
-  return text;
+template <size_t N>
+void AppendPadded(FixedText<N>& text, unsigned value, size_t width) {
+  wchar_t digits[12] = {};
+  size_t count = 0;
+  do {
+    digits[count++] = static_cast<wchar_t>(L'0' + value % 10);
+    value /= 10;
+  } while (value != 0 && count < std::size(digits));
+  for (size_t i = count; i < width; ++i) text += L"0";
+  while (count > 0) text += std::wstring_view(&digits[--count], 1);
 }
 
 }  // namespace
 
-std::wstring CrashDumpPath(const std::wstring& data_dir, const CrashTime& time) {
-  const std::wstring name = L"crash-" + Padded(time.year, 4) + Padded(time.month, 2) +
-                            Padded(time.day, 2) + L"-" + Padded(time.hour, 2) +
-                            Padded(time.minute, 2) + Padded(time.second, 2) + L".dmp";
-  return CutToLimit(data_dir + L"\\" + name, kCrashDumpPathLimit);
+const wchar_t* CrashCause(uint32_t code) {
+  switch (code) {
+    case kAbortCrashCode:
+      return L"abort()";
+    case kTerminateCrashCode:
+      return L"std::terminate";
+    case kPureCallCrashCode:
+      return L"pure virtual call";
+    default:
+      return L"unhandled exception";
+  }
 }
 
-std::wstring CrashMessage(const std::wstring& dump_path) {
-  return CutToLimit(L"Hintwick hit a bug and has to close.\n\nA diagnostic file was saved to:\n" +
-                        dump_path +
-                        L"\n\nIt contains no game footage and nothing was sent anywhere. Sending "
-                        L"it along with what you were doing would genuinely help.",
-                    kCrashMessageLimit);
+FixedText<kCrashDumpPathLimit> CrashDumpPath(std::wstring_view data_dir, const CrashTime& time) {
+  FixedText<kCrashDumpPathLimit> path;
+  path += data_dir;
+  path += L"\\crash-";
+  AppendPadded(path, time.year, 4);
+  AppendPadded(path, time.month, 2);
+  AppendPadded(path, time.day, 2);
+  path += L"-";
+  AppendPadded(path, time.hour, 2);
+  AppendPadded(path, time.minute, 2);
+  AppendPadded(path, time.second, 2);
+  path += L".dmp";
+  return path;
+}
+
+FixedText<kCrashMessageLimit> CrashMessage(std::wstring_view dump_path) {
+  FixedText<kCrashMessageLimit> message;
+  message += L"Hintwick hit a bug and has to close.\n\nA diagnostic file was saved to:\n";
+  message += dump_path;
+  message += L"\n\nIt contains no game footage and nothing was sent anywhere. Sending it along "
+             L"with what you were doing would genuinely help.";
+  return message;
 }
 
 }  // namespace qn

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "setup/installer_rules.h"
+
 namespace qn {
 
 class Installer {
@@ -20,7 +22,9 @@ class Installer {
   // Stops at the first failed step, without undoing the earlier ones; `error` is the
   // player's text. A missing shortcut does not fail the install.
   static bool Install(bool autostart, std::wstring& error);
-  // Goes on past single failures; fails when the program file or the uninstall entry stays.
+  // The program file goes first and the uninstall entry last: a file that cannot be removed
+  // stops the uninstall with everything else in place, so that it can be tried again from the
+  // list of installed programs. Past that, single failures are gone past.
   static bool Uninstall(bool purge, std::wstring& error);
 
   // Where the program is, or would be, installed; empty when the folder is unknown.
@@ -28,6 +32,10 @@ class Installer {
 
   static bool IsAutostartEnabled();
   static void SetAutostart(bool enabled);
+
+  // How a running copy of the program is asked to end before a switch replaces or removes
+  // its file; the entry point gives the application's way. Unset, none is taken to run.
+  static void SetEndRunningCopy(std::function<RunningCopy()> end);
 
   // How the freshly installed program is started after an interactive install; tests put a
   // recorder here instead of starting a copy of themselves.

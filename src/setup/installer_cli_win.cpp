@@ -27,21 +27,35 @@ void Launch(const std::wstring& exe) {
   StartProgram(exe, kLogWarn);
 }
 
+std::function<RunningCopy()>& EndRunningCopyHook() {
+  static std::function<RunningCopy()> hook;
+  return hook;
+}
+
+RunningCopy EndRunningCopy() {
+  return EndRunningCopyHook() ? EndRunningCopyHook()() : RunningCopy::kNone;
+}
+
 const wchar_t* Outcome(bool succeeded) { return succeeded ? L"succeeded" : L"FAILED"; }
 
+// A copy that was running is started again once its file is replaced: an upgrade leaves the
+// program running as it found it.
 int SilentInstall(bool autostart) {
   OpenLog();
+  const RunningCopy copy = EndRunningCopy();
   std::wstring error;
-  const bool installed = Installer::Install(autostart, error);
+  const bool installed = copy != RunningCopy::kStillRunning && Installer::Install(autostart, error);
   Log(kLogInfo, L"silent install %ls (autostart %ls)", Outcome(installed),
       autostart ? L"on" : L"off");
+  if (installed && copy == RunningCopy::kEnded) Launch(Installer::InstalledExecutablePath());
   return installed ? 0 : 1;
 }
 
 int SilentUninstall(bool purge) {
   OpenLog();
   std::wstring error;
-  const bool removed = Installer::Uninstall(purge, error);
+  const bool removed =
+      EndRunningCopy() != RunningCopy::kStillRunning && Installer::Uninstall(purge, error);
   Log(kLogInfo, L"silent uninstall %ls (data %ls)", Outcome(removed), purge ? L"removed" : L"kept");
   return removed ? 0 : 1;
 }
@@ -62,6 +76,7 @@ int InteractiveInstall() {
   const int answer = Ask(kInstallQuestion, kInstallCaption);
   if (answer != IDYES && answer != IDNO) return 0;
   OpenLog();
+  if (EndRunningCopy() == RunningCopy::kStillRunning) return ShowError(kErrorStillRunning);
   std::wstring error;
   if (!Installer::Install(answer == IDYES, error)) return ShowError(error);
   MessageBoxW(nullptr, kInstalledText, kMessageCaption, MB_ICONINFORMATION);
@@ -74,6 +89,7 @@ int InteractiveUninstall() {
   const int answer = Ask(kUninstallQuestion, kUninstallCaption);
   if (answer != IDYES && answer != IDNO) return 0;
   OpenLog();
+  if (EndRunningCopy() == RunningCopy::kStillRunning) return ShowError(kErrorStillRunning);
   std::wstring error;
   if (!Installer::Uninstall(answer == IDYES, error)) return ShowError(error);
   MessageBoxW(nullptr, kRemovedText, kMessageCaption, MB_ICONINFORMATION);
@@ -102,6 +118,10 @@ bool Installer::HandleArguments(const std::vector<std::wstring>& arguments, int*
   if (switches.mode == InstallerMode::kNone) return false;
   *exit_code = Run(switches);
   return true;
+}
+
+void Installer::SetEndRunningCopy(std::function<RunningCopy()> end) {
+  EndRunningCopyHook() = std::move(end);
 }
 
 void Installer::SetLaunchForTesting(std::function<void(const std::wstring& exe)> launch) {

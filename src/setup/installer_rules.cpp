@@ -63,18 +63,38 @@ std::vector<std::wstring> ProgramLeftovers(const std::wstring& installed_exe) {
   return {installed_exe + L".new", installed_exe + L".old"};
 }
 
+namespace {
+
+bool MatchesPattern(std::wstring_view name, std::wstring_view pattern) {
+  if (name.size() != pattern.size()) return false;
+  for (size_t i = 0; i < name.size(); ++i) {
+    const bool digit = name[i] >= L'0' && name[i] <= L'9';
+    if (pattern[i] == L'#' ? !digit : name[i] != pattern[i]) return false;
+  }
+  return true;
+}
+
+// "<file>.tmp" or "<file>.<thread id>.tmp": what a save cut short by a crash or power cut
+// leaves beside the file it was replacing.
+bool IsLeftoverSaveOf(std::wstring_view name, std::wstring_view file) {
+  if (!name.starts_with(file) || !name.ends_with(L".tmp")) return false;
+  std::wstring_view middle = name.substr(file.size(), name.size() - file.size() - 4);
+  if (middle.empty()) return true;
+  if (middle.size() < 2 || middle[0] != L'.') return false;
+  middle.remove_prefix(1);
+  return std::all_of(middle.begin(), middle.end(), [](wchar_t c) { return c >= L'0' && c <= L'9'; });
+}
+
+}  // namespace
+
 bool IsPlayerDataFile(std::wstring_view name) {
   static constexpr std::wstring_view kNamed[] = {L"config.json", L"token.bin", L"games.json",
                                                  L"hintwick.log"};
-  if (std::find(std::begin(kNamed), std::end(kNamed), name) != std::end(kNamed)) return true;
-  // crash-YYYYMMDD-HHMMSS.dmp, and nothing looser: the folder may hold files we did not make.
-  constexpr std::wstring_view kPattern = L"crash-########-######.dmp";
-  if (name.size() != kPattern.size()) return false;
-  for (size_t i = 0; i < name.size(); ++i) {
-    const bool digit = name[i] >= L'0' && name[i] <= L'9';
-    if (kPattern[i] == L'#' ? !digit : name[i] != kPattern[i]) return false;
+  for (const std::wstring_view file : kNamed) {
+    if (name == file || IsLeftoverSaveOf(name, file)) return true;
   }
-  return true;
+  // crash-YYYYMMDD-HHMMSS.dmp, and nothing looser: the folder may hold files we did not make.
+  return MatchesPattern(name, L"crash-########-######.dmp");
 }
 
 std::wstring CleanupCommand(const std::wstring& moved_exe) {

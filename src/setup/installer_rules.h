@@ -11,6 +11,9 @@ namespace qn {
 
 enum class InstallerMode { kNone, kInstall, kUninstall };
 
+// What asking a running copy of the program to end came to.
+enum class RunningCopy { kNone, kEnded, kStillRunning };
+
 struct InstallerSwitches {
   InstallerMode mode = InstallerMode::kNone;
   bool silent = false;
@@ -53,7 +56,8 @@ std::vector<RegistryValue> UninstallValues(const std::wstring& install_dir,
 // Update leftovers beside the installed program: they go with the program, not the data.
 std::vector<std::wstring> ProgramLeftovers(const std::wstring& installed_exe);
 // Whether a file in the data directory is the player's data, which only a purge deletes:
-// settings, the stored sign-in, the game list, the log and crash dumps.
+// settings, the stored sign-in, the game list, the log, crash dumps and the temporary files
+// of saves that never finished.
 bool IsPlayerDataFile(std::wstring_view name);
 
 // What the moved-aside program file is deleted by at the next sign-in.
@@ -82,6 +86,9 @@ inline constexpr wchar_t kErrorRegister[] =
     L"Could not add Hintwick to the list of installed programs.";
 inline constexpr wchar_t kErrorRemoveProgram[] =
     L"Could not remove the program file. Close Hintwick and try again.";
+inline constexpr wchar_t kErrorStillRunning[] =
+    L"Hintwick is still running and did not close when asked. Close it from its tray icon and "
+    L"try again.";
 inline constexpr wchar_t kErrorRemoveEntry[] =
     L"Could not remove Hintwick from the list of installed programs.";
 

@@ -10,6 +10,10 @@
 #include "core/handles.h"
 #include "core/log.h"
 #include "core/os.h"
+#include "core/settings.h"
+#include "net/catalogue.h"
+#include "net/http_client.h"
+#include "net/token_store.h"
 #include "setup/installer.h"
 #include "setup/installer_rules.h"
 
@@ -157,9 +161,28 @@ bool MoveProgramAside(const InstallPaths& paths) {
   return false;
 }
 
+// Only this process's own image is moved aside: a file held by anything else stays, or a
+// copy that would not end would go on running from the temporary folder.
 bool RemoveProgram(const InstallPaths& paths) {
   for (const std::wstring& leftover : ProgramLeftovers(paths.exe)) DeleteFileIfThere(leftover);
-  return DeleteFileIfThere(paths.exe) || MoveProgramAside(paths);
+  if (DeleteFileIfThere(paths.exe)) return true;
+  return SamePath(RunningExecutablePath(), paths.exe) && MoveProgramAside(paths);
+}
+
+// The stored sign-in is revoked at the service as well as deleted here: a copy of it taken
+// before would otherwise go on working. An unreachable service does not stop the purge.
+void SignOutAtService() {
+  const std::string refresh_token = TokenStore::Load();
+  if (refresh_token.empty()) return;
+  HttpClient client;
+  if (!client.Init(LoadSettings().base_url)) return;
+  const HttpResponse reply = client.Post("/v1/auth/logout", RefreshTokenBody(refresh_token), {});
+  if (reply.ok && reply.status == 200) {
+    Log(kLogInfo, L"signed out at the service");
+  } else {
+    Log(kLogWarn, L"could not sign out at the service (status %d); the sign-in is deleted here",
+        reply.ok ? static_cast<int>(reply.status) : 0);
+  }
 }
 
 // Only the files this program makes: anything else the player put there stays, and so does
@@ -199,15 +222,20 @@ bool Installer::Install(bool autostart, std::wstring& error) {
 }
 
 bool Installer::Uninstall(bool purge, std::wstring& error) {
+  InstallPaths paths;
+  const bool found = FindPaths(paths);
+  if (found && !RemoveProgram(paths)) {
+    error = kErrorRemoveProgram;
+    return false;
+  }
   const std::wstring programs = KnownFolder(FOLDERID_Programs, 0);
   if (!programs.empty()) DeleteFileIfThere(ShortcutPath(programs));
   SetAutostart(false);
   if (!Gone(RegDeleteKeyW(HKEY_CURRENT_USER, kUninstallKey), L"RegDeleteKeyW")) {
     error = kErrorRemoveEntry;
   }
-  InstallPaths paths;
-  if (FindPaths(paths)) {
-    if (!RemoveProgram(paths) && error.empty()) error = kErrorRemoveProgram;
+  if (found) {
+    if (purge) SignOutAtService();
     if (purge) RemovePlayerData(paths.dir);
     // Fails, as it should, while the folder still holds the player's data or other files.
     if (!RemoveDirectoryW(paths.dir.c_str())) LogLastError(L"RemoveDirectoryW", kLogInfo);

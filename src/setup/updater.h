@@ -2,9 +2,11 @@
 // Keeps the single executable current: asks the service what is published, downloads it,
 // checks it and swaps it with the running file by renaming. The player-facing flow (asking,
 // restarting) belongs to the application; its texts are in updater_rules.h.
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -44,8 +46,18 @@ class Updater {
   // Downloads, checks and swaps in the update; on failure `error` is the player's text and
   // the running executable is still in place under its own name.
   bool Apply(const UpdateInfo& info, std::wstring& error) const;
-  // Once at start-up: deletes what the previous update moved aside, if it is free by now.
-  void RemoveLeftover() const;
+  // At start-up, before anything else of the program: a swap that was cut short between
+  // its renames is undone, and a download that never took the program's name goes.
+  void RepairInterruptedSwap() const;
+  // Once the build has started: deletes what the previous update moved aside, waiting up to
+  // `patience` (unless stopped) for the previous build, whose image it is, to end.
+  void RemoveLeftover(std::chrono::milliseconds patience = {}, std::stop_token stop = {}) const;
+  // Tells a previous build waiting in HandOver that this one has started.
+  static void ConfirmStarted();
+  // After an update, from the previous build once it has let go of everything: starts the
+  // new one and waits until it has started. One that cannot start, or ends before that, is
+  // replaced by the previous build again, which is started instead. False then.
+  bool HandOver(std::chrono::milliseconds patience = std::chrono::minutes(10)) const;
 
   std::wstring ExePath() const;
 

@@ -44,6 +44,10 @@ bool DeleteLeftover(const std::wstring& path) {
   return DeleteFileW(path.c_str()) != FALSE;
 }
 
+bool Exists(const std::wstring& path) {
+  return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 bool Rename(const std::wstring& from, const std::wstring& to) {
   if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
     return true;
@@ -165,19 +169,36 @@ bool Updater::Swap(const std::string& bytes, std::wstring& error) const {
   return false;
 }
 
-void Updater::RemoveLeftover() const {
+void Updater::RepairInterruptedSwap() const {
   const std::wstring exe = ExePath();
-  // Without our own path the name would be relative, and could hit a stranger's file.
+  // Without our own path the names would be relative, and could hit a stranger's files.
+  if (exe.empty()) return;
+  const std::wstring old = exe + L".old", fresh = exe + L".new";
+  if (!Exists(exe) && Exists(old)) {
+    if (Rename(old, exe)) Log(kLogWarn, L"an update was cut short; the previous version is back");
+  }
+  if (Exists(exe) && Exists(fresh) && DeleteLeftover(fresh)) {
+    Log(kLogInfo, L"removed a download that an interrupted update left");
+  }
+}
+
+void Updater::RemoveLeftover(std::chrono::milliseconds patience, std::stop_token stop) const {
+  const std::wstring exe = ExePath();
   if (exe.empty()) return;
   const std::wstring old = exe + L".old";
-  if (GetFileAttributesW(old.c_str()) == INVALID_FILE_ATTRIBUTES) return;
-  // The process that was replaced may still be ending and hold its file; a later start
-  // tries again rather than this one waiting.
-  if (DeleteLeftover(old)) {
-    Log(kLogInfo, L"removed the previous version left by an update");
-  } else {
-    Log(kLogInfo, L"previous version still locked; will remove on a later launch");
+  if (!Exists(old)) return;
+  // The build that was replaced is still ending, or waiting in its hand-over, and its image
+  // is this file: polled, since nothing announces that it has let go.
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (!DeleteLeftover(old)) {
+    if (GetLastError() == ERROR_FILE_NOT_FOUND) return;  // another start was quicker
+    if (stop.stop_requested() || std::chrono::steady_clock::now() >= deadline) {
+      Log(kLogInfo, L"previous version still locked; will remove on a later launch");
+      return;
+    }
+    Sleep(100);
   }
+  Log(kLogInfo, L"removed the previous version left by an update");
 }
 
 }  // namespace qn

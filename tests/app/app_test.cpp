@@ -11,9 +11,12 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <thread>
 #include <vector>
 
 #include "app/app.h"
+#include "app/crash_steps_win.h"
+#include "app/keyboard_hooks_win.h"
 #include "app/messages.h"
 #include "app/target_window_win.h"
 #include "app/tray_menu.h"
@@ -179,6 +182,8 @@ TEST_F(AppTest, StartsInOrderAndTheDrawerComesAndGoes) {
   EXPECT_EQ(app_->Chat().Model().Input(), L"c");
   Post(kTrayCallbackMessage, 0, WM_LBUTTONDBLCLK);
   ASSERT_TRUE(PumpUntil([&] { return drawer.IsOpen(); }));
+  std::thread(&PrepareForCrashBox).join();  // as a crash report does before its box
+  EXPECT_TRUE(PumpUntil([&] { return !IsWindowVisible(drawer.DrawerWindowHandle()); }));
   {
     const test::TestGame other({20, 20, 120, 120});
     ASSERT_TRUE(PumpUntil([&] { return !drawer.IsOpen(); }));

@@ -143,8 +143,8 @@ UniqueKernelHandle RunningInstance(HWND& window) {
 
 // The update as the player meets it: started over the desktop, the program asks, is answered
 // yes, puts the next build (its own bytes with a mark after them) in its place and hands over;
-// the next build runs from the same path (the old file it removes is beside its own), finds
-// itself up to date.
+// the next build runs from the same path, tells the old one it has started, removes the old
+// file beside its own once that one has ended, and finds itself up to date.
 TEST(HintwickUpdate, TheNextBuildRunsFromTheSamePath) {
   const std::optional<std::string> bytes = test::ReadFileBytes(test::SupportProgram(L"hintwick_on_wine.exe"));
   ASSERT_TRUE(bytes);
@@ -173,6 +173,8 @@ TEST(HintwickUpdate, TheNextBuildRunsFromTheSamePath) {
   HWND window = nullptr;
   const UniqueKernelHandle successor = RunningInstance(window);
   ASSERT_TRUE(successor);
+  // The old file goes once the next build has started and the one it replaced has ended.
+  for (int i = 0; i < 600 && test::PathExists(exe + L".old"); ++i) Sleep(50);
   PostMessageW(window, WM_COMMAND, kCmdExit, 0);
   EXPECT_EQ(WaitForSingleObject(successor.get(), 30000), WAIT_OBJECT_0);
   const std::string log = test::ReadFileBytes(DataDir() + L"\\hintwick.log").value_or("");

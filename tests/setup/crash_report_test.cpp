@@ -15,7 +15,7 @@ TEST(CrashReport, DumpNameIsTheLocalTimeZeroPaddedOnA24HourClock) {
       {{999, 1, 1, 0, 0, 0}, L"crash-09990101-000000.dmp"},
   };
   for (const auto& [time, name] : cases) {
-    EXPECT_EQ(CrashDumpPath(L"C:\\Users\\p\\AppData\\Local\\Hintwick", time),
+    EXPECT_EQ(CrashDumpPath(L"C:\\Users\\p\\AppData\\Local\\Hintwick", time).view(),
               std::wstring(L"C:\\Users\\p\\AppData\\Local\\Hintwick\\") + name);
   }
 }
@@ -25,11 +25,11 @@ TEST(CrashReport, DumpNameIsTheLocalTimeZeroPaddedOnA24HourClock) {
 TEST(CrashReport, LongPathsAndMessagesAreCutAtTheirBuffers) {
   const CrashTime time{2026, 3, 2, 9, 5, 7};
   const std::wstring fits(kCrashDumpPathLimit - 1 - 26, L'd');
-  EXPECT_EQ(CrashDumpPath(fits, time), fits + L"\\crash-20260302-090507.dmp");
+  EXPECT_EQ(CrashDumpPath(fits, time).view(), fits + L"\\crash-20260302-090507.dmp");
   const std::wstring too_long(kCrashDumpPathLimit + 50, L'd');
-  EXPECT_EQ(CrashDumpPath(too_long, time), too_long.substr(0, kCrashDumpPathLimit - 1));
+  EXPECT_EQ(CrashDumpPath(too_long, time).view(), too_long.substr(0, kCrashDumpPathLimit - 1));
 
-  const std::wstring message = CrashMessage(too_long + too_long);
+  const std::wstring message(CrashMessage(too_long + too_long).view());
   EXPECT_EQ(message.size(), kCrashMessageLimit - 1);
   EXPECT_EQ(message.rfind(L"A diagnostic file was saved to:\n" + too_long.substr(0, 600), 38), 38u);
 }

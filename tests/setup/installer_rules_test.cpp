@@ -27,14 +27,17 @@ TEST(InstallerRulesTest, SwitchesAreWholeCaseSensitiveArgumentsInAnyOrder) {
   }
 }
 
-// A purge deletes by name: whatever else the player keeps in the folder stays.
+// A purge deletes by name, with what an interrupted save left: whatever else the player
+// keeps in the folder stays.
 TEST(InstallerRulesTest, APurgeTakesOurFilesAndNothingLookingLikeThem) {
   for (auto ours : {L"config.json", L"token.bin", L"games.json", L"hintwick.log",
-                    L"crash-20261123-151500.dmp"}) {
+                    L"crash-20261123-151500.dmp", L"config.json.tmp", L"token.bin.4242.tmp",
+                    L"games.json.7.tmp"}) {
     EXPECT_TRUE(IsPlayerDataFile(ours));
   }
   for (auto theirs : {L"Config.json", L"crash-2026-151500.dmp", L"crash-2026112a-151500.dmp",
-                      L"crash-20261123-151500.dmp.txt", L"Hintwick.exe"}) {
+                      L"crash-20261123-151500.dmp.txt", L"Hintwick.exe", L"config.json.x.tmp",
+                      L"token.bin..tmp", L"notes.tmp", L"token.bin.tmp.txt"}) {
     EXPECT_FALSE(IsPlayerDataFile(theirs));
   }
 }

@@ -5,9 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/handles.h"
@@ -248,22 +250,72 @@ TEST_F(UpdaterTest, AFailedRenameLeavesARunnableBuildInPlace) {
   }
 }
 
-// A leftover is removed when it is free, read-only or not; one still held is left for a
-// later start, without waiting.
-TEST_F(UpdaterTest, RemoveLeftoverDeletesOnlyAFreeOldFile) {
-  Reset();
+// What a start finds beside the program: a swap cut short between its renames is undone, and
+// a download that never took the program's name goes, but the previous build stays until
+// this one has started. Then it goes, read-only or not, once its own process lets go of it,
+// or is left for a later start when that takes too long.
+TEST_F(UpdaterTest, AStartRepairsACutShortSwapAndThenRemovesTheOldBuild) {
+  using Files = std::vector<std::string>;  // at the exe's name, ".old" and ".new"
+  const struct {
+    const char* what;
+    Files before, after;
+    const char* log;
+  } cases[] = {
+      {"cut short after the move aside", {"-", kOldBytes, kNewBytes}, {kOldBytes, "-", "-"},
+       "WARN  an update was cut short; the previous version is back\r\n"},
+      {"cut short before the move aside", {kOldBytes, "-", kNewBytes}, {kOldBytes, "-", "-"},
+       "INFO  removed a download that an interrupted update left\r\n"},
+      {"swapped, not started yet", {kNewBytes, kOldBytes, "-"}, {kNewBytes, kOldBytes, "-"}, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    Reset();
+    for (size_t i = 0; i < 3; ++i) {
+      const std::wstring path = exe_ + std::vector<const wchar_t*>{L"", L".old", L".new"}[i];
+      if (c.before[i] == "-") DeleteFileW(path.c_str());
+      else test::WriteFileBytes(path, c.before[i]);
+    }
+    Updater({.exe_path = exe_}).RepairInterruptedSwap();
+    EXPECT_EQ(OnDisk(), c.after);
+    EXPECT_TRUE(!*c.log || log_.Has(c.log)) << log_.Text();
+  }
   const Updater updater({.exe_path = exe_});
   const std::wstring old = exe_ + L".old";
-  test::WriteFileBytes(old, kOldBytes);
   SetFileAttributesW(old.c_str(), FILE_ATTRIBUTE_READONLY);
-  updater.RemoveLeftover();
+  Hold(old);
+  std::thread let_go([this] {
+    Sleep(300);
+    held_.clear();
+  });
+  updater.RemoveLeftover(std::chrono::seconds(20));
+  let_go.join();
   EXPECT_FALSE(test::PathExists(old));
   EXPECT_TRUE(log_.Has("INFO  removed the previous version left by an update\r\n"));
 
   Hold(old);
-  updater.RemoveLeftover();
+  updater.RemoveLeftover(std::chrono::milliseconds(200));
   EXPECT_TRUE(test::PathExists(old));
   EXPECT_TRUE(log_.Has("INFO  previous version still locked; will remove on a later launch\r\n"));
+}
+
+// The hand-over after a swap: a new build that cannot be started at all (a stand-in image),
+// or that ends without saying it has started (a copy of this test program, told to run no
+// test), is swapped back out for the previous build.
+TEST_F(UpdaterTest, ANewBuildThatDoesNotStartIsSwappedBackOut) {
+  wchar_t self[MAX_PATH * 2] = {};
+  GetModuleFileNameW(nullptr, self, MAX_PATH * 2);
+  SetEnvironmentVariableW(L"GTEST_FILTER", L"NoSuchTest.*");
+  for (const bool loads : {false, true}) {
+    SCOPED_TRACE(loads ? "ends at once" : "cannot start");
+    Reset();
+    MoveFileW(exe_.c_str(), (exe_ + L".old").c_str());
+    if (loads) CopyFileW(self, exe_.c_str(), FALSE);
+    else test::WriteFileBytes(exe_, kNewBytes);
+    EXPECT_FALSE(Updater({.exe_path = exe_}).HandOver(std::chrono::seconds(60)));
+    EXPECT_EQ(OnDisk(), (std::vector<std::string>{kOldBytes, "-", "-"}));
+    EXPECT_TRUE(log_.Has("ERROR the new build did not start; putting the previous version back"));
+  }
+  SetEnvironmentVariableW(L"GTEST_FILTER", nullptr);
 }
 
 }  // namespace
