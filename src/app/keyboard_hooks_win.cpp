@@ -278,6 +278,13 @@ void StopKeyboardHooks() {
 
 void DropKeyboardHookForTest() { g_hook_thread.Command(kMsgDropHook); }
 
+void RemoveKeyboardHooksAtCrash() noexcept {
+  g_shared.capture_on = false;
+  g_shared.hotkey_window = nullptr;
+  // The hook thread's own handle is left as it is: the process ends before it is closed.
+  if (const HHOOK removed = g_shared.hook.exchange(nullptr)) UnhookWindowsHookEx(removed);
+}
+
 // What `record` types under `layout`; `count` is ToUnicodeEx's (below 0: a dead key).
 std::wstring TypedText(const KeyEventRecord& record, UINT flags, HKL layout, int& count) {
   BYTE state[256] = {};
