@@ -1,10 +1,11 @@
 // Accounts and tokens over real HTTP on each store: registration, sign-in, rotation with and
-// without the grace, concurrent refreshes, sign-out, expiry and the rate limits.
+// without the grace, sign-out, expiry and the rate limits. Concurrent refreshes are the store's
+// to settle, and its tests race them.
 #include <gtest/gtest.h>
 
 #include <boost/json.hpp>
 
-#include <future>
+#include <thread>
 
 #include "service_fixture.h"
 
@@ -78,7 +79,6 @@ TEST_P(AuthTest, RotationGraceAndLogout) {
   auto rotated = service.Call("POST", "/v1/auth/refresh", RefreshBody(first.refresh));
   ASSERT_EQ(rotated.status, 200);
   Tokens second{rotated.Member("access_token"), rotated.Member("refresh_token")};
-  ASSERT_EQ(second.refresh.size(), 43u);
   // The previous token within the grace: a working access token, the current refresh kept.
   for (int reuse = 0; reuse < service.config.tokens.reuse_grace_max; ++reuse) {
     auto again = service.Call("POST", "/v1/auth/refresh", RefreshBody(first.refresh));
@@ -98,6 +98,7 @@ TEST_P(AuthTest, RotationGraceAndLogout) {
   EXPECT_EQ(service.Call("GET", "/v1/games", "", other.access).status, 401);
 }
 
+// Both lifetimes from the configuration: with the default grace the old token would still work.
 TEST_P(AuthTest, ReuseAfterTheGraceRevokesAndAccessTokensExpire) {
   Config config;
   config.tokens.reuse_grace = config.tokens.access = std::chrono::seconds(1);
@@ -108,30 +109,6 @@ TEST_P(AuthTest, ReuseAfterTheGraceRevokesAndAccessTokensExpire) {
   EXPECT_EQ(service.Call("GET", "/v1/games", "", rotated.Member("access_token")).status, 401);
   EXPECT_EQ(Refresh(service, first.refresh), 401);
   EXPECT_EQ(Refresh(service, rotated.Member("refresh_token")), 401);
-}
-
-TEST_P(AuthTest, FourConcurrentRefreshes) {
-  for (int grace : {30, 0}) {
-    Config config;
-    config.tokens.reuse_grace = std::chrono::seconds(grace);
-    TestService service(GetParam(), config);
-    Tokens tokens = service.SignUp();
-    std::vector<std::future<Response>> calls;
-    for (int i = 0; i < 4; ++i)
-      calls.push_back(std::async(std::launch::async, [&] {
-        return service.Call("POST", "/v1/auth/refresh", RefreshBody(tokens.refresh));
-      }));
-    int succeeded = 0;
-    std::string current;
-    for (auto& call : calls) {
-      Response reply = call.get();
-      succeeded += reply.status == 200;
-      if (!reply.Member("refresh_token").empty()) current = reply.Member("refresh_token");
-    }
-    EXPECT_EQ(succeeded, grace ? 4 : 1) << "grace " << grace;
-    // With the grace the family stands; without it the reuses revoked it.
-    EXPECT_EQ(Refresh(service, current), grace ? 200 : 401) << "grace " << grace;
-  }
 }
 
 TEST_P(AuthTest, RateLimitsPerAccountAndPerAddress) {

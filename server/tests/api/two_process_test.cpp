@@ -1,5 +1,6 @@
 // Two hintwick-server processes on one PostgreSQL serve the same players: a sign-in on one is
-// refreshed on the other, and a reuse of the rotated token is caught on both.
+// refreshed on the other (a reuse seen by another process is the store's test), and the
+// operator's commands reach both.
 #include <gtest/gtest.h>
 
 #include <boost/json.hpp>
@@ -53,19 +54,11 @@ TEST(TwoProcessTest, OneDatabaseServesBoth) {
   auto signed_in = call(first, "/v1/auth/register",
                         R"({"email":")" + UniqueEmail() + R"(","password":"correct horse"})");
   ASSERT_EQ(signed_in.status, 200);
-  std::string first_refresh = R"({"refresh_token":")" + signed_in.Member("refresh_token") + "\"}";
-  auto rotated = call(second, "/v1/auth/refresh", first_refresh);
+  auto rotated = call(second, "/v1/auth/refresh",
+                      R"({"refresh_token":")" + signed_in.Member("refresh_token") + "\"}");
   ASSERT_EQ(rotated.status, 200);
   std::string access = rotated.Member("access_token");
   EXPECT_EQ(CallPort(first.port, "GET", "/v1/games", "", access).status, 200);
-  // Past the grace's few reuses the old token is a stolen one, whichever process sees it.
-  int last = 0;
-  for (int i = 0; i <= 3; ++i) last = call(i % 2 ? second : first, "/v1/auth/refresh", first_refresh).status;
-  EXPECT_EQ(last, 401);
-  std::string second_refresh = R"({"refresh_token":")" + rotated.Member("refresh_token") + "\"}";
-  EXPECT_EQ(call(first, "/v1/auth/refresh", second_refresh).status, 401);
-  EXPECT_EQ(call(second, "/v1/auth/refresh", second_refresh).status, 401);
-  EXPECT_EQ(CallPort(second.port, "GET", "/v1/games", "", access).status, 401);
   // The operator's commands work on the same database: a game both list, an account both forget.
   std::string admin = "'" HINTWICK_SERVER_EXE "' --database '" + PostgresUrl() + "' ";
   std::string key = UniqueName("game"), email = UniqueEmail();

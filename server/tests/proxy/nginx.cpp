@@ -14,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include "service_fixture.h"
+
 namespace hintwick::test {
 namespace asio = boost::asio;
 using tcp = asio::ip::tcp;
@@ -33,12 +35,6 @@ std::uint16_t FreePort() {
   probe.bind({asio::ip::make_address("127.0.0.1"), 0}, ec);
   const tcp::endpoint bound = probe.local_endpoint(ec);
   return ec ? 0 : bound.port();
-}
-
-std::string ReadAll(const std::filesystem::path& path) {
-  std::stringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
 }
 
 // Everything nginx writes goes to the scratch folder: the pid file, the log and the buffers it
@@ -68,11 +64,6 @@ pid_t Spawn(const std::string& program, const std::filesystem::path& folder) {
   }
   execv(program.c_str(), const_cast<char* const*>(argv.data()));
   _exit(127);
-}
-
-// nginx writes its pid file only once it listens.
-bool Listening(const std::filesystem::path& folder, pid_t pid) {
-  return ReadAll(folder / "nginx.pid").starts_with(std::to_string(pid) + "\n");
 }
 
 }  // namespace
@@ -115,11 +106,12 @@ bool Nginx::Start(const std::string& program, const std::string& http_block) {
   // Binding a taken port, nginx tries for about 2.5 s before it gives up.
   for (auto end = std::chrono::steady_clock::now() + 10s; std::chrono::steady_clock::now() < end;
        std::this_thread::sleep_for(10ms)) {
-    if (Listening(folder_, pid_)) return true;
+    // nginx writes its pid file only once it listens.
+    if (ReadFile(folder_ / "nginx.pid").starts_with(std::to_string(pid_) + "\n")) return true;
     int status = 0;
     if (waitpid(pid_, &status, WNOHANG) != pid_) continue;
     pid_ = -1;
-    failure_ = ReadAll(folder_ / "output.log") + ReadAll(folder_ / "error.log");
+    failure_ = ReadFile(folder_ / "output.log") + ReadFile(folder_ / "error.log");
     return false;
   }
   Stop();
@@ -127,17 +119,11 @@ bool Nginx::Start(const std::string& program, const std::string& http_block) {
   return false;
 }
 
-// SIGTERM is nginx's fast shutdown: streams still open are cut rather than awaited.
+// Killed outright: it runs as one process with nothing of its own to save, in a scratch folder.
 void Nginx::Stop() {
   if (pid_ <= 0) return;
-  kill(pid_, SIGTERM);
-  bool ended = false;
-  for (int waited = 0; waited < 500 && !(ended = waitpid(pid_, nullptr, WNOHANG) == pid_); ++waited)
-    std::this_thread::sleep_for(10ms);
-  if (!ended) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
+  kill(pid_, SIGKILL);
+  waitpid(pid_, nullptr, 0);
   pid_ = -1;
 }
 

@@ -6,14 +6,10 @@
 #include <unistd.h>
 
 #include <boost/asio.hpp>
-#include <boost/json.hpp>
 
-#include <fstream>
 #include <optional>
-#include <sstream>
 
 #include "nginx.h"
-#include "packs/pack_parser.h"
 #include "scripted_model.h"
 #include "service_fixture.h"
 
@@ -24,15 +20,8 @@ namespace asio = boost::asio;
 using tcp = asio::ip::tcp;
 using namespace std::chrono_literals;
 
-constexpr const char* kGame = "hintwick_test_game";
 // The quiet spell of the answer; the read time-out nginx applies outside the block is shorter.
 constexpr auto kQuiet = 1500ms;
-
-std::string ReadFile(const char* path) {
-  std::stringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 // The document's block inside a server that listens where the test says. Around it, what a
 // stock nginx.conf may well hold: compression on for everything, and a read time-out shorter
@@ -44,55 +33,6 @@ std::string HttpBlock(const std::string& snippet, std::uint16_t service_port) {
          "proxy_ignore_headers X-Accel-Buffering;\n"
          "server {\nlisten 127.0.0.1:{port};\n" +
          Replaced(snippet, "127.0.0.1:8080", "127.0.0.1:" + std::to_string(service_port)) + "}\n";
-}
-
-std::string ChatRequest(const std::string& token, const std::string& message) {
-  std::string body =
-      boost::json::serialize(boost::json::object{{"game", kGame}, {"message", message}});
-  return "POST /v1/chat HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer " + token +
-         "\r\nAccept: text/event-stream\r\nAccept-Encoding: gzip\r\n"
-         "Content-Type: application/json\r\nContent-Length: " +
-         std::to_string(body.size()) + "\r\n\r\n" + body;
-}
-
-// A player's connection, read as the bytes come.
-struct Player {
-  // From `source`, any address of the loopback network, so that the proxy's own differs.
-  Player(std::uint16_t port, const std::string& request, const char* source = "127.0.0.1") {
-    boost::system::error_code ec;
-    socket.open(tcp::v4(), ec);
-    socket.bind({asio::ip::make_address(source), 0}, ec);
-    socket.connect({asio::ip::make_address("127.0.0.1"), port}, ec);
-    asio::write(socket, asio::buffer(request), ec);
-  }
-  // Whether `wanted` has arrived within `wait`; false as soon as the proxy closes without it.
-  bool Receives(const std::string& wanted, std::chrono::milliseconds wait) {
-    const auto end = std::chrono::steady_clock::now() + wait;
-    while (received.find(wanted) == std::string::npos) {
-      boost::system::error_code ec;
-      if (std::chrono::steady_clock::now() > end) return false;
-      if (socket.available(ec) == 0 && !ec) {
-        std::this_thread::sleep_for(5ms);
-        continue;
-      }
-      char chunk[4096];
-      const std::size_t got = socket.read_some(asio::buffer(chunk), ec);
-      if (ec) return false;
-      received.append(chunk, got);
-    }
-    return true;
-  }
-  std::string Head() const { return received.substr(0, received.find("\r\n\r\n")); }
-
-  asio::io_context io;
-  tcp::socket socket{io};
-  std::string received;
-};
-
-void ImportSamplePack(Store& store) {
-  auto parsed = ParsePack(ReadFile(HINTWICK_SAMPLE_PACK), HINTWICK_SAMPLE_PACK);
-  ASSERT_TRUE(std::holds_alternative<Pack>(parsed));
-  ASSERT_TRUE(std::holds_alternative<bool>(store.ImportPack(std::get<Pack>(parsed))));
 }
 
 // The document's block in front of a service whose model answers with a pause the test ends.

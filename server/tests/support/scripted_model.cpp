@@ -2,15 +2,19 @@
 
 #include <poll.h>
 
+#include <sstream>
+
 namespace hintwick::test {
 namespace asio = boost::asio;
 using tcp = asio::ip::tcp;
 
-namespace {
+std::string Data(std::string_view json) { return "data: " + std::string(json) + "\n\n"; }
 
-std::string Piece(const std::string& text) {
-  return "data: {\"choices\":[{\"delta\":{\"content\":\"" + text + "\"}}]}\n\n";
+std::string Content(std::string_view text) {
+  return Data(R"({"choices":[{"delta":{"content":")" + std::string(text) + R"("}}]})");
 }
+
+namespace {
 
 // Whether the peer closed (or broke) the connection within `wait`; reading discards nothing
 // the bridge would need, as it sends only its request.
@@ -23,11 +27,28 @@ bool PeerClosed(tcp::socket& socket, int wait_ms) {
   return static_cast<bool>(ec);
 }
 
+std::string RequestBody(tcp::socket& socket) {
+  std::string request;
+  boost::system::error_code ec;
+  asio::read_until(socket, asio::dynamic_buffer(request), "\r\n\r\n", ec);
+  const std::size_t head = request.find("\r\n\r\n") + 4, length_at = request.find("Content-Length: ");
+  if (ec || length_at == std::string::npos) return "";
+  const std::size_t length = std::stoul(request.substr(length_at + 16));
+  if (request.size() < head + length)
+    asio::read(socket, asio::dynamic_buffer(request), asio::transfer_exactly(head + length - request.size()), ec);
+  return request.substr(head);
+}
+
+void Chunk(tcp::socket& socket, const std::string& bytes, boost::system::error_code& ec) {
+  std::ostringstream chunk;
+  chunk << std::hex << bytes.size() << "\r\n" << bytes << "\r\n";
+  if (!ec) asio::write(socket, asio::buffer(chunk.str()), ec);
+}
+
 }  // namespace
 
-ScriptedModel::ScriptedModel(std::string first, std::string rest)
-    : first_(std::move(first)),
-      rest_(std::move(rest)),
+ScriptedModel::ScriptedModel(std::vector<Script> scripts)
+    : scripts_(std::move(scripts)),
       acceptor_(io_, {asio::ip::make_address("127.0.0.1"), 0}),
       thread_([this] { Serve(); }) {}
 
@@ -42,6 +63,11 @@ std::string ScriptedModel::Url() const {
   return "http://127.0.0.1:" + std::to_string(acceptor_.local_endpoint().port());
 }
 
+std::vector<std::string> ScriptedModel::Requests() const {
+  const std::lock_guard lock(mutex_);
+  return requests_;
+}
+
 void ScriptedModel::Serve() {
   boost::system::error_code ec;
   for (int answer = 1; !ec && !stopping_; ++answer) {
@@ -53,17 +79,26 @@ void ScriptedModel::Serve() {
 }
 
 void ScriptedModel::Answer(tcp::socket& socket, int answer) {
+  const Script& script = scripts_[std::min<std::size_t>(answer, scripts_.size()) - 1];
+  std::string body = RequestBody(socket);
+  {
+    const std::lock_guard lock(mutex_);
+    requests_.push_back(std::move(body));
+  }
   boost::system::error_code ec;
-  std::string request;
-  asio::read_until(socket, asio::dynamic_buffer(request), "\r\n\r\n", ec);
-  asio::write(
-      socket,
-      asio::buffer("HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\n\r\n" + Piece(first_)),
-      ec);
-  while (!ec && !stopping_ && (rest_.empty() || released_ < answer)) {
+  asio::write(socket,
+              asio::buffer("HTTP/1.1 " + script.status +
+                           "\r\nContent-Type: text/event-stream\r\nTransfer-Encoding: chunked\r\n\r\n"),
+              ec);
+  for (const Step& step : script.steps) {
+    std::this_thread::sleep_for(step.pause);
+    Chunk(socket, step.bytes, ec);
+  }
+  while (!ec && !stopping_ && script.held && (script.rest.empty() || released_ < answer)) {
     if (PeerClosed(socket, 10)) return;
   }
-  if (!ec && !stopping_) asio::write(socket, asio::buffer(Piece(rest_) + "data: [DONE]\n\n"), ec);
+  if (!script.rest.empty()) Chunk(socket, script.rest, ec);
+  if (!ec && !stopping_) asio::write(socket, asio::buffer(std::string("0\r\n\r\n")), ec);
 }
 
 }  // namespace hintwick::test

@@ -5,6 +5,11 @@
 #include <boost/json.hpp>
 #include <sodium.h>
 
+#include <fstream>
+#include <sstream>
+
+#include "packs/pack_parser.h"
+
 namespace hintwick::test {
 namespace asio = boost::asio;
 namespace beast = boost::beast;
@@ -59,6 +64,27 @@ std::string UniqueEmail() { return UniqueName("player-") + "@example.org"; }
 std::string RandomAddress() {
   auto octet = [] { return std::to_string(randombytes_uniform(250) + 1); };
   return sodium_init() < 0 ? "10.0.0.1" : "10." + octet() + "." + octet() + "." + octet();
+}
+
+std::string ReadFile(const std::string& path) {
+  std::stringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+void ImportSamplePack(Store& store) {
+  auto parsed = ParsePack(ReadFile(HINTWICK_SAMPLE_PACK), HINTWICK_SAMPLE_PACK);
+  ASSERT_TRUE(std::holds_alternative<Pack>(parsed));
+  ASSERT_TRUE(std::holds_alternative<bool>(store.ImportPack(std::get<Pack>(parsed))));
+}
+
+std::string ChatRequest(const std::string& token, const std::string& message) {
+  std::string body =
+      boost::json::serialize(boost::json::object{{"game", kGame}, {"message", message}});
+  return "POST /v1/chat HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer " + token +
+         "\r\nAccept: text/event-stream\r\nAccept-Encoding: gzip\r\n"
+         "Content-Type: application/json\r\nContent-Length: " +
+         std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
 TestService::TestService(const std::string& store_kind, Config given) : config(std::move(given)) {
