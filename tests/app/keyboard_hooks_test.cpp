@@ -106,6 +106,14 @@ TEST_F(KeyboardHooks, CaptureTypesIntoTheDrawerAndPassesSystemKeysAndHeldRelease
   EXPECT_EQ(forwarded,
             std::string("AB") + char{VK_BACK} + 'C' + char{VK_ESCAPE} + char{VK_TAB} + 'D');
   EXPECT_EQ(model.Input(), L"aCD");  // Escape and Tab are no text
+  // AltGr is Ctrl+Alt: it types what the layout has there (nothing, on this one), never pastes.
+  ChatModel pasting([] { return std::wstring(L"pasted"); });
+  KeyEventRecord ctrl_v{'V', MapVirtualKeyW('V', MAPVK_VK_TO_VSC), 1, 0, 1};
+  TypeKeyRecord(ctrl_v, typing, pasting);
+  EXPECT_EQ(pasting.Input(), L"");
+  ctrl_v.alt = 0;
+  TypeKeyRecord(ctrl_v, typing, pasting);
+  EXPECT_EQ(pasting.Input(), L"pasted");
 
   StopKeyboardCapture();
   EXPECT_EQ(Send(Taps({{'A'}})), Taps({{'A'}}));
