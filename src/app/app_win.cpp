@@ -69,7 +69,7 @@ bool App::Init() {
   ConnectMessages();
   tray_.emplace(window_.get(), instance_);
   tray_->AddTrayIcon();
-  hotkey_.emplace(window_.get(), instance_);
+  hotkey_.emplace(window_.get());
   RegisterHotkey();
   foreground_.Start([this](HWND foreground) { drawer_.OnForeground(foreground); });
   Log(kLogInfo, L"initialised (build %lu); waiting for hotkey", OsBuild());

@@ -207,8 +207,7 @@ bool StartHookThread() {
 
 }  // namespace
 
-AppHotkey::AppHotkey(HWND message_window, HINSTANCE instance)
-    : window_(message_window), instance_(instance) {}
+AppHotkey::AppHotkey(HWND message_window) : window_(message_window) {}
 
 AppHotkey::~AppHotkey() { Remove(); }
 

@@ -19,7 +19,7 @@ class ChatModel;
 // interface thread only.
 class AppHotkey {
  public:
-  AppHotkey(HWND message_window, HINSTANCE instance);
+  explicit AppHotkey(HWND message_window);
   ~AppHotkey();
   AppHotkey(const AppHotkey&) = delete;
   AppHotkey& operator=(const AppHotkey&) = delete;
@@ -38,7 +38,6 @@ class AppHotkey {
   void Unregister();
 
   HWND window_;
-  HINSTANCE instance_;
   bool registered_ = false;
   bool watched_ = false;
   HotkeyPresses presses_;

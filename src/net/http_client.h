@@ -51,7 +51,8 @@ class HttpClient {
   bool secure_ = false;
 };
 
-// Steps of an exchange shared with the event stream. On failure GetLastError tells why.
+// Steps of a blocking exchange, shared with the update's download (the event stream runs its
+// own, asynchronous ones). On failure GetLastError tells why.
 bool SendRequestBody(HINTERNET request, const std::string& body);
 // The status code of a received response; 0 (logged) when it cannot be read.
 int32_t QueryStatusCode(HINTERNET request);

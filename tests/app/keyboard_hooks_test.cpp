@@ -132,7 +132,7 @@ TEST_F(KeyboardHooks, CaptureTypesIntoTheDrawerAndPassesSystemKeysAndHeldRelease
 TEST_F(KeyboardHooks, EachPressOfTheHotkeyTogglesOnce) {
   const UniqueHwnd other(test::CreateTestWindow(L"KeyboardHooksTest", Receiver, 0, HWND_MESSAGE));
   ASSERT_TRUE(RegisterHotKey(other.get(), 7, MOD_SHIFT | MOD_ALT, 'X'));
-  AppHotkey hotkey(window.get(), GetModuleHandleW(nullptr));
+  AppHotkey hotkey(window.get());
   g_hotkey = &hotkey;
   ASSERT_TRUE(hotkey.RegisterAppHotkey(kModShift | kModAlt, 'X'));
   EXPECT_TRUE(hotkey.watched() && !hotkey.registered());
