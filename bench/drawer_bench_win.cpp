@@ -1,14 +1,18 @@
 // Figures for the drawer over a 1920x1080 game under Wine: the hotkey's way to the first
-// presented frame, what each part of a tick costs, and what an open drawer over a still game
-// costs the process. Run by hand, on a bench with a screen of the game's size:
+// presented frame, what each part of a tick costs, and what an open drawer costs the process
+// over a still game and over one presenting 30 frames a second. Each figure is taken both
+// the way the drawer ticks now and the way it ticked before (every tick blurred, drew the
+// chat and presented, whatever had changed), in the same run, and the two are set side by
+// side. Run by hand, on a bench with a screen of the game's size:
 //   HINTWICK_SCREEN=1920x1080x24 tests/wine/bench.sh start /tmp/drawerbench
 //   (. /tmp/drawerbench/env && wine build/windows/bench/drawer_bench.exe)
 //   tests/wine/bench.sh stop /tmp/drawerbench
 // Wine has neither window capture nor DirectComposition: the drawer shows through a swap
 // chain on its own window, over the tests' stand-in game (another process: the drawer refuses
 // this one's windows), and its frames are the tests' GDI ones: one copy of the screen taken
-// when the frames start, uploaded afresh as each frame. Both stand-ins cost what the system's
-// own would not, which the figures below keep apart where they can.
+// when the frames start, uploaded afresh as each frame the stand-in "presents". Both
+// stand-ins cost what the system's own would not (the upload is a copy on the graphics card
+// there), which the figures below keep apart where they can.
 #include <windows.h>
 
 #include <d3d11.h>
@@ -155,12 +159,19 @@ bool CloseAndWait(qn::App& app, const qn::test::TestGame& game) {
   return false;
 }
 
-void BenchOpening(qn::App& app, const qn::test::TestGame& game) {
+double Median(std::vector<double> values) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+// Returns the median from the hotkey to the first frame presented, 0 when it failed.
+double BenchOpening(qn::App& app, const qn::test::TestGame& game) {
   std::printf("hotkey to the first presented frame (WM_HOTKEY posted, loop run here):\n");
   const std::optional<Opening> cold = TimeOpening(app);
   if (!cold || !CloseAndWait(app, game)) {
     std::printf("  the drawer did not open and close (see hintwick.log)\n");
-    return;
+    return 0;
   }
   std::printf("  first opening, graphics made: Open %.2f + wait %.2f + tick %.2f = %.2f ms\n",
               cold->open_ms, cold->wait_ms, cold->tick_ms, cold->Total());
@@ -169,7 +180,7 @@ void BenchOpening(qn::App& app, const qn::test::TestGame& game) {
     const std::optional<Opening> o = TimeOpening(app);
     if (!o || !CloseAndWait(app, game)) {
       std::printf("  round %d: the drawer did not open and close\n", round);
-      return;
+      return 0;
     }
     open.push_back(o->open_ms);
     wait.push_back(o->wait_ms);
@@ -181,6 +192,7 @@ void BenchOpening(qn::App& app, const qn::test::TestGame& game) {
   PrintSpread("wait for the first WM_TIMER", wait);
   PrintSpread("first tick (WM_TIMER dispatched, presents)", tick);
   PrintSpread("hotkey to first frame presented", total);
+  return Median(total);
 }
 
 // What Open asks of the system, each call timed alone while the drawer is closed, to say
@@ -242,22 +254,40 @@ int RunCountingTicks(HWND app_window, DWORD ms) {
   return ticks;
 }
 
-void BenchOpenIdle(qn::App& app, const qn::test::TestGame& game) {
+// What the drawer presents, counted by the bench's surface, and how often the stand-in game
+// presents (0: never after its first frame). The drawer takes both when its graphics are made.
+qn::test::SurfaceRecord g_presented;
+int g_game_hz = 0;
+
+struct OpenCost {
+  double cpu_percent = 0;  // of one core
+  double presents_per_second = 0;
+};
+
+OpenCost BenchOpenIdle(qn::App& app, const qn::test::TestGame& game, int game_hz) {
+  g_game_hz = game_hz;
+  app.Drawer().ReleaseGraphics();  // the frames are made anew for this game
   if (!TimeOpening(app)) {
-    std::printf("open drawer, still game: the drawer did not open\n");
-    return;
+    std::printf("open drawer over a %d Hz game: the drawer did not open\n", game_hz);
+    return {};
   }
   RunCountingTicks(app.MessageWindow(), 500);  // past the slide-in
+  const size_t presents_before = g_presented.presents.size();
   const double before = CpuSeconds(GetCurrentProcess());
   const int ticks = RunCountingTicks(app.MessageWindow(), kIdleSeconds * 1000);
   const double cpu = CpuSeconds(GetCurrentProcess()) - before;
+  const OpenCost cost = {100.0 * cpu / kIdleSeconds,
+                         static_cast<double>(g_presented.presents.size() - presents_before) /
+                             kIdleSeconds};
   std::printf(
-      "open drawer over a still game, %lu s: %.2f s CPU in this process (%.0f%% of one core), "
-      "%d ticks (%.1f per second; the timer asks for one every %u ms)\n",
-      kIdleSeconds, cpu, 100.0 * cpu / kIdleSeconds, ticks,
-      ticks / static_cast<double>(kIdleSeconds), qn::kTickMs);
+      "open drawer over a %s, %lu s: %.2f s CPU (%.1f%% of one core), %d ticks (%.1f per "
+      "second; the timer asks for one every %u ms), %.1f presents per second\n",
+      game_hz ? "game presenting 30 frames a second" : "still game", kIdleSeconds, cpu,
+      cost.cpu_percent, ticks, ticks / static_cast<double>(kIdleSeconds), qn::kTickMs,
+      cost.presents_per_second);
   if (!app.Drawer().IsOpen()) std::printf("  (the drawer closed during the run)\n");
   CloseAndWait(app, game);
+  return cost;
 }
 
 // ---- The parts of one tick, composed here as the drawer control composes them.
@@ -274,7 +304,7 @@ struct BlurTarget {
   }
 };
 
-// Ten exchanges of answer-length prose with emphasis and code spans.
+// Ten exchanges of answer-length prose with emphasis and code spans, and an answer coming in.
 void FillConversation(qn::ChatModel& chat) {
   const std::wstring answer =
       L"Head **north** past the mill, then take the `rope` from the well. The *second* door "
@@ -284,6 +314,7 @@ void FillConversation(qn::ChatModel& chat) {
     chat.SetText(qn::kRoleQuestion, L"And after the bridge, step " + std::to_wstring(i) + L"?");
     chat.SetText(qn::kRoleAnswer, answer);
   }
+  chat.BeginAnswer();
 }
 
 class TickParts {
@@ -313,7 +344,7 @@ class TickParts {
   qn::DrawerPlacement placement_;
   RECT crop_ = {};
   HWND game_ = nullptr;
-  std::vector<double> copy_, blur_, chat_, present_, whole_;
+  std::vector<double> copy_, blur_, chat_, compose_, before_, new_frame_, token_;
 };
 
 bool TickParts::PlaceDrawer(HWND game) {
@@ -328,10 +359,10 @@ bool TickParts::PlaceDrawer(HWND game) {
 bool TickParts::Create(const qn::test::TestGame& game) {
   game_ = game.window();
   surface_ = qn::test::MakeHwndSurface();
-  frames_ = qn::test::MakeGdiFrameSource();
-  // No throttle: every TakeLatest copies, which is the step measured; the drawer copies at
-  // most 30 times a second and hands the held frame to the ticks between. Started before
-  // the drawer shows, since the GDI frames copy the screen.
+  // A game presenting every millisecond, without throttle: every TakeLatest copies, which is
+  // the step measured; the drawer copies at most 30 times a second. Started before the
+  // drawer shows, since the GDI frames copy the screen.
+  frames_ = qn::test::MakeGdiFrameSource({1000, {}});
   if (!drawer_.Create(GetModuleHandleW(nullptr), &renderer_, surface_.get()) ||
       !frames_->Start(game.window(), renderer_.Device(), 0, 1) || !PlaceDrawer(game.window())) {
     return false;
@@ -361,8 +392,8 @@ void TickParts::Time(std::vector<double>& into, bool timed, ID3D11Device* device
   if (timed) into.push_back(Ms(start, Clock::now()));
 }
 
-// Each step is timed with its GPU work finished; the whole tick last, the way the drawer
-// control runs it (a copied frame, the blur, the chat on the drawer's own target, present).
+// Each step is timed with its GPU work finished; then whole ticks, the way the drawer control
+// runs them: as before (everything), and now with a new frame or with a token.
 void TickParts::RunFrame(bool timed) {
   ID3D11Device* const device = renderer_.Device();
   ID3D11DeviceContext* const context = renderer_.Context();
@@ -377,13 +408,21 @@ void TickParts::RunFrame(bool timed) {
     view_.Draw(chat_target_.context(), 1.0f);
     chat_target_.context()->EndDraw();
   });
-  Time(present_, timed, device, context,
-       [&] { drawer_.Frame(nullptr, RECT{}, 1.0f, kLook, {}); });
-  Time(whole_, timed, device, context, [&] {
-    const qn::ComPtr<ID3D11Texture2D> latest = frames_->TakeLatest();
-    drawer_.Frame(latest.get(), crop_, 1.0f, kLook,
-                  [&](ID2D1DeviceContext* target, float opacity) { view_.Draw(target, opacity); });
-  });
+  const qn::DrawerWindow::DrawCallback draw = [&](ID2D1DeviceContext* target, float opacity) {
+    view_.Draw(target, opacity);
+  };
+  const auto tick = [&](std::vector<double>& into, qn::FrameWork work) {
+    Time(into, timed, device, context, [&] {
+      qn::ComPtr<ID3D11Texture2D> latest;
+      if (work.backdrop) latest = frames_->TakeLatest();
+      if (work.chat && !work.backdrop) model_.AppendAnswer(L" more");
+      drawer_.Frame(latest.get(), crop_, 1.0f, kLook, draw, work);
+    });
+  };
+  tick(before_, {true, true, true});
+  tick(compose_, {false, false, true});
+  tick(new_frame_, {true, false, true});
+  tick(token_, {false, true, true});
 }
 
 // What a reopening redoes with the graphics held, between the checks and the keyboard: the
@@ -412,9 +451,15 @@ void TickParts::Print() const {
               kRounds, kWarmUpFrames);
   PrintSpread("capture copy (TakeLatest: uploads the still)", copy_);
   PrintSpread("blur (Renderer::Render)", blur_);
-  PrintSpread("chat drawing (ChatView::Draw, 20 messages)", chat_);
-  PrintSpread("present (Frame: clear + present)", present_);
-  PrintSpread("whole tick, composed as the drawer does", whole_);
+  PrintSpread("chat drawing (ChatView::Draw, 21 messages)", chat_);
+  PrintSpread("compose the two layers + present", compose_);
+  PrintSpread("whole tick as before: copy, blur, chat, present", before_);
+  PrintSpread("tick with a new frame: copy, blur, compose", new_frame_);
+  PrintSpread("tick with a token: its layout, chat, compose", token_);
+  const double before = Median(before_);
+  std::printf("  against the tick as before (medians): a new frame %.1fx, a token %.1fx; a tick\n"
+              "  with nothing new draws nothing (see the open drawer's figures above)\n",
+              before / Median(new_frame_), before / Median(token_));
 }
 
 void BenchTick(const qn::test::TestGame& game) {
@@ -430,12 +475,51 @@ void BenchTick(const qn::test::TestGame& game) {
   parts.TimeReopening();
 }
 
-qn::StartChecks WineChecks() {
+qn::StartChecks WineChecks(bool as_before) {
   qn::StartChecks checks{[] { return 19045u; }, [] { return true; }, {}, {}};
-  checks.drawer.surface = [] { return qn::test::MakeHwndSurface(); };
-  checks.drawer.frames = [] { return qn::test::MakeGdiFrameSource(); };
+  checks.drawer.surface = [] { return qn::test::MakeHwndSurface(&g_presented); };
+  checks.drawer.frames = [] { return qn::test::MakeGdiFrameSource({g_game_hz, {}}); };
   checks.drawer.idle_release_ms = kNoIdleRelease;
+  checks.drawer.redraw_every_tick = as_before;
   return checks;
+}
+
+struct AppFigures {
+  double opening_ms = 0;
+  OpenCost still, moving;
+};
+
+AppFigures BenchApp(const qn::test::TestGame& game, bool as_before) {
+  std::printf("\n==== %s ====\n", as_before ? "as before: every tick redraws everything"
+                                           : "now: a tick redraws what changed");
+  AppFigures figures;
+  qn::App app(GetModuleHandleW(nullptr), WineChecks(as_before));
+  if (!app.Init()) return figures;
+  figures.opening_ms = BenchOpening(app, game);
+  if (!as_before) BreakDownOpen(app, game);
+  figures.still = BenchOpenIdle(app, game, 0);
+  figures.moving = BenchOpenIdle(app, game, 30);
+  app.Shutdown();
+  return figures;
+}
+
+void PrintBeside(const char* what, double now, double before, const char* unit) {
+  std::printf("  %-52s %9.2f %9.2f %s  (%.1fx)\n", what, now, before, unit,
+              now > 0 ? before / now : 0.0);
+}
+
+void PrintComparison(const AppFigures& now, const AppFigures& before) {
+  std::printf("\n%-54s %9s %9s\n", "the same run, side by side:", "now", "before");
+  PrintBeside("CPU, open over a still game (% of one core)", now.still.cpu_percent,
+              before.still.cpu_percent, "%");
+  PrintBeside("presents per second over a still game", now.still.presents_per_second,
+              before.still.presents_per_second, "/s");
+  PrintBeside("CPU, open over a 30 Hz game (% of one core)", now.moving.cpu_percent,
+              before.moving.cpu_percent, "%");
+  PrintBeside("presents per second over a 30 Hz game", now.moving.presents_per_second,
+              before.moving.presents_per_second, "/s");
+  PrintBeside("hotkey to first frame presented (median)", now.opening_ms, before.opening_ms,
+              "ms");
 }
 
 }  // namespace
@@ -456,14 +540,10 @@ int wmain() {
   }
   const qn::UniqueKernelHandle game_process(OpenProcessOf(game.window()));
   g_game_process = game_process.get();
-  {
-    qn::App app(GetModuleHandleW(nullptr), WineChecks());
-    if (!app.Init()) return 1;
-    BenchOpening(app, game);
-    BreakDownOpen(app, game);
-    BenchOpenIdle(app, game);
-    app.Shutdown();
-  }
+  const AppFigures now = BenchApp(game, false);
+  const AppFigures before = BenchApp(game, true);
+  PrintComparison(now, before);
+  std::printf("\n");
   BenchTick(game);
   return 0;
 }

@@ -78,7 +78,7 @@ void DrawerControl::Open(HWND over) {
   if (!Show()) return ArmIdleRelease();
   TakeKeyboard();
   if (callbacks_.opened) callbacks_.opened();
-  opened_at_ = GetTickCount64();
+  opened_at_ = Now();
   seen_foreground_ = GetForegroundWindow();
   open_ = true;
   closing_ = false;
@@ -150,6 +150,8 @@ bool DrawerControl::ReadyView() {
 // The whole window at its own size: the system clips a smaller frame pool rather than
 // scaling it, and the renderer's first pass does the downscaling.
 void DrawerControl::StartFrames() {
+  frame_.reset();
+  shown_ = {};
   if (!frames_) frames_ = seams_.frames ? seams_.frames() : std::make_unique<Capture>();
   capturing_ = frames_->Start(target_, renderer_->Device(), kCaptureHz, kDrawerCaptureDivisor);
   if (!capturing_) Log(kLogWarn, L"capture failed to start; the drawer will show a flat scrim");
@@ -207,7 +209,7 @@ void DrawerControl::GiveFocusToDrawer() {
 void DrawerControl::Close() {
   if (!open_ || closing_) return;
   closing_ = true;
-  close_started_ = GetTickCount64();
+  close_started_ = Now();
 }
 
 void DrawerControl::CloseNow() {
@@ -270,7 +272,7 @@ void DrawerControl::Tick() {
     return;
   }
   CheckForeground();
-  const uint64_t now = GetTickCount64();
+  const uint64_t now = Now();
   const float slide = closing_ ? SlideClosing(static_cast<int64_t>(now - close_started_))
                                : SlideOpening(static_cast<int64_t>(now - opened_at_));
   if (closing_ && slide <= 0.0f) {
@@ -278,7 +280,7 @@ void DrawerControl::Tick() {
     return;
   }
   const bool moved = FollowTarget();
-  if (!DrawFrame(slide)) return CompleteClose();
+  if (!DrawFrame(slide, moved)) return CompleteClose();
   // Moved after the frame at the new size is presented, as at the opening.
   if (moved && !drawer_window_.Place(Placement())) Log(kLogWarn, L"the drawer could not follow");
 }
@@ -323,9 +325,11 @@ bool DrawerControl::FollowTarget() {
 }
 
 // Returns whether the drawer can go on.
-bool DrawerControl::DrawFrame(float slide) {
-  const HRESULT hr = PresentFrame(slide);
-  const uint64_t now = GetTickCount64();
+uint64_t DrawerControl::Now() const { return seams_.now_ms ? seams_.now_ms() : GetTickCount64(); }
+
+bool DrawerControl::DrawFrame(float slide, bool moved) {
+  const HRESULT hr = PresentFrame(slide, moved);
+  const uint64_t now = Now();
   switch (AfterFrameResult(hr, now, rebuilt_at_)) {
     case AfterFrame::kGoOn:
       return true;
@@ -343,7 +347,7 @@ bool DrawerControl::DrawFrame(float slide) {
     return false;
   }
   // The picture comes back now rather than a tick later; a second loss is the next tick's.
-  PresentFrame(slide);
+  PresentFrame(slide, true);
   return true;
 }
 
@@ -351,6 +355,8 @@ bool DrawerControl::DrawFrame(float slide) {
 // composition and Direct2D devices. The window, its place and the keyboard capture stay.
 bool DrawerControl::RebuildGraphics() {
   if (std::exchange(capturing_, false)) frames_->Stop();
+  frame_.reset();
+  shown_ = {};
   drawer_window_.DropDevice();
   renderer_->Release();
   const ScreenRect& drawer = geometry_.drawer;
@@ -363,19 +369,63 @@ bool DrawerControl::RebuildGraphics() {
   return true;
 }
 
-HRESULT DrawerControl::PresentFrame(float slide) {
-  const ComPtr<ID3D11Texture2D> frame =
-      capturing_ ? frames_->TakeLatest() : ComPtr<ID3D11Texture2D>();
+// Most ticks find nothing new and return here: a still game, a player reading.
+HRESULT DrawerControl::PresentFrame(float slide, bool moved) {
+  const Shown now = Current(slide, Now());
+  const FrameChanges changes = ChangesSince(now, moved);
+  const FrameWork work = PlanFrame(changes);
+  if (!work.present) return S_OK;
+  if (capturing_ && changes.new_frame) frame_ = frames_->TakeLatest();
   BlurParams params;
   std::copy(std::begin(kTint), std::end(kTint), params.tint);
   params.opacity = slide;
   params.hdr = hdr_ ? 1 : 0;
   params.blur = blur_;
-  const RECT crop = frame ? CropFor(frame.get()) : RECT{};
-  return drawer_window_.Frame(frame.get(), crop, slide, params,
-                              [this](ID2D1DeviceContext* context, float opacity) {
-                                if (view_ready_) view_.Draw(context, opacity);
-                              });
+  const RECT crop = frame_ ? CropFor(frame_.get()) : RECT{};
+  view_.SetCaretShown(now.caret);
+  const HRESULT hr = drawer_window_.Frame(frame_.get(), crop, slide, params,
+                                          [this](ID2D1DeviceContext* context, float opacity) {
+                                            if (view_ready_) view_.Draw(context, opacity);
+                                          },
+                                          work);
+  shown_ = now;
+  // Whatever failed is drawn again in full at the next tick.
+  shown_.presented = SUCCEEDED(hr);
+  return hr;
+}
+
+DrawerControl::Shown DrawerControl::Current(float slide, uint64_t now) {
+  if (model_.InputRevision() != input_revision_) {
+    input_revision_ = model_.InputRevision();
+    input_changed_at_ = now;
+  }
+  Shown current;
+  current.presented = true;
+  current.frame_number = capturing_ ? frames_->FrameNumber() : 0;
+  current.chat_revision = model_.Revision();
+  current.caret = CaretShown(now - input_changed_at_);
+  current.slide = slide;
+  current.blur = blur_;
+  current.hdr = hdr_;
+  current.drawer = geometry_.drawer;
+  current.dpi = geometry_.dpi;
+  current.at_ms = now;
+  return current;
+}
+
+FrameChanges DrawerControl::ChangesSince(const Shown& now, bool moved) const {
+  FrameChanges changes;
+  changes.first = !shown_.presented || seams_.redraw_every_tick;
+  changes.look = now.blur != shown_.blur || now.hdr != shown_.hdr ||
+                 now.drawer.Width() != shown_.drawer.Width() ||
+                 now.drawer.Height() != shown_.drawer.Height() || now.dpi != shown_.dpi;
+  changes.new_frame = now.frame_number != shown_.frame_number;
+  changes.moved = moved;
+  changes.chat = now.chat_revision != shown_.chat_revision;
+  changes.caret = now.caret != shown_.caret;
+  changes.slide = now.slide != shown_.slide;
+  changes.since_present_ms = now.at_ms - shown_.at_ms;
+  return changes;
 }
 
 RECT DrawerControl::CropFor(ID3D11Texture2D* frame) const {
@@ -459,6 +509,8 @@ void DrawerControl::ReleaseIdleGraphics() {
 
 void DrawerControl::ReleaseGraphics() {
   if (std::exchange(capturing_, false)) frames_->Stop();
+  frame_.reset();
+  shown_ = {};
   frames_.reset();
   drawer_window_.Destroy();
   surface_.reset();

@@ -37,6 +37,9 @@ struct DrawerSeams {
   bool (*d3d_fullscreen)() = nullptr;          // null: the shell's notification state
   bool (*keys_hidden)(HWND target) = nullptr;  // null: the target's integrity level
   UINT idle_release_ms = 30000;                // how long the graphics outlive a closing
+  std::function<uint64_t()> now_ms;            // empty: GetTickCount64
+  // For timing against the way each tick once blurred, drew and presented everything.
+  bool redraw_every_tick = false;
 };
 
 class DrawerControl {
@@ -98,8 +101,12 @@ class DrawerControl {
   void CompleteClose();
   void CheckForeground();
   bool FollowTarget();
-  bool DrawFrame(float slide);
-  HRESULT PresentFrame(float slide);
+  uint64_t Now() const;
+  bool DrawFrame(float slide, bool moved = true);
+  struct Shown;
+  Shown Current(float slide, uint64_t now);
+  FrameChanges ChangesSince(const Shown& now, bool moved) const;
+  HRESULT PresentFrame(float slide, bool moved);
   bool RebuildGraphics();
   RECT CropFor(ID3D11Texture2D* frame) const;
   void OnDrawerInput(UINT message, WPARAM wparam, LPARAM lparam);
@@ -132,6 +139,23 @@ class DrawerControl {
   bool capturing_ = false;
   bool view_ready_ = false;
   bool hand_back_foreground_ = false;
+  // The frame the backdrop was last blurred from, kept for a change of look without a new one.
+  ComPtr<ID3D11Texture2D> frame_;
+  // What the last present showed, against which a tick tells what it has to redo.
+  struct Shown {
+    bool presented = false;
+    int64_t frame_number = 0;
+    uint64_t chat_revision = 0;
+    bool caret = true;
+    float slide = -1.0f;
+    float blur = 0.0f;
+    bool hdr = false;
+    ScreenRect drawer;
+    uint32_t dpi = 0;
+    uint64_t at_ms = 0;
+  } shown_;
+  uint64_t input_revision_ = 0;
+  uint64_t input_changed_at_ = 0;  // when the typing last moved, which restarts the blink
   uint64_t opened_at_ = 0;
   uint64_t close_started_ = 0;
   double height_fraction_ = 1.0 / 3.0;

@@ -93,6 +93,7 @@ void ChatModel::Reparse(ChatMessage& message) {
     message.spans.clear();
   }
   message.stamp = next_stamp_++;
+  Changed();
 }
 
 void ChatModel::BeginAnswer() {
@@ -119,6 +120,7 @@ void ChatModel::ClearAnswer() {
   waiting_ = false;
   if (!messages_.empty() && messages_.back().role == kRoleAnswer) messages_.pop_back();
   offset_ = 0.0f;
+  Changed();
 }
 
 void ChatModel::FinishAnswer() {
@@ -138,7 +140,9 @@ std::wstring ChatModel::AnswerText() const {
 }
 
 void ChatModel::SetStatusLine(std::wstring_view text) {
-  if (status_ != text) status_ = text;
+  if (status_ == text) return;
+  status_ = text;
+  Changed();
 }
 
 void ChatModel::Clear() {
@@ -148,9 +152,17 @@ void ChatModel::Clear() {
   waiting_ = false;
   first_piece_ = false;
   offset_ = 0.0f;
+  InputChanged();
 }
 
 bool ChatModel::HandleKey(uint32_t virtual_key, bool ctrl) {
+  const size_t caret = caret_;
+  const bool handled = EditKey(virtual_key, ctrl);
+  if (caret_ != caret) InputChanged();
+  return handled;
+}
+
+bool ChatModel::EditKey(uint32_t virtual_key, bool ctrl) {
   switch (virtual_key) {
     case kKeyBackspace:
       if (caret_ > 0) EraseCharAt(PreviousBoundary(input_, caret_));
@@ -191,6 +203,7 @@ void ChatModel::EraseCharAt(size_t at) {
   if (at >= input_.size()) return;
   input_.erase(at, NextBoundary(input_, at) - at);
   caret_ = at;
+  InputChanged();
 }
 
 // The question shows in the conversation at once; the turn picks it up with TakeSubmitted.
@@ -199,6 +212,7 @@ void ChatModel::Submit() {
   submitted_ = std::exchange(input_, {});
   has_submitted_ = true;
   caret_ = 0;
+  InputChanged();
   SetText(kRoleQuestion, submitted_);
 }
 
@@ -215,8 +229,10 @@ void ChatModel::InsertChar(wchar_t character) {
 }
 
 void ChatModel::InsertText(std::wstring_view text) {
+  if (text.empty()) return;
   input_.insert(caret_, text);
   caret_ += text.size();
+  InputChanged();
 }
 
 bool ChatModel::TakeSubmitted(std::wstring& text) {
@@ -227,8 +243,10 @@ bool ChatModel::TakeSubmitted(std::wstring& text) {
 }
 
 void ChatModel::ScrollBy(float delta) {
+  const float before = offset_;
   offset_ += delta;
   ClampOffset();
+  if (offset_ != before) Changed();
 }
 
 void ChatModel::SetExtent(float content_height, float viewport_height) {

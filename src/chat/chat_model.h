@@ -41,6 +41,14 @@ inline constexpr std::wstring_view kWaitingMark = L"\u2026";
 inline constexpr std::wstring_view kNoAnswerText =
     L"(no answer came back \u2014 the model may be busy or loading. Try again.)";
 
+// The caret stays on for a blink interval after each edit, so that it is never hidden while
+// the player types, then goes off and on in turn: a drawer that shows nothing else new has
+// to present only when this flips.
+constexpr uint64_t kCaretBlinkMs = 530;
+constexpr bool CaretShown(uint64_t since_edit_ms) {
+  return since_edit_ms / kCaretBlinkMs % 2 == 0;
+}
+
 struct StyleSpan {
   uint32_t start = 0;  // UTF-16 units into the display text
   uint32_t length = 0;
@@ -104,7 +112,19 @@ class ChatModel {
 
   const std::vector<ChatMessage>& Messages() const { return messages_; }
 
+  // Grows with every change that shows: messages, status line, input, caret, scrolling. What
+  // the drawing reports back through SetExtent is not a change, since that drawing showed it.
+  uint64_t Revision() const { return revision_; }
+  // Grows when the input line or the caret changed, which restarts the caret's blinking.
+  uint64_t InputRevision() const { return input_revision_; }
+
  private:
+  void Changed() { ++revision_; }
+  void InputChanged() {
+    ++revision_;
+    ++input_revision_;
+  }
+  bool EditKey(uint32_t virtual_key, bool ctrl);
   void Reparse(ChatMessage& message);
   void Submit();
   void Paste();
@@ -125,6 +145,8 @@ class ChatModel {
   float offset_ = 0.0f;
   float content_height_ = 0.0f;
   float viewport_height_ = 0.0f;
+  uint64_t revision_ = 0;
+  uint64_t input_revision_ = 0;
 };
 
 }  // namespace qn

@@ -30,6 +30,8 @@ class ChatView {
   // an empty one is greeted.
   bool Init(IDWriteFactory* factory);
   void SetSize(uint32_t width, uint32_t height, float scale);
+  // The caret's blink phase for the next Draw.
+  void SetCaretShown(bool shown) { caret_shown_ = shown; }
   // Draws into (0, 0)-(width, height) under the context's current transform, touching
   // nothing outside it.
   void Draw(ID2D1DeviceContext* context, float opacity);
@@ -37,6 +39,8 @@ class ChatView {
   // Where each message landed in the last Draw, in target pixels before the caller's
   // transform; empty for messages scrolled out of sight.
   const std::vector<D2D1_RECT_F>& DrawnMessages() const { return drawn_; }
+  // How many message layouts have been built, to show that a token lays out one message.
+  uint64_t LayoutsBuilt() const { return layouts_built_; }
 
  private:
   struct CachedLayout {
@@ -66,6 +70,7 @@ class ChatView {
                              bool secondary);
   void MakeSecondary(IDWriteTextLayout* layout, uint32_t length);
   float MeasureContent(float column_width);
+  void SettleBefore(size_t count, float column_width);
   float GapBefore(size_t index) const;
 
   static void Fill(const Frame& frame, const D2D1_ROUNDED_RECT& shape, const D2D1_COLOR_F& color);
@@ -87,6 +92,13 @@ class ChatView {
   ComPtr<IDWriteTextFormat> body_format_;
   ComPtr<IDWriteTextFormat> line_format_;
   std::vector<CachedLayout> layouts_;
+  // The height of the messages before the newest, which no longer change in place.
+  struct Settled {
+    size_t count = 0;
+    uint64_t last_stamp = 0;
+    float column_width = 0;
+    float height = 0;
+  } settled_;
   LineLayout input_line_;
   LineLayout status_line_;
   LineLayout placeholder_line_;
@@ -95,6 +107,8 @@ class ChatView {
   uint32_t width_ = 0;
   uint32_t height_ = 0;
   float scale_ = 1.0f;
+  bool caret_shown_ = true;
+  uint64_t layouts_built_ = 0;
   RepeatedFailures failures_;  // drawing runs every frame, so a failing call is logged once
 };
 

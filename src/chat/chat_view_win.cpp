@@ -125,6 +125,7 @@ struct ChatView::Frame {
 
 bool ChatView::Init(IDWriteFactory* factory) {
   layouts_.clear();
+  settled_ = {};
   input_line_ = {};
   status_line_ = {};
   placeholder_line_ = {};
@@ -260,6 +261,7 @@ bool ChatView::BuildLayout(const ChatMessage& message, float column_width, Cache
       message.display.c_str(), static_cast<UINT32>(message.display.size()), body_format_.get(),
       std::max(text_width, 1.0f), kUnbounded, cache.layout.put());
   if (!failures_.Check(hr, L"CreateTextLayout")) return false;
+  ++layouts_built_;
   StyleLayout(message, cache.layout.get());
   if (!Measure(cache.layout.get(), cache.metrics)) {
     cache.layout.reset();
@@ -310,14 +312,31 @@ std::vector<D2D1_RECT_F> ChatView::CodeBoxes(const ChatMessage& message,
   return boxes;
 }
 
+// Only the newest message changes in place (the answer being streamed), so a token costs
+// the layout of that one message rather than a walk over the conversation.
 float ChatView::MeasureContent(float column_width) {
-  layouts_.resize(model_.Messages().size());
-  float height = 2 * kListPadding;
-  for (size_t i = 0; i < layouts_.size(); ++i) {
+  const size_t count = model_.Messages().size();
+  layouts_.resize(count);
+  if (count == 0) return 2 * kListPadding;
+  SettleBefore(count - 1, column_width);
+  const CachedLayout* newest = LayoutFor(count - 1, column_width);
+  return 2 * kListPadding + settled_.height + GapBefore(count - 1) +
+         (newest ? newest->box.height : 0);
+}
+
+// The total is kept while the messages it covers are the same ones: the model only ever
+// appends, changes or removes its newest, or clears them all, and stamps are never reused.
+void ChatView::SettleBefore(size_t count, float column_width) {
+  const std::vector<ChatMessage>& messages = model_.Messages();
+  const bool intact = settled_.column_width == column_width && settled_.count <= count &&
+                      (settled_.count == 0 || messages[settled_.count - 1].stamp == settled_.last_stamp);
+  if (!intact) settled_ = {0, 0, column_width, 0};
+  for (size_t i = settled_.count; i < count; ++i) {
     const CachedLayout* cache = LayoutFor(i, column_width);
-    height += GapBefore(i) + (cache ? cache->box.height : 0);
+    settled_.height += GapBefore(i) + (cache ? cache->box.height : 0);
   }
-  return height;
+  settled_.count = count;
+  settled_.last_stamp = count > 0 ? messages[count - 1].stamp : 0;
 }
 
 float ChatView::GapBefore(size_t index) const {
@@ -331,15 +350,15 @@ void ChatView::DrawMessages(const Frame& frame) {
   model_.SetExtent(content, viewport);
   drawn_.assign(layouts_.size(), D2D1_RECT_F{});
   frame.context->PushAxisAlignedClip(frame.list, D2D1_ANTIALIAS_MODE_ALIASED);
-  float top = frame.list.bottom - content + model_.ScrollOffset() + kListPadding;
-  for (size_t i = 0; i < layouts_.size(); ++i) {
+  // From the newest upwards, as far as the top of the list: what lies above is not walked.
+  float bottom = frame.list.bottom + model_.ScrollOffset() - kListPadding;
+  for (size_t i = layouts_.size(); i-- > 0 && bottom > frame.list.top;) {
     const CachedLayout& cache = layouts_[i];
-    top += GapBefore(i);
-    if (!cache.layout) continue;
-    if (top < frame.list.bottom && top + cache.box.height > frame.list.top) {
+    const float top = bottom - (cache.layout ? cache.box.height : 0);
+    if (cache.layout && top < frame.list.bottom) {
       drawn_[i] = Scaled(DrawMessage(frame, cache, model_.Messages()[i].role, top), scale_);
     }
-    top += cache.box.height;
+    bottom = top - GapBefore(i);
   }
   frame.context->PopAxisAlignedClip();
   DrawScrollbar(frame, content, viewport);
@@ -408,7 +427,10 @@ void ChatView::DrawInput(const Frame& frame) {
   PaintText(frame, line, text_left - shift, top, empty ? kMuted : kPlayerText);
   // Centred on the gap between characters, so it never covers a stem.
   const float caret = Snap(text_left + caret_x - shift - kCaretWidth / 2);
-  Fill(frame, {Rect(caret, top, caret + Snap(kCaretWidth), top + metrics.height), 0, 0}, kAccent);
+  if (caret_shown_) {
+    Fill(frame, {Rect(caret, top, caret + Snap(kCaretWidth), top + metrics.height), 0, 0},
+         kAccent);
+  }
   frame.context->PopAxisAlignedClip();
 }
 

@@ -44,6 +44,8 @@ class Capture : public FrameSource {
   // since the last call, the previous texture again (or empty). Tick thread only.
   ComPtr<ID3D11Texture2D> TakeLatest() override;
 
+  // A frame is in the slot by the time it is counted here.
+  int64_t FrameNumber() const override;
   FrameCounts Counts() const override;
   // The capture item reported its window gone.
   bool Closed() const override;

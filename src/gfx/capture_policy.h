@@ -52,9 +52,10 @@ class FrameCounters {
  public:
   void Reset();
   void CountArrived() { arrived_.fetch_add(1, std::memory_order_relaxed); }
-  void CountAccepted() { accepted_.fetch_add(1, std::memory_order_relaxed); }
+  void CountAccepted() { accepted_.fetch_add(1, std::memory_order_release); }
   void CountConsumed() { consumed_.fetch_add(1, std::memory_order_relaxed); }
   FrameCounts Read() const;
+  int64_t Accepted() const { return accepted_.load(std::memory_order_acquire); }
 
  private:
   std::atomic<int64_t> arrived_{0};

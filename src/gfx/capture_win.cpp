@@ -408,6 +408,8 @@ bool Capture::EnsureCopy(const D3D11_TEXTURE2D_DESC& frame) {
   return false;
 }
 
+int64_t Capture::FrameNumber() const { return stream_ ? stream_->counters.Accepted() : 0; }
+
 FrameCounts Capture::Counts() const { return stream_ ? stream_->counters.Read() : FrameCounts{}; }
 
 bool Capture::Closed() const { return stream_ && stream_->closed.load(); }

@@ -59,6 +59,17 @@ SurfaceChange PlanSurface(bool has_swap_chain, uint32_t width, uint32_t height, 
   return SurfaceChange::kResize;
 }
 
+FrameWork PlanFrame(const FrameChanges& changes) {
+  const bool all = changes.first || changes.look;
+  const bool blink_due = changes.caret && changes.since_present_ms >= kCaretWaitMs;
+  FrameWork work;
+  work.backdrop = all || changes.new_frame || changes.moved;
+  work.present = work.backdrop || changes.chat || changes.slide || blink_due;
+  // A blink that waits is drawn with the present that takes it; until then nothing is done.
+  work.chat = work.present && (all || changes.chat || changes.caret);
+  return work;
+}
+
 AfterFrame AfterFrameResult(int32_t hr, uint64_t now_ms, uint64_t last_rebuild_ms) {
   if (hr != kDxgiDeviceRemoved && hr != kDxgiDeviceReset && hr != kDdiDeviceRemoved &&
       hr != kD2dRecreateTarget) {

@@ -40,6 +40,34 @@ float SlideClosing(int64_t elapsed_ms);
 // How far below its place the drawer's content lies at slide value t.
 float SlideOffset(uint32_t height, float t);
 
+// What moved since the drawer last presented, as one tick finds it.
+struct FrameChanges {
+  bool first = false;      // nothing drawn on these surfaces yet, or every tick redraws
+  bool look = false;       // the blur, the HDR tone map, the size or the scale changed
+  bool new_frame = false;  // the game presented a frame newer than the one in the backdrop
+  bool moved = false;      // the drawer is placed anew over the game
+  bool chat = false;       // text, typing, status line or scrolling
+  bool caret = false;      // the caret's blink phase flipped
+  bool slide = false;      // the slide value, which is also the opacity of both layers
+  uint64_t since_present_ms = 0;
+};
+
+// The backdrop (the game's strip, blurred and tinted) and the chat are drawn into layers of
+// their own and kept; a present composes the two. Whatever did not change is not redrawn,
+// and a tick with nothing new presents nothing at all.
+struct FrameWork {
+  bool backdrop = false;
+  bool chat = false;
+  bool present = false;
+  friend bool operator==(const FrameWork&, const FrameWork&) = default;
+};
+
+// A blink alone waits this long after the last present, so that over a game that delivers
+// frames it rides along with the next one instead of adding a present between two.
+constexpr uint64_t kCaretWaitMs = 34;
+
+FrameWork PlanFrame(const FrameChanges& changes);
+
 enum class SurfaceChange {
   kRefuse,  // a zero size: no swap chain can have it
   kKeep,

@@ -47,7 +47,8 @@ HRESULT CreateSharedWriteFactory(ComPtr<IDWriteFactory>& factory);
 
 class DrawerWindow {
  public:
-  // Draws the chat over the backdrop; one Direct2D unit is one pixel.
+  // Draws the chat into its layer, which is clear and transparent; one Direct2D unit is one
+  // pixel. The layer is faded with the backdrop as it is composed, so opacity is 1 here.
   using DrawCallback = std::function<void(ID2D1DeviceContext* context, float opacity)>;
   // Receives the keyboard and wheel messages that reach the drawer itself.
   using InputHandler = std::function<void(UINT message, WPARAM wparam, LPARAM lparam)>;
@@ -68,9 +69,11 @@ class DrawerWindow {
   // Back to the top of the topmost windows, for when another one rose above it.
   void Raise();
   void Hide();
-  // Returns the first failure of the frame's Direct2D drawing or of its present.
+  // Redraws the layers `work` names (all of them while they were never drawn at this size),
+  // composes them at opacity t and presents. `frame` is needed only for the backdrop. Returns
+  // the first failure of the frame's Direct2D drawing or of its present.
   HRESULT Frame(ID3D11Texture2D* frame, const RECT& crop, float t, const BlurParams& params,
-                const DrawCallback& draw);
+                const DrawCallback& draw, FrameWork work = {true, true, true});
   void ReleaseSurfaces();
   // Lets go of everything made on the device, for a lost one; the window stays.
   void DropDevice();
@@ -95,8 +98,11 @@ class DrawerWindow {
   bool CreateSwapChain(uint32_t width, uint32_t height);
   bool CreateBackBufferView();
   bool CreateDirect2DTarget();
-  void ClearToTint(const BlurParams& params);
-  HRESULT DrawOverlay(const DrawCallback& draw, float opacity);
+  bool CreateLayers();
+  void DropLayers();
+  void DrawBackdrop(ID3D11Texture2D* frame, const RECT& crop, const BlurParams& params);
+  HRESULT DrawChat(const DrawCallback& draw);
+  HRESULT Compose(float t);
 
   UniqueHwnd window_;
   Renderer* renderer_ = nullptr;
@@ -109,6 +115,12 @@ class DrawerWindow {
   ComPtr<ID2D1Device> d2d_device_;
   ComPtr<ID2D1DeviceContext> d2d_context_;
   ComPtr<ID2D1Bitmap1> d2d_target_;
+  // The blurred backdrop at full opacity, drawn by the renderer and read by Direct2D.
+  ComPtr<ID3D11RenderTargetView> backdrop_view_;
+  ComPtr<ID2D1Bitmap1> backdrop_;
+  ComPtr<ID2D1Bitmap1> chat_layer_;
+  bool backdrop_drawn_ = false;
+  bool chat_drawn_ = false;
   ComPtr<IDWriteFactory> dwrite_factory_;
   uint32_t width_ = 0;
   uint32_t height_ = 0;

@@ -1,5 +1,6 @@
 #include "gfx/drawer_window.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "core/failure_log.h"
@@ -109,10 +110,10 @@ bool DrawerWindow::EnsureSize(uint32_t width, uint32_t height) {
   if (change == SurfaceChange::kResize) ResizeOrDrop(width, height);
   if (!swap_chain_ && !CreateSwapChain(width, height)) return false;
   if (!CreateBackBufferView()) return false;
-  if (d2d_context_ && !CreateDirect2DTarget()) return false;
+  if (!d2d_context_ || !CreateDirect2DTarget()) return false;
   width_ = width;
   height_ = height;
-  return true;
+  return CreateLayers();
 }
 
 void DrawerWindow::DropBufferReferences() {
@@ -123,6 +124,7 @@ void DrawerWindow::DropBufferReferences() {
   back_buffer_view_.reset();
   if (d2d_context_) d2d_context_->SetTarget(nullptr);
   d2d_target_.reset();
+  DropLayers();
   ID3D11DeviceContext* const context = renderer_->Context();
   context->OMSetRenderTargets(0, nullptr, nullptr);
   context->ClearState();
@@ -206,32 +208,85 @@ void DrawerWindow::Hide() {
   visible_ = false;
 }
 
-HRESULT DrawerWindow::Frame(ID3D11Texture2D* frame, const RECT& crop, float t,
-                            const BlurParams& params, const DrawCallback& draw) {
-  if (!swap_chain_ || !back_buffer_view_ || !renderer_) return E_UNEXPECTED;
-  ClearToTint(params);
-  if (frame) renderer_->Render(frame, crop, back_buffer_view_.get(), width_, height_, params);
-  if (draw && d2d_context_ && d2d_target_) {
-    const HRESULT hr = DrawOverlay(draw, params.opacity);
-    // Direct2D's device is gone with it: presenting would only fail the same way.
-    if (hr == kD2dRecreateTarget) return hr;
+// Both layers are the drawer's size at 96 DPI, so composing them copies pixel for pixel.
+bool DrawerWindow::CreateLayers() {
+  ID3D11Device* const device = renderer_->Device();
+  const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_B8G8R8A8_UNORM, width_, height_, 1, 1,
+                                   D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE);
+  ComPtr<ID3D11Texture2D> texture;
+  ComPtr<IDXGISurface> surface;
+  HRESULT hr = device->CreateTexture2D(&desc, nullptr, texture.put());
+  if (!CheckHr(hr, L"CreateTexture2D (backdrop layer)", kLogError)) return false;
+  hr = device->CreateRenderTargetView(texture.get(), nullptr, backdrop_view_.put());
+  if (!CheckHr(hr, L"CreateRenderTargetView (backdrop layer)", kLogError)) return false;
+  hr = texture->QueryInterface(IID_PPV_ARGS(surface.put()));
+  D2D1_BITMAP_PROPERTIES1 properties = {
+      {DXGI_FORMAT_B8G8R8A8_UNORM, D2D1_ALPHA_MODE_PREMULTIPLIED}, 96.0f, 96.0f,
+      D2D1_BITMAP_OPTIONS_NONE, nullptr};
+  if (SUCCEEDED(hr)) {
+    hr = d2d_context_->CreateBitmapFromDxgiSurface(surface.get(), &properties, backdrop_.put());
   }
-  const HRESULT hr = surface_->Present(swap_chain_.get(), SlideOffset(height_, t));
+  if (!CheckHr(hr, L"CreateBitmapFromDxgiSurface (backdrop layer)", kLogError)) return false;
+  properties.bitmapOptions = D2D1_BITMAP_OPTIONS_TARGET;
+  hr = d2d_context_->CreateBitmap({width_, height_}, nullptr, 0, &properties, chat_layer_.put());
+  return CheckHr(hr, L"CreateBitmap (chat layer)", kLogError);
+}
+
+void DrawerWindow::DropLayers() {
+  backdrop_view_.reset();
+  backdrop_.reset();
+  chat_layer_.reset();
+  backdrop_drawn_ = false;
+  chat_drawn_ = false;
+}
+
+HRESULT DrawerWindow::Frame(ID3D11Texture2D* frame, const RECT& crop, float t,
+                            const BlurParams& params, const DrawCallback& draw, FrameWork work) {
+  if (!swap_chain_ || !backdrop_view_ || !chat_layer_ || !renderer_) return E_UNEXPECTED;
+  if (work.backdrop || !backdrop_drawn_) DrawBackdrop(frame, crop, params);
+  HRESULT hr = S_OK;
+  if (work.chat || !chat_drawn_) hr = DrawChat(draw);
+  if (SUCCEEDED(hr)) hr = Compose(params.opacity);
+  // Direct2D's device is gone with it: presenting would only fail the same way.
+  if (hr == kD2dRecreateTarget) return hr;
+  hr = surface_->Present(swap_chain_.get(), SlideOffset(height_, t));
   frame_failures_.Check(hr, L"Present");
   return hr;
 }
 
-void DrawerWindow::ClearToTint(const BlurParams& params) {
-  // What shows while no frame has been captured yet: the tint alone, premultiplied.
-  const float opacity = params.opacity;
-  const float color[4] = {params.tint[0] * opacity, params.tint[1] * opacity,
-                          params.tint[2] * opacity, opacity};
-  renderer_->Context()->ClearRenderTargetView(back_buffer_view_.get(), color);
+// Drawn opaque: the slide fades the composed layers instead, so it never blurs again. The
+// tint alone is what shows while no frame has been captured yet.
+void DrawerWindow::DrawBackdrop(ID3D11Texture2D* frame, const RECT& crop,
+                                const BlurParams& params) {
+  BlurParams opaque = params;
+  opaque.opacity = 1.0f;
+  const float tint[4] = {params.tint[0], params.tint[1], params.tint[2], 1.0f};
+  renderer_->Context()->ClearRenderTargetView(backdrop_view_.get(), tint);
+  if (frame) renderer_->Render(frame, crop, backdrop_view_.get(), width_, height_, opaque);
+  backdrop_drawn_ = true;
 }
 
-HRESULT DrawerWindow::DrawOverlay(const DrawCallback& draw, float opacity) {
+HRESULT DrawerWindow::DrawChat(const DrawCallback& draw) {
+  d2d_context_->SetTarget(chat_layer_.get());
   d2d_context_->BeginDraw();
-  draw(d2d_context_.get(), opacity);
+  d2d_context_->Clear(D2D1::ColorF(0, 0.0f));
+  if (draw) draw(d2d_context_.get(), 1.0f);
+  const HRESULT hr = d2d_context_->EndDraw();
+  d2d_context_->SetTarget(d2d_target_.get());
+  chat_drawn_ = frame_failures_.Check(hr, L"D2D EndDraw (chat)");
+  return hr;
+}
+
+// Premultiplied layers drawn at the opacity over a clear target: (c, a) becomes (c t, a t),
+// the same as had each been drawn at t.
+HRESULT DrawerWindow::Compose(float opacity) {
+  const D2D1_RECT_F whole = {0, 0, static_cast<float>(width_), static_cast<float>(height_)};
+  const float faded = std::clamp(opacity, 0.0f, 1.0f);
+  d2d_context_->BeginDraw();
+  d2d_context_->Clear(D2D1::ColorF(0, 0.0f));
+  for (ID2D1Bitmap1* layer : {backdrop_.get(), chat_layer_.get()}) {
+    d2d_context_->DrawBitmap(layer, whole, faded, D2D1_INTERPOLATION_MODE_NEAREST_NEIGHBOR);
+  }
   const HRESULT hr = d2d_context_->EndDraw();
   frame_failures_.Check(hr, L"D2D EndDraw");
   return hr;
@@ -240,6 +295,7 @@ HRESULT DrawerWindow::DrawOverlay(const DrawCallback& draw, float opacity) {
 void DrawerWindow::ReleaseSurfaces() {
   if (d2d_context_) d2d_context_->SetTarget(nullptr);
   d2d_target_.reset();
+  DropLayers();
   back_buffer_view_.reset();
   if (swap_chain_ && attached_) surface_->ClearContent();
   swap_chain_.reset();

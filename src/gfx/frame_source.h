@@ -17,6 +17,9 @@ class FrameSource {
   virtual void Stop() = 0;
   // The newest frame (whole window, divisor 1), or the previous one, or empty.
   virtual ComPtr<ID3D11Texture2D> TakeLatest() = 0;
+  // How many frames have been handed over since Start: cheap to ask on every tick, so that
+  // a drawer holding frame N takes and blurs again only once this has moved on.
+  virtual int64_t FrameNumber() const = 0;
   virtual FrameCounts Counts() const = 0;
   virtual bool Closed() const = 0;  // the window went away
 };

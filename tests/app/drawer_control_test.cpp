@@ -15,6 +15,7 @@
 #include "app/keyboard_hooks_win.h"
 #include "app/message_window_win.h"
 #include "app/tray_menu.h"
+#include "gfx/drawer_geometry.h"
 #include "support/fake_tray_win.h"
 #include "support/gdi_frames_win.h"
 #include "support/hwnd_surface_win.h"
@@ -78,6 +79,7 @@ class DrawerControlTest : public testing::Test {
   std::vector<std::wstring> balloons_;
   bool update_deferred_ = false;
   test::SurfaceRecord presented_;
+  uint64_t now_ms_ = 1'000'000;  // the drawer's clock where a case keeps it
 };
 
 // A failed opening lets go of what it made; one that opens presents its first frame, slid out
@@ -152,6 +154,44 @@ TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
     } else if (c.opens) {
       EXPECT_EQ(GetForegroundWindow(), game.window()) << "the game keeps the focus";
     }
+  }
+}
+
+// Over a still game the drawer presents when the caret blinks and for nothing else; over a
+// game presenting 30 frames a second, once per frame at most, the blinks riding along. The
+// ticks run on the drawer's own clock over a known span of the game's frames.
+TEST_F(DrawerControlTest, PresentsOnlyWhenSomethingChanged) {
+  const struct {
+    const char* name;
+    int game_hz;
+    size_t least, most;
+  } cases[] = {
+      {"still game, nothing typed", 0, 3, 4},  // 2000 ms hold 3 or 4 of the 530 ms phases
+      {"30 Hz game", 30, 55, 60},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const test::TestGame game(kWindowed);
+    ASSERT_TRUE(game.window());
+    DrawerSeams seams = WineSeams(&presented_);
+    seams.now_ms = [this] { return now_ms_; };
+    seams.frames = [this, hz = c.game_hz] {
+      return test::MakeGdiFrameSource({hz, [this] { return now_ms_; }});
+    };
+    DrawerControl& drawer = MakeDrawer(std::move(seams));
+    presented_ = {};
+    drawer.Open();
+    ASSERT_TRUE(drawer.IsOpen()) << log_.Text();
+    const auto run_for = [&](uint64_t ms) {
+      for (const uint64_t end = now_ms_ + ms; now_ms_ < end; drawer.Tick()) now_ms_ += kTickMs;
+    };
+    run_for(kSlideOpenMs + 40);
+    const size_t before = presented_.presents.size();
+    run_for(2000);
+    const size_t presents = presented_.presents.size() - before;
+    EXPECT_GE(presents, c.least);
+    EXPECT_LE(presents, c.most);
+    drawer.CloseNow();
   }
 }
 

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace qn {
@@ -88,6 +90,34 @@ TEST(ChatModel, EditingKeysMoveDeleteAndSubmit) {
   EXPECT_TRUE(model.TakeSubmitted(taken));
   EXPECT_EQ(taken, L"*x  y*");
   EXPECT_FALSE(model.TakeSubmitted(taken));
+}
+
+// The drawer redraws only when the revision moves, so every change that shows must move it,
+// typing the input's too (the caret stays lit while the player types). What the drawing
+// reports back must not, or each drawing would ask for the next.
+TEST(ChatModel, RevisionsMoveWithWhatShows) {
+  ChatModel model([] { return std::wstring(L"p"); });
+  model.SetExtent(2000, 300);
+  const std::tuple<const char*, std::function<void()>, bool, bool> cases[] = {
+      {"notice", [&] { model.SetText(kRoleNotice, L"n"); }, true, false},
+      {"status", [&] { model.SetStatusLine(L"s"); }, true, false},
+      {"same status", [&] { model.SetStatusLine(L"s"); }, false, false},
+      {"answer", [&] { model.BeginAnswer(); }, true, false},
+      {"token", [&] { model.AppendAnswer(L"t"); }, true, false},
+      {"typed", [&] { model.InsertChar(L'a'); }, true, true},
+      {"caret home", [&] { model.HandleKey(kKeyHome, false); }, true, true},
+      {"caret already home", [&] { model.HandleKey(kKeyHome, false); }, false, false},
+      {"pasted", [&] { model.HandleKey(kKeyV, true); }, true, true},
+      {"scrolled", [&] { model.ScrollBy(100); }, true, false},
+      {"drawing measured", [&] { model.SetExtent(2100, 300); }, false, false},
+      {"sent", [&] { model.HandleKey(kKeyEnter, false); }, true, true},
+  };
+  for (const auto& [name, change, shows, typed] : cases) {
+    const uint64_t revision = model.Revision(), input = model.InputRevision();
+    change();
+    EXPECT_EQ(model.Revision() != revision, shows) << name;
+    EXPECT_EQ(model.InputRevision() != input, typed) << name;
+  }
 }
 
 TEST(ChatModel, ScrollOffsetStaysWithinTheContentAndKeepsAReadersPlace) {

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "chat/chat_view.h"
@@ -111,6 +114,37 @@ TEST(ChatViewDraw, ConversationReadsOverTheTintAndStaysInsideTheView) {
     answer_height[scale == 1 ? 0 : 1] = drawn[2].bottom - drawn[2].top;
   }
   EXPECT_NEAR(answer_height[1] / answer_height[0], 1.5f, 0.15f) << "text grows with the DPI";
+}
+
+// A streamed token lays out the answer again and nothing else; only a new width or scale
+// lays out the whole conversation.
+TEST(ChatViewDraw, ATokenLaysOutOnlyTheAnswer) {
+  const ComApartment com(COINIT_MULTITHREADED);
+  ChatModel chat;
+  ChatView view(chat);
+  for (int i = 0; i < 20; ++i) chat.SetText(i % 2 ? kRoleAnswer : kRoleQuestion, L"A **lift**.");
+  chat.BeginAnswer();
+  test::OffscreenTarget target;
+  ASSERT_TRUE(target.Create(900, 440));
+  ASSERT_TRUE(view.Init(target.dwrite()));
+  view.SetSize(900, 440, 1);
+  const std::pair<std::function<void()>, uint64_t> steps[] = {
+      {[] {}, 21}, {[] {}, 0},  // the first drawing, then nothing new
+      {[&] { chat.AppendAnswer(L"Take"); }, 1},
+      {[&] { chat.AppendAnswer(L" the **lift**"); }, 1},
+      {[&] { chat.InsertChar(L'x'); }, 0},
+      {[&] { chat.ScrollBy(200); }, 0},
+      {[&] { view.SetSize(800, 440, 1); }, 21},
+      {[&] { view.SetSize(800, 440, 1.25f); }, 21},
+  };
+  for (size_t step = 0; step < std::size(steps); ++step) {
+    steps[step].first();
+    const uint64_t before = view.LayoutsBuilt();
+    target.context()->BeginDraw();
+    view.Draw(target.context(), 1);
+    EXPECT_HRESULT_SUCCEEDED(target.context()->EndDraw());
+    EXPECT_EQ(view.LayoutsBuilt() - before, steps[step].second) << step;
+  }
 }
 
 }  // namespace

@@ -59,6 +59,25 @@ TEST(PlanSurface, ResizesOnlyForANewNonZeroSize) {
   }
 }
 
+// A tick redoes only what changed; a blink alone waits for the frame that is about to come.
+TEST(PlanFrame, RedoesOnlyWhatChanged) {
+  constexpr FrameWork kNothing{}, kAll{true, true, true}, kBackdrop{true, false, true},
+      kChat{false, true, true}, kPresent{false, false, true};
+  const std::tuple<const char*, FrameChanges, FrameWork> cases[] = {
+      {"nothing new", {}, kNothing},
+      {"first", {.first = true}, kAll},
+      {"blur or size", {.look = true}, kAll},
+      {"new frame", {.new_frame = true}, kBackdrop},
+      {"moved", {.moved = true}, kBackdrop},
+      {"token", {.chat = true}, kChat},
+      {"slide", {.slide = true}, kPresent},
+      {"blink right after a present", {.caret = true, .since_present_ms = 16}, kNothing},
+      {"blink alone", {.caret = true, .since_present_ms = 34}, kChat},
+      {"blink with a frame", {.new_frame = true, .caret = true}, kAll},
+  };
+  for (const auto& [name, changes, work] : cases) EXPECT_EQ(PlanFrame(changes), work) << name;
+}
+
 // A lost device is rebuilt at once, but not on every tick when it stays lost.
 TEST(AfterFrameResult, ALostDeviceIsRebuiltUnlessItWasJustRebuilt) {
   constexpr int32_t kOccluded = 0x087A0001, kFail = static_cast<int32_t>(0x80004005u);

@@ -1,6 +1,7 @@
 #include "support/gdi_frames_win.h"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "core/failure_log.h"
@@ -31,6 +32,10 @@ std::vector<uint32_t> CopyFromDc(HDC source, int x, int y, int width, int height
 
 class GdiFrameSource final : public FrameSource {
  public:
+  explicit GdiFrameSource(StandInGame game) : game_(std::move(game)) {
+    if (!game_.now_ms) game_.now_ms = [] { return GetTickCount64(); };
+  }
+
   bool Start(HWND window, ID3D11Device* device, int throttle_hz, int) override {
     Stop();
     counters_.Reset();
@@ -43,7 +48,9 @@ class GdiFrameSource final : public FrameSource {
     if (still_.empty()) return false;
     window_ = window;
     device_ = device;
-    throttle_ = FrameThrottle(throttle_hz);
+    rate_ = throttle_hz > 0 && throttle_hz < game_.hz ? throttle_hz : game_.hz;
+    started_ms_ = game_.now_ms();
+    copied_ = 0;
     return true;
   }
 
@@ -54,12 +61,20 @@ class GdiFrameSource final : public FrameSource {
   }
 
   ComPtr<ID3D11Texture2D> TakeLatest() override {
-    if (!window_ || !IsWindow(window_)) return texture_;
+    const int64_t number = FrameNumber();
+    if (number == copied_ || !IsWindow(window_)) return texture_;
+    copied_ = number;
     counters_.CountArrived();
-    if (!throttle_.Accept(static_cast<int64_t>(GetTickCount64()) * 1000)) return texture_;
     counters_.CountAccepted();
     if (Copy()) counters_.CountConsumed();
     return texture_;
+  }
+
+  // The first frame is there at the start; the throttle lets through at most its rate.
+  int64_t FrameNumber() const override {
+    if (!window_) return 0;
+    const uint64_t elapsed_ms = game_.now_ms() - started_ms_;
+    return 1 + static_cast<int64_t>(elapsed_ms * static_cast<uint64_t>(rate_) / 1000);
   }
 
   FrameCounts Counts() const override { return counters_.Read(); }
@@ -87,18 +102,23 @@ class GdiFrameSource final : public FrameSource {
     return CheckHr(hr, L"CreateTexture2D (GDI frame)", kLogError);
   }
 
+  StandInGame game_;
   HWND window_ = nullptr;
   RECT rect_ = {};
   std::vector<uint32_t> still_;
   ID3D11Device* device_ = nullptr;
-  FrameThrottle throttle_{0};
+  int rate_ = 0;
+  uint64_t started_ms_ = 0;
+  int64_t copied_ = 0;
   FrameCounters counters_;
   ComPtr<ID3D11Texture2D> texture_;
 };
 
 }  // namespace
 
-std::unique_ptr<FrameSource> MakeGdiFrameSource() { return std::make_unique<GdiFrameSource>(); }
+std::unique_ptr<FrameSource> MakeGdiFrameSource(StandInGame game) {
+  return std::make_unique<GdiFrameSource>(std::move(game));
+}
 
 std::vector<uint32_t> ReadScreen(const RECT& area) {
   const HDC screen = GetDC(nullptr);
