@@ -408,10 +408,10 @@ void TickParts::RunFrame(bool timed) {
     view_.Draw(chat_target_.context(), 1.0f);
     chat_target_.context()->EndDraw();
   });
-  const qn::DrawerWindow::DrawCallback draw = [&](ID2D1DeviceContext* target, float opacity) {
-    view_.Draw(target, opacity);
-  };
-  const auto tick = [&](std::vector<double>& into, qn::FrameWork work) {
+  const auto tick = [&](std::vector<double>& into, qn::FrameWork work, bool as_before = false) {
+    const qn::DrawerWindow::DrawCallback draw = [&](ID2D1DeviceContext* target, bool whole) {
+      view_.DrawLayer(target, whole || as_before);
+    };
     Time(into, timed, device, context, [&] {
       qn::ComPtr<ID3D11Texture2D> latest;
       if (work.backdrop) latest = frames_->TakeLatest();
@@ -419,7 +419,7 @@ void TickParts::RunFrame(bool timed) {
       drawer_.Frame(latest.get(), crop_, 1.0f, kLook, draw, work);
     });
   };
-  tick(before_, {true, true, true});
+  tick(before_, {true, true, true}, true);
   tick(compose_, {false, false, true});
   tick(new_frame_, {true, false, true});
   tick(token_, {false, true, true});

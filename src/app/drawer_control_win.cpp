@@ -384,8 +384,10 @@ HRESULT DrawerControl::PresentFrame(float slide, bool moved) {
   const RECT crop = frame_ ? CropFor(frame_.get()) : RECT{};
   view_.SetCaretShown(now.caret);
   const HRESULT hr = drawer_window_.Frame(frame_.get(), crop, slide, params,
-                                          [this](ID2D1DeviceContext* context, float opacity) {
-                                            if (view_ready_) view_.Draw(context, opacity);
+                                          [this](ID2D1DeviceContext* context, bool whole) {
+                                            if (!view_ready_) return;
+                                            view_.DrawLayer(context,
+                                                            whole || seams_.redraw_every_tick);
                                           },
                                           work);
   shown_ = now;

@@ -7,6 +7,7 @@
 #include <dwrite.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,10 @@ class ChatView {
   // Draws into (0, 0)-(width, height) under the context's current transform, touching
   // nothing outside it.
   void Draw(ID2D1DeviceContext* context, float opacity);
+  // Draws into a transparent layer of its own that still holds what the last DrawLayer drew:
+  // only what changed since (the answer being streamed, the input line) is cleared and drawn
+  // again, unless `whole` says the layer is new.
+  void DrawLayer(ID2D1DeviceContext* context, bool whole);
 
   // Where each message landed in the last Draw, in target pixels before the caller's
   // transform; empty for messages scrolled out of sight.
@@ -57,6 +62,21 @@ class ChatView {
     ComPtr<IDWriteTextLayout> layout;
   };
   struct Frame;
+  // What a layer drawn by DrawLayer shows, to tell what the next one has to redraw.
+  struct LayerShows {
+    bool valid = false;
+    uint32_t width = 0, height = 0;
+    float scale = 0, offset = 0, content = 0;
+    size_t count = 0;
+    uint64_t newest = 0;
+    std::wstring status, input;
+    size_t caret = 0;
+    bool caret_shown = true;
+  };
+
+  void DrawParts(ID2D1DeviceContext* context, float opacity, bool layer, bool whole);
+  LayerShows Shows(float content) const;
+  std::optional<D2D1_RECT_F> Damage(const Frame& frame, const LayerShows& now) const;
 
   bool CreateFormat(ComPtr<IDWriteTextFormat>& format);
   Frame MakeFrame(ID2D1DeviceContext* context, ID2D1SolidColorBrush* brush) const;
@@ -77,7 +97,7 @@ class ChatView {
   static void PaintText(const Frame& frame, IDWriteTextLayout* layout, float x, float y,
                         const D2D1_COLOR_F& color);
   void DrawStatus(const Frame& frame);
-  void DrawMessages(const Frame& frame);
+  void DrawMessages(const Frame& frame, float content);
   static D2D1_RECT_F DrawMessage(const Frame& frame, const CachedLayout& cache, uint32_t role,
                                  float top);
   void DrawScrollbar(const Frame& frame, float content, float viewport);
@@ -108,6 +128,8 @@ class ChatView {
   uint32_t height_ = 0;
   float scale_ = 1.0f;
   bool caret_shown_ = true;
+  LayerShows layer_;
+  std::optional<D2D1_RECT_F> redraw_;  // while a layer is drawn in part: the area redrawn
   uint64_t layouts_built_ = 0;
   RepeatedFailures failures_;  // drawing runs every frame, so a failing call is logged once
 };

@@ -49,9 +49,20 @@ constexpr float kAnswerDotRadius = 3.0f;
 constexpr float kCaretWidth = 2.0f;
 constexpr float kScrollbarWidth = 3.0f;
 constexpr float kUnbounded = 1.0e6f;
+constexpr float kGlyphSlack = 4.0f;
 
 D2D1_RECT_F Rect(float left, float top, float right, float bottom) {
   return {left, top, right, bottom};
+}
+
+bool Overlap(const D2D1_RECT_F& a, const D2D1_RECT_F& b) {
+  return a.left < b.right && b.left < a.right && a.top < b.bottom && b.top < a.bottom;
+}
+
+D2D1_RECT_F Union(const D2D1_RECT_F& a, const D2D1_RECT_F& b) {
+  if (a.right <= a.left || a.bottom <= a.top) return b;
+  return {std::min(a.left, b.left), std::min(a.top, b.top), std::max(a.right, b.right),
+          std::max(a.bottom, b.bottom)};
 }
 
 D2D1_RECT_F Scaled(const D2D1_RECT_F& r, float scale) {
@@ -126,6 +137,7 @@ struct ChatView::Frame {
 bool ChatView::Init(IDWriteFactory* factory) {
   layouts_.clear();
   settled_ = {};
+  layer_ = {};
   input_line_ = {};
   status_line_ = {};
   placeholder_line_ = {};
@@ -157,12 +169,29 @@ void ChatView::SetSize(uint32_t width, uint32_t height, float scale) {
 }
 
 void ChatView::Draw(ID2D1DeviceContext* context, float opacity) {
+  DrawParts(context, opacity, false, true);
+}
+
+void ChatView::DrawLayer(ID2D1DeviceContext* context, bool whole) {
+  DrawParts(context, 1.0f, true, whole);
+}
+
+void ChatView::DrawParts(ID2D1DeviceContext* context, float opacity, bool layer, bool whole) {
   if (!context || !body_format_ || width_ == 0 || height_ == 0) return;
   ComPtr<ID2D1SolidColorBrush> brush;
   const HRESULT hr = context->CreateSolidColorBrush(kAnswerText, brush.put());
   if (!failures_.Check(hr, L"CreateSolidColorBrush")) return;
   brush->SetOpacity(std::clamp(opacity, 0.0f, 1.0f));
   const Frame frame = MakeFrame(context, brush.get());
+  const float content = MeasureContent(frame.column.right - frame.column.left);
+  model_.SetExtent(content, frame.list.bottom - frame.list.top);
+  const LayerShows shows = Shows(content);
+  if (layer && !whole) redraw_ = Damage(frame, shows);
+  if (layer) layer_ = shows;
+  if (redraw_ && (redraw_->right <= redraw_->left || redraw_->bottom <= redraw_->top)) {
+    redraw_.reset();
+    return;
+  }
 
   D2D1_MATRIX_3X2_F caller;
   context->GetTransform(&caller);
@@ -170,13 +199,55 @@ void ChatView::Draw(ID2D1DeviceContext* context, float opacity) {
   context->SetTransform(D2D1::Matrix3x2F::Scale(scale_, scale_) * caller);
   // The target carries alpha for composition, where ClearType cannot blend.
   context->SetTextAntialiasMode(D2D1_TEXT_ANTIALIAS_MODE_GRAYSCALE);
-  context->PushAxisAlignedClip(Rect(0, 0, frame.width, frame.height), D2D1_ANTIALIAS_MODE_ALIASED);
-  DrawStatus(frame);
-  DrawMessages(frame);
-  DrawInput(frame);
+  context->PushAxisAlignedClip(redraw_.value_or(Rect(0, 0, frame.width, frame.height)),
+                               D2D1_ANTIALIAS_MODE_ALIASED);
+  if (layer) context->Clear(D2D1::ColorF(0, 0.0f));
+  if (!redraw_) DrawStatus(frame);
+  DrawMessages(frame, content);
+  if (!redraw_ || Overlap(*redraw_, frame.input)) DrawInput(frame);
   context->PopAxisAlignedClip();
   context->SetTextAntialiasMode(caller_antialias);
   context->SetTransform(caller);
+  redraw_.reset();
+}
+
+ChatView::LayerShows ChatView::Shows(float content) const {
+  const std::vector<ChatMessage>& messages = model_.Messages();
+  return {true,
+          width_,
+          height_,
+          scale_,
+          model_.ScrollOffset(),
+          content,
+          messages.size(),
+          messages.empty() ? 0 : messages.back().stamp,
+          model_.StatusLine(),
+          model_.Input(),
+          model_.Caret(),
+          caret_shown_};
+}
+
+// Empty when nothing changed; none at all when everything may have moved. Only the newest
+// message changes in place, so while the content keeps its height and scroll, nothing else
+// in the list moves.
+std::optional<D2D1_RECT_F> ChatView::Damage(const Frame& frame, const LayerShows& now) const {
+  const LayerShows& was = layer_;
+  if (!was.valid || was.width != now.width || was.height != now.height ||
+      was.scale != now.scale || was.offset != now.offset || was.content != now.content ||
+      was.count != now.count || was.status != now.status) {
+    return std::nullopt;
+  }
+  D2D1_RECT_F area = {};
+  const D2D1_RECT_F newest = drawn_.empty() ? D2D1_RECT_F{} : drawn_.back();
+  if (now.newest != was.newest && newest.bottom > newest.top) {
+    // Glyphs may reach a little past their layout; the gaps around a message are wider.
+    area = Rect(frame.column.left - kGlyphSlack, newest.top / scale_ - kGlyphSlack,
+                frame.column.right + kGlyphSlack, newest.bottom / scale_ + kGlyphSlack);
+  }
+  if (now.input != was.input || now.caret != was.caret || now.caret_shown != was.caret_shown) {
+    area = Union(area, frame.input);
+  }
+  return area;
 }
 
 ChatView::Frame ChatView::MakeFrame(ID2D1DeviceContext* context,
@@ -344,24 +415,25 @@ float ChatView::GapBefore(size_t index) const {
   return model_.Messages()[index].role == kRoleQuestion ? kTurnGap : kMessageGap;
 }
 
-void ChatView::DrawMessages(const Frame& frame) {
-  const float content = MeasureContent(frame.column.right - frame.column.left);
+void ChatView::DrawMessages(const Frame& frame, float content) {
   const float viewport = frame.list.bottom - frame.list.top;
-  model_.SetExtent(content, viewport);
-  drawn_.assign(layouts_.size(), D2D1_RECT_F{});
+  // A layer drawn in part keeps the rest of its drawing, and where it lies.
+  if (!redraw_) drawn_.assign(layouts_.size(), D2D1_RECT_F{});
   frame.context->PushAxisAlignedClip(frame.list, D2D1_ANTIALIAS_MODE_ALIASED);
   // From the newest upwards, as far as the top of the list: what lies above is not walked.
   float bottom = frame.list.bottom + model_.ScrollOffset() - kListPadding;
   for (size_t i = layouts_.size(); i-- > 0 && bottom > frame.list.top;) {
     const CachedLayout& cache = layouts_[i];
     const float top = bottom - (cache.layout ? cache.box.height : 0);
-    if (cache.layout && top < frame.list.bottom) {
+    const bool redrawn =
+        !redraw_ || Overlap(*redraw_, Rect(frame.column.left, top, frame.column.right, bottom));
+    if (cache.layout && top < frame.list.bottom && redrawn) {
       drawn_[i] = Scaled(DrawMessage(frame, cache, model_.Messages()[i].role, top), scale_);
     }
     bottom = top - GapBefore(i);
   }
   frame.context->PopAxisAlignedClip();
-  DrawScrollbar(frame, content, viewport);
+  if (!redraw_) DrawScrollbar(frame, content, viewport);
 }
 
 // Questions sit in bubbles on the right, answers run as plain text after an accent dot,

@@ -47,9 +47,10 @@ HRESULT CreateSharedWriteFactory(ComPtr<IDWriteFactory>& factory);
 
 class DrawerWindow {
  public:
-  // Draws the chat into its layer, which is clear and transparent; one Direct2D unit is one
-  // pixel. The layer is faded with the backdrop as it is composed, so opacity is 1 here.
-  using DrawCallback = std::function<void(ID2D1DeviceContext* context, float opacity)>;
+  // Draws the chat into its transparent layer, which keeps the last drawing unless `whole`
+  // (a new layer, or one whose last drawing failed); one Direct2D unit is one pixel. The
+  // layer is faded with the backdrop as it is composed.
+  using DrawCallback = std::function<void(ID2D1DeviceContext* context, bool whole)>;
   // Receives the keyboard and wheel messages that reach the drawer itself.
   using InputHandler = std::function<void(UINT message, WPARAM wparam, LPARAM lparam)>;
 

@@ -267,10 +267,11 @@ void DrawerWindow::DrawBackdrop(ID3D11Texture2D* frame, const RECT& crop,
 }
 
 HRESULT DrawerWindow::DrawChat(const DrawCallback& draw) {
+  const bool whole = !chat_drawn_;
   d2d_context_->SetTarget(chat_layer_.get());
   d2d_context_->BeginDraw();
-  d2d_context_->Clear(D2D1::ColorF(0, 0.0f));
-  if (draw) draw(d2d_context_.get(), 1.0f);
+  if (whole) d2d_context_->Clear(D2D1::ColorF(0, 0.0f));
+  if (draw) draw(d2d_context_.get(), whole);
   const HRESULT hr = d2d_context_->EndDraw();
   d2d_context_->SetTarget(d2d_target_.get());
   chat_drawn_ = frame_failures_.Check(hr, L"D2D EndDraw (chat)");

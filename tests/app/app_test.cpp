@@ -450,6 +450,9 @@ TEST_F(AppTest, TheDrawerOverAGameAsThePlayerSeesIt) {
   const struct UsAgain {
     ~UsAgain() { test::RunOnX({"setxkbmap", "us"}); }
   } us_again;
+  // The game maps X's keys to virtual keys by the layout it last heard of: typing before it
+  // has taken the new one in gives the US keys' codes.
+  test::PumpUntil([] { return false; }, 500);
   ASSERT_EQ(test::RunOnX({"xdotool", "type", "--delay", "30",
                           "wo \xC3\xBC"
                           "ber"}),

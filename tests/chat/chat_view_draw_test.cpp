@@ -117,33 +117,40 @@ TEST(ChatViewDraw, ConversationReadsOverTheTintAndStaysInsideTheView) {
 }
 
 // A streamed token lays out the answer again and nothing else; only a new width or scale
-// lays out the whole conversation.
-TEST(ChatViewDraw, ATokenLaysOutOnlyTheAnswer) {
+// lays out the whole conversation. A layer redrawn in part shows what one drawn whole does.
+TEST(ChatViewDraw, ATokenLaysOutAndRedrawsOnlyTheAnswer) {
   const ComApartment com(COINIT_MULTITHREADED);
   ChatModel chat;
   ChatView view(chat);
   for (int i = 0; i < 20; ++i) chat.SetText(i % 2 ? kRoleAnswer : kRoleQuestion, L"A **lift**.");
   chat.BeginAnswer();
-  test::OffscreenTarget target;
-  ASSERT_TRUE(target.Create(900, 440));
-  ASSERT_TRUE(view.Init(target.dwrite()));
+  test::OffscreenTarget in_part, whole;
+  ASSERT_TRUE(in_part.Create(900, 440) && whole.Create(900, 440));
+  ASSERT_TRUE(view.Init(in_part.dwrite()));
   view.SetSize(900, 440, 1);
   const std::pair<std::function<void()>, uint64_t> steps[] = {
       {[] {}, 21}, {[] {}, 0},  // the first drawing, then nothing new
       {[&] { chat.AppendAnswer(L"Take"); }, 1},
-      {[&] { chat.AppendAnswer(L" the **lift**"); }, 1},
+      {[&] { chat.AppendAnswer(L" the **lift** down to the flooded hall, then wade east"); }, 1},
       {[&] { chat.InsertChar(L'x'); }, 0},
+      {[&] { view.SetCaretShown(false); }, 0},
       {[&] { chat.ScrollBy(200); }, 0},
+      {[&] { chat.SetStatusLine(L"Chapter 2"); }, 0},
       {[&] { view.SetSize(800, 440, 1); }, 21},
       {[&] { view.SetSize(800, 440, 1.25f); }, 21},
+  };
+  const auto draw = [&](test::OffscreenTarget& target, bool all) {
+    target.context()->BeginDraw();
+    view.DrawLayer(target.context(), all);
+    EXPECT_HRESULT_SUCCEEDED(target.context()->EndDraw());
+    return target.ReadPixels();
   };
   for (size_t step = 0; step < std::size(steps); ++step) {
     steps[step].first();
     const uint64_t before = view.LayoutsBuilt();
-    target.context()->BeginDraw();
-    view.Draw(target.context(), 1);
-    EXPECT_HRESULT_SUCCEEDED(target.context()->EndDraw());
+    const std::vector<uint32_t> redrawn = draw(in_part, false);
     EXPECT_EQ(view.LayoutsBuilt() - before, steps[step].second) << step;
+    EXPECT_TRUE(redrawn == draw(whole, true)) << step;
   }
 }
 
