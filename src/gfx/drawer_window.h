@@ -97,7 +97,7 @@ class DrawerWindow {
   void DropBufferReferences();
   void ResizeOrDrop(uint32_t width, uint32_t height);
   bool CreateSwapChain(uint32_t width, uint32_t height);
-  bool CreateBackBufferView();
+  bool TakeBackBuffer();
   bool CreateDirect2DTarget();
   bool CreateLayers();
   void DropLayers();
@@ -111,12 +111,13 @@ class DrawerWindow {
   bool attached_ = false;
   bool visible_ = false;
   ComPtr<IDXGISwapChain1> swap_chain_;
-  ComPtr<ID3D11RenderTargetView> back_buffer_view_;
+  ComPtr<ID3D11Texture2D> back_buffer_;  // buffer 0, which is always the one drawn next
   ComPtr<ID2D1Factory1> d2d_factory_;
   ComPtr<ID2D1Device> d2d_device_;
   ComPtr<ID2D1DeviceContext> d2d_context_;
   ComPtr<ID2D1Bitmap1> d2d_target_;
   // The blurred backdrop at full opacity, drawn by the renderer and read by Direct2D.
+  ComPtr<ID3D11Texture2D> backdrop_texture_;
   ComPtr<ID3D11RenderTargetView> backdrop_view_;
   ComPtr<ID2D1Bitmap1> backdrop_;
   ComPtr<ID2D1Bitmap1> chat_layer_;

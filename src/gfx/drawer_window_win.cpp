@@ -109,7 +109,7 @@ bool DrawerWindow::EnsureSize(uint32_t width, uint32_t height) {
   DropBufferReferences();
   if (change == SurfaceChange::kResize) ResizeOrDrop(width, height);
   if (!swap_chain_ && !CreateSwapChain(width, height)) return false;
-  if (!CreateBackBufferView()) return false;
+  if (!TakeBackBuffer()) return false;
   if (!d2d_context_ || !CreateDirect2DTarget()) return false;
   width_ = width;
   height_ = height;
@@ -117,11 +117,11 @@ bool DrawerWindow::EnsureSize(uint32_t width, uint32_t height) {
 }
 
 void DrawerWindow::DropBufferReferences() {
-  // ResizeBuffers fails while anything still holds a buffer: our view, the Direct2D target,
+  // ResizeBuffers fails while anything still holds a buffer: ours, the Direct2D target,
   // or the view bound to the immediate context by the last frame. Direct3D destroys
   // released views lazily, so a view that is merely unbound can still pin its buffer:
   // ClearState unbinds everything and Flush lets the released views actually go.
-  back_buffer_view_.reset();
+  back_buffer_.reset();
   if (d2d_context_) d2d_context_->SetTarget(nullptr);
   d2d_target_.reset();
   DropLayers();
@@ -160,12 +160,9 @@ bool DrawerWindow::CreateSwapChain(uint32_t width, uint32_t height) {
   return surface_->CreateSwapChain(device, factory.get(), desc, swap_chain_);
 }
 
-bool DrawerWindow::CreateBackBufferView() {
-  ComPtr<ID3D11Texture2D> buffer;
-  HRESULT hr = swap_chain_->GetBuffer(0, IID_PPV_ARGS(buffer.put()));
-  if (!CheckHr(hr, L"IDXGISwapChain1::GetBuffer", kLogError)) return false;
-  hr = renderer_->Device()->CreateRenderTargetView(buffer.get(), nullptr, back_buffer_view_.put());
-  return CheckHr(hr, L"CreateRenderTargetView", kLogError);
+bool DrawerWindow::TakeBackBuffer() {
+  const HRESULT hr = swap_chain_->GetBuffer(0, IID_PPV_ARGS(back_buffer_.put()));
+  return CheckHr(hr, L"IDXGISwapChain1::GetBuffer", kLogError);
 }
 
 bool DrawerWindow::CreateDirect2DTarget() {
@@ -213,13 +210,12 @@ bool DrawerWindow::CreateLayers() {
   ID3D11Device* const device = renderer_->Device();
   const CD3D11_TEXTURE2D_DESC desc(DXGI_FORMAT_B8G8R8A8_UNORM, width_, height_, 1, 1,
                                    D3D11_BIND_RENDER_TARGET | D3D11_BIND_SHADER_RESOURCE);
-  ComPtr<ID3D11Texture2D> texture;
   ComPtr<IDXGISurface> surface;
-  HRESULT hr = device->CreateTexture2D(&desc, nullptr, texture.put());
+  HRESULT hr = device->CreateTexture2D(&desc, nullptr, backdrop_texture_.put());
   if (!CheckHr(hr, L"CreateTexture2D (backdrop layer)", kLogError)) return false;
-  hr = device->CreateRenderTargetView(texture.get(), nullptr, backdrop_view_.put());
+  hr = device->CreateRenderTargetView(backdrop_texture_.get(), nullptr, backdrop_view_.put());
   if (!CheckHr(hr, L"CreateRenderTargetView (backdrop layer)", kLogError)) return false;
-  hr = texture->QueryInterface(IID_PPV_ARGS(surface.put()));
+  hr = backdrop_texture_->QueryInterface(IID_PPV_ARGS(surface.put()));
   D2D1_BITMAP_PROPERTIES1 properties = {
       {DXGI_FORMAT_B8G8R8A8_UNORM, D2D1_ALPHA_MODE_PREMULTIPLIED}, 96.0f, 96.0f,
       D2D1_BITMAP_OPTIONS_NONE, nullptr};
@@ -233,6 +229,7 @@ bool DrawerWindow::CreateLayers() {
 }
 
 void DrawerWindow::DropLayers() {
+  backdrop_texture_.reset();
   backdrop_view_.reset();
   backdrop_.reset();
   chat_layer_.reset();
@@ -242,7 +239,9 @@ void DrawerWindow::DropLayers() {
 
 HRESULT DrawerWindow::Frame(ID3D11Texture2D* frame, const RECT& crop, float t,
                             const BlurParams& params, const DrawCallback& draw, FrameWork work) {
-  if (!swap_chain_ || !backdrop_view_ || !chat_layer_ || !renderer_) return E_UNEXPECTED;
+  if (!swap_chain_ || !back_buffer_ || !backdrop_view_ || !chat_layer_ || !renderer_) {
+    return E_UNEXPECTED;
+  }
   if (work.backdrop || !backdrop_drawn_) DrawBackdrop(frame, crop, params);
   HRESULT hr = S_OK;
   if (work.chat || !chat_drawn_) hr = DrawChat(draw);
@@ -279,15 +278,21 @@ HRESULT DrawerWindow::DrawChat(const DrawCallback& draw) {
 }
 
 // Premultiplied layers drawn at the opacity over a clear target: (c, a) becomes (c t, a t),
-// the same as had each been drawn at t.
+// the same as had each been drawn at t. At rest the opaque backdrop covers the drawer, and
+// copying it costs far less than drawing it.
 HRESULT DrawerWindow::Compose(float opacity) {
   const D2D1_RECT_F whole = {0, 0, static_cast<float>(width_), static_cast<float>(height_)};
   const float faded = std::clamp(opacity, 0.0f, 1.0f);
+  const bool at_rest = faded >= 1.0f;
+  if (at_rest) renderer_->Context()->CopyResource(back_buffer_.get(), backdrop_texture_.get());
   d2d_context_->BeginDraw();
-  d2d_context_->Clear(D2D1::ColorF(0, 0.0f));
-  for (ID2D1Bitmap1* layer : {backdrop_.get(), chat_layer_.get()}) {
-    d2d_context_->DrawBitmap(layer, whole, faded, D2D1_INTERPOLATION_MODE_NEAREST_NEIGHBOR);
+  if (!at_rest) {
+    d2d_context_->Clear(D2D1::ColorF(0, 0.0f));
+    d2d_context_->DrawBitmap(backdrop_.get(), whole, faded,
+                             D2D1_INTERPOLATION_MODE_NEAREST_NEIGHBOR);
   }
+  d2d_context_->DrawBitmap(chat_layer_.get(), whole, faded,
+                           D2D1_INTERPOLATION_MODE_NEAREST_NEIGHBOR);
   const HRESULT hr = d2d_context_->EndDraw();
   frame_failures_.Check(hr, L"D2D EndDraw");
   return hr;
@@ -297,7 +302,7 @@ void DrawerWindow::ReleaseSurfaces() {
   if (d2d_context_) d2d_context_->SetTarget(nullptr);
   d2d_target_.reset();
   DropLayers();
-  back_buffer_view_.reset();
+  back_buffer_.reset();
   if (swap_chain_ && attached_) surface_->ClearContent();
   swap_chain_.reset();
   width_ = 0;
