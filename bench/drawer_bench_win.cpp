@@ -97,9 +97,9 @@ bool IsTick(const MSG& message, HWND app_window) {
 // ---- The hotkey to the first presented frame, through the application's own table.
 
 struct Opening {
-  double open_ms = 0;   // dispatching WM_HOTKEY: the drawer control's Open
-  double wait_ms = 0;   // from there to the first tick's WM_TIMER being taken
-  double tick_ms = 0;   // dispatching that WM_TIMER: the first frame, presented
+  double open_ms = 0;  // dispatching WM_HOTKEY: the drawer control's Open
+  double wait_ms = 0;  // from there to the first tick's WM_TIMER being taken
+  double tick_ms = 0;  // dispatching that WM_TIMER: the first frame, presented
   double Total() const { return open_ms + wait_ms + tick_ms; }
 };
 
@@ -207,8 +207,7 @@ void BreakDownOpen(qn::App& app, const qn::test::TestGame& game) {
   } calls[] = {
       {"MeasureWindow", [&] { qn::MeasureWindow(target); }},
       {"ShellReportsD3dFullscreen", [] { qn::ShellReportsD3dFullscreen(); }},
-      {"ExecutablePathOf + GameIdentity",
-       [&] { qn::GameIdentity(qn::ExecutablePathOf(target)); }},
+      {"ExecutablePathOf + GameIdentity", [&] { qn::GameIdentity(qn::ExecutablePathOf(target)); }},
       {"Renderer::DisplayIsHdr", [&] { qn::Renderer::DisplayIsHdr(target); }},
       {"show + hide the drawer window",
        [&] {
@@ -276,9 +275,9 @@ OpenCost BenchOpenIdle(qn::App& app, const qn::test::TestGame& game, int game_hz
   const double before = CpuSeconds(GetCurrentProcess());
   const int ticks = RunCountingTicks(app.MessageWindow(), kIdleSeconds * 1000);
   const double cpu = CpuSeconds(GetCurrentProcess()) - before;
-  const OpenCost cost = {100.0 * cpu / kIdleSeconds,
-                         static_cast<double>(g_presented.presents.size() - presents_before) /
-                             kIdleSeconds};
+  const OpenCost cost = {
+      100.0 * cpu / kIdleSeconds,
+      static_cast<double>(g_presented.presents.size() - presents_before) / kIdleSeconds};
   std::printf(
       "open drawer over a %s, %lu s: %.2f s CPU (%.1f%% of one core), %d ticks (%.1f per "
       "second; the timer asks for one every %u ms), %.1f presents per second\n",
@@ -408,8 +407,8 @@ void TickParts::RunFrame(bool timed) {
   qn::ComPtr<ID3D11Texture2D> frame;
   Time(copy_, timed, device, context, [&] { frame = frames_->TakeLatest(); });
   Time(blur_, timed, device, context, [&] {
-    renderer_.Render(frame.get(), crop_, blur_target_.view.get(), drawer_.Width(),
-                     drawer_.Height(), kLook);
+    renderer_.Render(frame.get(), crop_, blur_target_.view.get(), drawer_.Width(), drawer_.Height(),
+                     kLook);
   });
   Time(chat_, timed, chat_target_.device(), chat_target_.immediate(), [&] {
     chat_target_.context()->BeginDraw();
@@ -465,9 +464,10 @@ void TickParts::Print() const {
   PrintSpread("tick with a new frame: copy, blur, compose", new_frame_);
   PrintSpread("tick with a token: its layout, chat, compose", token_);
   const double before = Median(before_);
-  std::printf("  against the tick as before (medians): a new frame %.1fx, a token %.1fx; a tick\n"
-              "  with nothing new draws nothing (see the open drawer's figures above)\n",
-              before / Median(new_frame_), before / Median(token_));
+  std::printf(
+      "  against the tick as before (medians): a new frame %.1fx, a token %.1fx; a tick\n"
+      "  with nothing new draws nothing (see the open drawer's figures above)\n",
+      before / Median(new_frame_), before / Median(token_));
 }
 
 void BenchTick(const qn::test::TestGame& game) {
@@ -499,7 +499,7 @@ struct AppFigures {
 
 AppFigures BenchApp(const qn::test::TestGame& game, bool as_before) {
   std::printf("\n==== %s ====\n", as_before ? "as before: every tick redraws everything"
-                                           : "now: a tick redraws what changed");
+                                            : "now: a tick redraws what changed");
   AppFigures figures;
   qn::App app(GetModuleHandleW(nullptr), WineChecks(as_before));
   if (!app.Init()) return figures;
@@ -526,8 +526,7 @@ void PrintComparison(const AppFigures& now, const AppFigures& before) {
               before.moving.cpu_percent, "%");
   PrintBeside("presents per second over a 30 Hz game", now.moving.presents_per_second,
               before.moving.presents_per_second, "/s");
-  PrintBeside("hotkey to first frame presented (median)", now.opening_ms, before.opening_ms,
-              "ms");
+  PrintBeside("hotkey to first frame presented (median)", now.opening_ms, before.opening_ms, "ms");
 }
 
 }  // namespace
@@ -537,9 +536,10 @@ int wmain() {
   const int screen_width = GetSystemMetrics(SM_CXSCREEN);
   const int screen_height = GetSystemMetrics(SM_CYSCREEN);
   if (screen_width != kGame.right || screen_height != kGame.bottom) {
-    std::printf("the screen is %dx%d; these figures are for a game covering 1920x1080 "
-                "(HINTWICK_SCREEN=1920x1080x24 tests/wine/bench.sh start DIR)\n",
-                screen_width, screen_height);
+    std::printf(
+        "the screen is %dx%d; these figures are for a game covering 1920x1080 "
+        "(HINTWICK_SCREEN=1920x1080x24 tests/wine/bench.sh start DIR)\n",
+        screen_width, screen_height);
   }
   const qn::test::TestGame game(kGame);
   if (!game.window()) {

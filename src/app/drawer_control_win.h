@@ -130,8 +130,8 @@ class DrawerControl {
   HWND seen_foreground_ = nullptr;
   WindowPlace measured_;  // the target as last measured
   TargetGeometry geometry_;
-  bool d3d_fullscreen_ = false;  // the shell's word at the opening, too slow to ask each tick
-  uint64_t rebuilt_at_ = 0;      // when a lost device was last replaced during this opening
+  bool d3d_fullscreen_ = false;     // the shell's word at the opening, too slow to ask each tick
+  uint64_t rebuilt_at_ = 0;         // when a lost device was last replaced during this opening
   HMONITOR hdr_monitor_ = nullptr;  // the monitor `hdr_` was asked for
   bool hdr_ = false;
   bool open_ = false;

@@ -45,9 +45,7 @@ inline constexpr std::wstring_view kNoAnswerText =
 // the player types, then goes off and on in turn: a drawer that shows nothing else new has
 // to present only when this flips.
 constexpr uint64_t kCaretBlinkMs = 530;
-constexpr bool CaretShown(uint64_t since_edit_ms) {
-  return since_edit_ms / kCaretBlinkMs % 2 == 0;
-}
+constexpr bool CaretShown(uint64_t since_edit_ms) { return since_edit_ms / kCaretBlinkMs % 2 == 0; }
 
 struct StyleSpan {
   uint32_t start = 0;  // UTF-16 units into the display text

@@ -21,6 +21,11 @@ namespace qn {
 // The clipboard's Unicode text for Ctrl+V, cut at the first null; empty when there is none.
 std::wstring ReadClipboardText();
 
+// `wanted` when it is installed, else the first installed family that fits (monospaced when
+// asked), else `fallback`.
+std::wstring InstalledFamily(IDWriteFactory* factory, const wchar_t* wanted, bool monospaced,
+                             const std::wstring& fallback);
+
 class ChatView {
  public:
   // The model must outlive the view. Drawing tells it how tall the content came out, which

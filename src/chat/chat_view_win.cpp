@@ -1,7 +1,5 @@
 #include "chat/chat_view.h"
 
-#include <dwrite_1.h>
-
 #include <algorithm>
 #include <cmath>
 #include <string_view>
@@ -69,60 +67,7 @@ D2D1_RECT_F Scaled(const D2D1_RECT_F& r, float scale) {
   return {r.left * scale, r.top * scale, r.right * scale, r.bottom * scale};
 }
 
-std::wstring FamilyName(IDWriteFontFamily* family) {
-  ComPtr<IDWriteLocalizedStrings> names;
-  UINT32 length = 0;
-  if (FAILED(family->GetFamilyNames(names.put())) || FAILED(names->GetStringLength(0, &length))) {
-    return {};
-  }
-  std::wstring name(length + 1, L'\0');
-  if (FAILED(names->GetString(0, name.data(), length + 1))) return {};
-  name.resize(length);
-  return name;
-}
-
-bool IsMonospaced(IDWriteFontFamily* family) {
-  ComPtr<IDWriteFont> font;
-  if (FAILED(family->GetFont(0, font.put()))) return false;
-  const auto font1 = font.As<IDWriteFont1>();
-  return font1 && font1->IsMonospacedFont();
-}
-
-// DirectWrite draws nothing at all for a family that is not installed, so a system without
-// Segoe UI or Consolas (trimmed-down images, Wine) gets the first family it has that fits.
-std::wstring InstalledFamily(IDWriteFactory* factory, const wchar_t* wanted, bool monospaced,
-                             const std::wstring& fallback) {
-  ComPtr<IDWriteFontCollection> fonts;
-  if (FAILED(factory->GetSystemFontCollection(fonts.put(), FALSE))) return fallback;
-  UINT32 index = 0;
-  BOOL exists = FALSE;
-  if (SUCCEEDED(fonts->FindFamilyName(wanted, &index, &exists)) && exists) return wanted;
-  for (UINT32 i = 0; i < fonts->GetFontFamilyCount(); ++i) {
-    ComPtr<IDWriteFontFamily> family;
-    if (FAILED(fonts->GetFontFamily(i, family.put()))) continue;
-    if (monospaced && !IsMonospaced(family.get())) continue;
-    std::wstring name = FamilyName(family.get());
-    Log(kLogInfo, L"font '%ls' is not installed; using '%ls'", wanted, name.c_str());
-    return name;
-  }
-  return fallback;
-}
-
 }  // namespace
-
-// Never read past the block, whatever its owner left in it.
-std::wstring ReadClipboardText() {
-  const OpenedClipboard clipboard(nullptr);
-  if (!clipboard) {
-    LogLastError(L"OpenClipboard", kLogWarn);
-    return {};
-  }
-  HANDLE data = GetClipboardData(CF_UNICODETEXT);
-  if (!data) return {};
-  const GlobalLockScope<const wchar_t> units(data);
-  if (!units) return {};
-  return std::wstring(units.get(), wcsnlen(units.get(), GlobalSize(data) / sizeof(wchar_t)));
-}
 
 struct ChatView::Frame {
   ID2D1DeviceContext* context = nullptr;
@@ -232,9 +177,9 @@ ChatView::LayerShows ChatView::Shows(float content) const {
 // in the list moves.
 std::optional<D2D1_RECT_F> ChatView::Damage(const Frame& frame, const LayerShows& now) const {
   const LayerShows& was = layer_;
-  if (!was.valid || was.width != now.width || was.height != now.height ||
-      was.scale != now.scale || was.offset != now.offset || was.content != now.content ||
-      was.count != now.count || was.status != now.status) {
+  if (!was.valid || was.width != now.width || was.height != now.height || was.scale != now.scale ||
+      was.offset != now.offset || was.content != now.content || was.count != now.count ||
+      was.status != now.status) {
     return std::nullopt;
   }
   D2D1_RECT_F area = {};
@@ -399,8 +344,9 @@ float ChatView::MeasureContent(float column_width) {
 // appends, changes or removes its newest, or clears them all, and stamps are never reused.
 void ChatView::SettleBefore(size_t count, float column_width) {
   const std::vector<ChatMessage>& messages = model_.Messages();
-  const bool intact = settled_.column_width == column_width && settled_.count <= count &&
-                      (settled_.count == 0 || messages[settled_.count - 1].stamp == settled_.last_stamp);
+  const bool intact =
+      settled_.column_width == column_width && settled_.count <= count &&
+      (settled_.count == 0 || messages[settled_.count - 1].stamp == settled_.last_stamp);
   if (!intact) settled_ = {0, 0, column_width, 0};
   for (size_t i = settled_.count; i < count; ++i) {
     const CachedLayout* cache = LayoutFor(i, column_width);
@@ -500,8 +446,7 @@ void ChatView::DrawInput(const Frame& frame) {
   // Centred on the gap between characters, so it never covers a stem.
   const float caret = Snap(text_left + caret_x - shift - kCaretWidth / 2);
   if (caret_shown_) {
-    Fill(frame, {Rect(caret, top, caret + Snap(kCaretWidth), top + metrics.height), 0, 0},
-         kAccent);
+    Fill(frame, {Rect(caret, top, caret + Snap(kCaretWidth), top + metrics.height), 0, 0}, kAccent);
   }
   frame.context->PopAxisAlignedClip();
 }

@@ -216,9 +216,11 @@ bool DrawerWindow::CreateLayers() {
   hr = device->CreateRenderTargetView(backdrop_texture_.get(), nullptr, backdrop_view_.put());
   if (!CheckHr(hr, L"CreateRenderTargetView (backdrop layer)", kLogError)) return false;
   hr = backdrop_texture_->QueryInterface(IID_PPV_ARGS(surface.put()));
-  D2D1_BITMAP_PROPERTIES1 properties = {
-      {DXGI_FORMAT_B8G8R8A8_UNORM, D2D1_ALPHA_MODE_PREMULTIPLIED}, 96.0f, 96.0f,
-      D2D1_BITMAP_OPTIONS_NONE, nullptr};
+  D2D1_BITMAP_PROPERTIES1 properties = {{DXGI_FORMAT_B8G8R8A8_UNORM, D2D1_ALPHA_MODE_PREMULTIPLIED},
+                                        96.0f,
+                                        96.0f,
+                                        D2D1_BITMAP_OPTIONS_NONE,
+                                        nullptr};
   if (SUCCEEDED(hr)) {
     hr = d2d_context_->CreateBitmapFromDxgiSurface(surface.get(), &properties, backdrop_.put());
   }

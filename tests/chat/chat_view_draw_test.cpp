@@ -129,7 +129,8 @@ TEST(ChatViewDraw, ATokenLaysOutAndRedrawsOnlyTheAnswer) {
   ASSERT_TRUE(view.Init(in_part.dwrite()));
   view.SetSize(900, 440, 1);
   const std::pair<std::function<void()>, uint64_t> steps[] = {
-      {[] {}, 21}, {[] {}, 0},  // the first drawing, then nothing new
+      {[] {}, 21},
+      {[] {}, 0},  // the first drawing, then nothing new
       {[&] { chat.AppendAnswer(L"Take"); }, 1},
       {[&] { chat.AppendAnswer(L" the **lift** down to the flooded hall, then wade east"); }, 1},
       {[&] { chat.InsertChar(L'x'); }, 0},
