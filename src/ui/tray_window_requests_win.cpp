@@ -31,34 +31,6 @@ bool ReadsProgressAfter(TrayRequestKind kind, const TrayRequestResult& result) {
   return false;
 }
 
-// The password goes as soon as the service has it, not when the progress read after it ends.
-void Perform(Session& session, TrayRequest& request, TrayRequestResult& result) {
-  switch (request.kind) {
-    case TrayRequestKind::kSignIn:
-      result.failure = session.SignIn(request.email, request.password);
-      break;
-    case TrayRequestKind::kRegister:
-      result.failure = session.Register(request.email, request.password);
-      break;
-    case TrayRequestKind::kSignOut:
-      session.SignOut();
-      break;
-    case TrayRequestKind::kSave:
-      result.confirmed = session.PatchMemory(request.game_key, request.style);
-      break;
-    case TrayRequestKind::kReset:
-      result.confirmed = session.NewPlaythrough(request.game_key);
-      break;
-    case TrayRequestKind::kReadProgress:
-      break;
-  }
-  Wipe(request.password);
-  if (ReadsProgressAfter(request.kind, result) && !request.game_key.empty() && session.IsSignedIn()) {
-    result.progress_read = true;
-    result.progress = session.GetMemory(request.game_key, kProgressReadTimeoutMs);
-  }
-}
-
 }  // namespace
 
 TrayRequestResult FailedResult(const TrayRequest& request) {
@@ -92,6 +64,43 @@ uint64_t TrayRequests::Start(Session& session, std::unique_ptr<TrayRequest> requ
 void TrayRequests::Wait() {
   if (thread_.joinable()) thread_.join();
 }
+
+void TrayRequests::Finish() {
+  finishing_ = true;
+  Wait();
+  finishing_ = false;
+}
+
+// The password goes as soon as the service has it, not when the progress read after it ends.
+void TrayRequests::Perform(Session& session, TrayRequest& request,
+                           TrayRequestResult& result) const {
+  switch (request.kind) {
+    case TrayRequestKind::kSignIn:
+      result.failure = session.SignIn(request.email, request.password);
+      break;
+    case TrayRequestKind::kRegister:
+      result.failure = session.Register(request.email, request.password);
+      break;
+    case TrayRequestKind::kSignOut:
+      session.SignOut();
+      break;
+    case TrayRequestKind::kSave:
+      result.confirmed = session.PatchMemory(request.game_key, request.style);
+      break;
+    case TrayRequestKind::kReset:
+      result.confirmed = session.NewPlaythrough(request.game_key);
+      break;
+    case TrayRequestKind::kReadProgress:
+      break;
+  }
+  Wipe(request.password);
+  if (finishing_ || !ReadsProgressAfter(request.kind, result)) return;
+  if (!request.game_key.empty() && session.IsSignedIn()) {
+    result.progress_read = true;
+    result.progress = session.GetMemory(request.game_key, kProgressReadTimeoutMs);
+  }
+}
+
 
 // Busy ends before the result is posted, so that the window it reaches can start the next.
 void TrayRequests::Run(Session& session, std::unique_ptr<TrayRequest> request,

@@ -54,7 +54,7 @@ class TrayRequests {
  public:
   // `receiver` names the open window (null when none); read when a result is ready.
   explicit TrayRequests(const std::atomic<HWND>& receiver) : receiver_(receiver) {}
-  ~TrayRequests() { Wait(); }
+  ~TrayRequests() { Finish(); }
   TrayRequests(const TrayRequests&) = delete;
   TrayRequests& operator=(const TrayRequests&) = delete;
 
@@ -65,15 +65,21 @@ class TrayRequests {
   // The request's number, which its result carries in LPARAM; 0, with nothing started, while
   // a request runs or when no thread can be had.
   uint64_t Start(Session& session, std::unique_ptr<TrayRequest> request);
-  // Waits for the running request, which its time-outs bound: a blocking WinHTTP request
-  // cannot be cut short from another thread.
+  // Waits for the running request's thread, which has only its result to post once Busy is
+  // false.
   void Wait();
+  // For the window's closing and the program's end: the running request skips the progress
+  // read it would do next, and is waited for. Its exchange under way is bounded by its
+  // time-outs only: a blocking WinHTTP request cannot be cut short from another thread.
+  void Finish();
 
  private:
   void Run(Session& session, std::unique_ptr<TrayRequest> request, uint64_t serial) noexcept;
+  void Perform(Session& session, TrayRequest& request, TrayRequestResult& result) const;
 
   const std::atomic<HWND>& receiver_;
   std::atomic<bool> running_{false};
+  std::atomic<bool> finishing_{false};
   // Both the window's thread's only.
   TrayRequestKind running_kind_ = TrayRequestKind::kReadProgress;
   uint64_t serial_ = 0;

@@ -420,7 +420,7 @@ TrayWindow::~TrayWindow() { Close(); }
 
 void TrayWindow::Close() {
   if (const HWND window = get()) DestroyWindow(window);
-  requests_.Wait();
+  requests_.Finish();
 }
 
 // Made hidden on the cursor's monitor, so that it has that monitor's DPI before its layout.
