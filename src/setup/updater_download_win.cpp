@@ -1,6 +1,6 @@
 #include <windows.h>
 
-#include <cwchar>
+#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -92,7 +92,12 @@ uint64_t ContentLength(HINTERNET request) {
                               digits, &size, WINHTTP_NO_HEADER_INDEX)) {
     return 0;
   }
-  return wcstoull(digits, nullptr, 10);
+  uint64_t length = 0;
+  for (const wchar_t* digit = digits; *digit >= L'0' && *digit <= L'9'; ++digit) {
+    if (length > (UINT64_MAX - 9) / 10) return UINT64_MAX;  // over any cap
+    length = length * 10 + static_cast<uint64_t>(*digit - L'0');
+  }
+  return length;
 }
 
 enum class BodyRead { kWhole, kTooBig, kFailed };
