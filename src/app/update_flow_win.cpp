@@ -46,10 +46,20 @@ void UpdateFlow::Check(UpdateAsk ask, HWND owner) {
     return std::make_unique<UpdateChecked>(UpdateChecked{updater_.Check(client_), ask, owner});
   });
   busy_ = started;
+  check_dropped_ = false;
+  // The player asked and waits for the answer, which an unreachable service may hold up for
+  // half a minute; the checks of the program's own accord stay silent.
+  if (started && ask == UpdateAsk::kOnRequest) {
+    progress_.Open(instance_, owner, kCheckingForUpdatesText, [this] {
+      check_dropped_ = true;
+      progress_.Close();
+    });
+  }
 }
 
 void UpdateFlow::OnChecked(std::unique_ptr<UpdateChecked> checked) {
-  if (!checked) return Finish();
+  progress_.Close();
+  if (!checked || check_dropped_) return Finish();
   const UpdateInfo& info = checked->info;
   if (!info.available) {
     if (checked->ask == UpdateAsk::kOnRequest) {

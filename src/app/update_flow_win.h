@@ -86,6 +86,7 @@ class UpdateFlow {
   HWND owner_ = nullptr;     // of the boxes after the download
   bool busy_ = false;        // from a check's start to the end of what it led to
   bool deferred_ = false;
+  bool check_dropped_ = false;  // the player cancelled the check they asked for
 };
 
 }  // namespace qn
