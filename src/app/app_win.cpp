@@ -181,6 +181,8 @@ int App::Run() {
 
 void App::Shutdown() {
   if (std::exchange(shut_down_, true)) return;
+  // Whatever a worker is waiting for from the service, nobody is left to read it.
+  session_.Client().CancelAll();
   update_flow_.Shutdown();
   tray_window_.Close();
   drawer_.CloseNow();
