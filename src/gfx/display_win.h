@@ -1,0 +1,18 @@
+#pragma once
+// The graphics adapters as DXGI lists them, for making the device on the one that shows the
+// game, and what the renderer needs to know of a monitor.
+#include <dxgi.h>
+#include <d3d11.h>
+
+#include <cstdint>
+
+#include "core/handles.h"
+
+namespace qn {
+
+// Nothing for LUID 0 or an adapter that is gone.
+ComPtr<IDXGIAdapter1> AdapterWithLuid(uint64_t luid);
+// 0 when the device cannot tell.
+uint64_t AdapterOf(ID3D11Device* device);
+
+}  // namespace qn
