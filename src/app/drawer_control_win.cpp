@@ -114,7 +114,7 @@ bool DrawerControl::Refuses(HWND foreground, std::wstring_view executable) {
 // have switched the display to HDR or back, changed its SDR brightness, or moved the game to a
 // monitor that another adapter drives, where the graphics are then made anew.
 DisplayFacts DrawerControl::DisplayFor(HWND target) {
-  const DisplayFacts display = Renderer::DisplayOf(target);
+  const DisplayFacts display = renderer_->DisplayOf(target);
   if (DeviceOnOtherAdapter(renderer_->Adapter(), display.adapter)) {
     Log(kLogInfo, L"the game is on another graphics adapter; making the graphics there");
     ReleaseGraphics();

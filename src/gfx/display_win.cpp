@@ -9,18 +9,9 @@
 #include "core/log.h"
 #include "core/module_proc.h"
 #include "gfx/blur_plan.h"
-#include "gfx/renderer.h"
 
 namespace qn {
 namespace {
-
-ComPtr<IDXGIFactory1> DxgiFactory() {
-  static const SystemFunction<decltype(&::CreateDXGIFactory1)> create(L"dxgi.dll",
-                                                                      "CreateDXGIFactory1");
-  ComPtr<IDXGIFactory1> factory;
-  if (!create || FAILED(create.get()(IID_PPV_ARGS(factory.put())))) factory.reset();
-  return factory;
-}
 
 uint64_t LuidNumber(const LUID& luid) {
   return uint64_t{static_cast<uint32_t>(luid.HighPart)} << 32 | luid.LowPart;
@@ -92,10 +83,18 @@ std::optional<float> SdrWhiteNits(const wchar_t* gdi_name) {
 
 }  // namespace
 
-ComPtr<IDXGIAdapter1> AdapterWithLuid(uint64_t luid) {
+ComPtr<IDXGIFactory1> DxgiFactory() {
+  static const SystemFunction<decltype(&::CreateDXGIFactory1)> create(L"dxgi.dll",
+                                                                      "CreateDXGIFactory1");
+  ComPtr<IDXGIFactory1> factory;
+  if (!create || FAILED(create.get()(IID_PPV_ARGS(factory.put())))) factory.reset();
+  return factory;
+}
+
+ComPtr<IDXGIAdapter1> AdapterWithLuid(IDXGIFactory1* factory, uint64_t luid) {
   ComPtr<IDXGIAdapter1> adapter;
-  const ComPtr<IDXGIFactory1> factory = luid != 0 ? DxgiFactory() : ComPtr<IDXGIFactory1>();
-  for (UINT a = 0; factory && SUCCEEDED(factory->EnumAdapters1(a, adapter.put())); ++a) {
+  for (UINT a = 0; factory && luid != 0 && SUCCEEDED(factory->EnumAdapters1(a, adapter.put()));
+       ++a) {
     DXGI_ADAPTER_DESC1 desc;
     if (SUCCEEDED(adapter->GetDesc1(&desc)) && LuidNumber(desc.AdapterLuid) == luid) {
       return adapter;
@@ -116,13 +115,12 @@ uint64_t AdapterOf(ID3D11Device* device) {
   return LuidNumber(desc.AdapterLuid);
 }
 
-DisplayFacts Renderer::DisplayOf(HWND window) {
+DisplayFacts DisplayShowing(IDXGIFactory1* factory, HWND window) {
   DisplayFacts facts;
   const HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST);
-  const ComPtr<IDXGIFactory1> factory = DxgiFactory();
   if (!monitor || !factory) return facts;
   std::vector<ComPtr<IDXGIAdapter1>> adapters;
-  const std::vector<AdapterOutputs> listed = ListAdapters(factory.get(), adapters);
+  const std::vector<AdapterOutputs> listed = ListAdapters(factory, adapters);
   const auto shown = OutputShowing(listed, reinterpret_cast<uintptr_t>(monitor));
   if (!shown) return facts;
   facts.adapter = listed[shown->adapter].luid;

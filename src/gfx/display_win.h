@@ -7,11 +7,16 @@
 #include <cstdint>
 
 #include "core/handles.h"
+#include "gfx/renderer.h"
 
 namespace qn {
 
+// Nothing when dxgi.dll cannot make one.
+ComPtr<IDXGIFactory1> DxgiFactory();
 // Nothing for LUID 0 or an adapter that is gone.
-ComPtr<IDXGIAdapter1> AdapterWithLuid(uint64_t luid);
+ComPtr<IDXGIAdapter1> AdapterWithLuid(IDXGIFactory1* factory, uint64_t luid);
+// Of the monitor that shows most of `window`.
+DisplayFacts DisplayShowing(IDXGIFactory1* factory, HWND window);
 // 0 when the device cannot tell.
 uint64_t AdapterOf(ID3D11Device* device);
 

@@ -4,6 +4,7 @@
 // The capture's frame pool and the drawer's swap chain and Direct2D device share the
 // device, so the renderer is made first and lives as long as the application.
 #include <d3d11.h>
+#include <dxgi.h>
 #include <windows.h>
 
 #include <cstdint>
@@ -46,9 +47,10 @@ class Renderer {
   // frame rate would make the drawer worse than no drawer. The device is made on the adapter
   // with the given LUID when there is one (DisplayFacts::adapter), else on the default one.
   bool Init(uint64_t adapter = 0);
-  // Asked at each opening: the player may switch HDR or move the game between two.
-  static DisplayFacts DisplayOf(HWND window);
-  static bool DisplayIsHdr(HWND window) { return DisplayOf(window).hdr; }
+  // Asked at each opening: the player may switch HDR or move the game between two. Cheap
+  // after the first time, which makes the DXGI factory that Release drops.
+  DisplayFacts DisplayOf(HWND window);
+  static bool DisplayIsHdr(HWND window) { return Renderer().DisplayOf(window).hdr; }
   // Called between the caller's clear of the back buffer and its Direct2D overlay.
   bool Render(ID3D11Texture2D* frame, const RECT& crop, ID3D11RenderTargetView* target,
               unsigned target_width, unsigned target_height, const BlurParams& params);
@@ -75,6 +77,7 @@ class Renderer {
 
  private:
   bool MakeDevice(uint64_t adapter);
+  IDXGIFactory1* Factory();
   bool CreateShaders();
   bool EnsureChain(unsigned width, unsigned height);
   // Where the passes read the frame: the frame itself, or a copy of part of it.
@@ -92,13 +95,16 @@ class Renderer {
   void DrawPass(ID3D11PixelShader* shader, ID3D11ShaderResourceView* const (&sources)[2],
                 ID3D11RenderTargetView* target, PixelSize size, const BlurCB& constants);
 
+  // Made anew when it no longer tells the truth about adapters, outputs and their colours.
+  ComPtr<IDXGIFactory1> factory_;
   ComPtr<ID3D11Device> device_;
   ComPtr<ID3D11DeviceContext> context_;
   ComPtr<ID3D11VertexShader> vertex_shader_;
   ComPtr<ID3D11PixelShader> down_shader_;
   ComPtr<ID3D11PixelShader> up_shader_;
   ComPtr<ID3D11PixelShader> composite_shader_;
-  ComPtr<ID3D11PixelShader> cross_fade_shader_;  // only while a bench asks for the old blur
+  ComPtr<ID3D11PixelShader> cross_fade_shader_;  // made only when a bench asks for the old blur
+  bool old_blur_ = false;
   ComPtr<ID3D11SamplerState> sampler_;
   ComPtr<ID3D11BlendState> blend_state_;
   ComPtr<ID3D11RasterizerState> rasterizer_state_;

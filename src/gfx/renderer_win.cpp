@@ -90,7 +90,7 @@ HRESULT Renderer::CreateDevice(IDXGIAdapter* adapter, const D3D_FEATURE_LEVEL* l
 }
 
 bool Renderer::MakeDevice(uint64_t adapter) {
-  const ComPtr<IDXGIAdapter1> wanted = AdapterWithLuid(adapter);
+  const ComPtr<IDXGIAdapter1> wanted = AdapterWithLuid(Factory(), adapter);
   constexpr UINT kLevelCount = static_cast<UINT>(std::size(kFeatureLevels));
   HRESULT hr = CreateDevice(wanted.get(), kFeatureLevels, kLevelCount);
   if (FAILED(hr) && wanted) {
@@ -146,11 +146,23 @@ bool Renderer::CreateStates() {
          SUCCEEDED(device_->CreateBuffer(&buffer, nullptr, constants_.put()));
 }
 
+// DXGI keeps what it found when the factory was made; a change of adapters, or of an output's
+// colour space, shows as a factory that is no longer current.
+IDXGIFactory1* Renderer::Factory() {
+  if (!factory_ || !factory_->IsCurrent()) factory_ = DxgiFactory();
+  return factory_.get();
+}
+
+DisplayFacts Renderer::DisplayOf(HWND window) { return DisplayShowing(Factory(), window); }
+
 bool Renderer::UseOldBlurForBench(bool old) {
-  cross_fade_shader_.reset();
   static const D3D_SHADER_MACRO kCrossFade[] = {{"CROSS_FADE", "1"}, {nullptr, nullptr}};
-  return !old || (device_ && CreatePixelShader(device_.get(), "PSComposite",
-                                               cross_fade_shader_.put(), kCrossFade));
+  if (old && !cross_fade_shader_ && device_ &&
+      !CreatePixelShader(device_.get(), "PSComposite", cross_fade_shader_.put(), kCrossFade)) {
+    cross_fade_shader_.reset();
+  }
+  old_blur_ = old && cross_fade_shader_;
+  return old_blur_ == old;
 }
 
 bool Renderer::EnsureChain(unsigned width, unsigned height) {
@@ -220,7 +232,7 @@ Renderer::FrameView Renderer::ViewOf(ID3D11Texture2D* frame, const D3D11_TEXTURE
     return in_place;
   }
   const PixelRect copied =
-      cross_fade_shader_
+      old_blur_
           ? PixelRect{0, 0, static_cast<int32_t>(desc.Width), static_cast<int32_t>(desc.Height)}
           : crop;
   if (!EnsureSourceCopy(frame, desc, copied)) return {};
@@ -243,7 +255,7 @@ bool Renderer::Render(ID3D11Texture2D* frame, const RECT& crop, ID3D11RenderTarg
   if (!source.view) return false;
   const CompositeEncode encode = CompositeEncodeFor(params, static_cast<uint32_t>(desc.Format));
   const PixelSize into = {target_width, target_height};
-  const BlurPlan plan = cross_fade_shader_
+  const BlurPlan plan = old_blur_
                             ? PlanCrossFadePasses(source.size, source.crop, into, params, encode)
                             : PlanPasses(source.size, source.crop, into, params, encode);
   if (plan.levels > 0 && (!EnsureChain(static_cast<unsigned>(area->right - area->left),
@@ -315,12 +327,14 @@ void Renderer::Release() {
   blend_state_.reset();
   sampler_.reset();
   cross_fade_shader_.reset();
+  old_blur_ = false;
   composite_shader_.reset();
   up_shader_.reset();
   down_shader_.reset();
   vertex_shader_.reset();
   context_.reset();
   device_.reset();
+  factory_.reset();
   adapter_ = 0;
 }
 

@@ -103,7 +103,7 @@ TEST_F(RendererTest, FailedInitKeepsNothingAndTheDeviceIsSafeForTheCaptureThread
   EXPECT_TRUE(lock->GetMultithreadProtected());
   // No display under the tests runs in HDR; the walk over adapters and outputs must end, at
   // the adapter that the device was made on. Made there by name, the device is the same.
-  const DisplayFacts display = Renderer::DisplayOf(GetDesktopWindow());
+  const DisplayFacts display = renderer.DisplayOf(GetDesktopWindow());
   EXPECT_FALSE(display.hdr);
   EXPECT_EQ(display.adapter, renderer.Adapter());
   LowestLevelRenderer lowest;
