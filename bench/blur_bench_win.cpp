@@ -161,11 +161,11 @@ class Bench {
 
 void PrintRow(const char* frame, int blur, const Timing& now, const Timing& old) {
   const auto ratio = [](double a, double b) { return a > 0 && b > 0 ? a / b : 0.0; };
-  std::printf("  %-18s %3d %%  call %5.3f/%5.3f ms x%.2f  GPU %6.2f/%6.2f ms x%.2f  "
-              "done %6.2f/%6.2f ms x%.2f\n",
-              frame, blur, now.cpu_ms, old.cpu_ms, ratio(now.cpu_ms, old.cpu_ms), now.gpu_ms,
-              old.gpu_ms, ratio(now.gpu_ms, old.gpu_ms), now.wall_ms, old.wall_ms,
-              ratio(now.wall_ms, old.wall_ms));
+  std::printf(
+      "  %-18s %3d %%  call %5.3f/%5.3f ms x%.2f  GPU %6.2f/%6.2f ms x%.2f  "
+      "done %6.2f/%6.2f ms x%.2f\n",
+      frame, blur, now.cpu_ms, old.cpu_ms, ratio(now.cpu_ms, old.cpu_ms), now.gpu_ms, old.gpu_ms,
+      ratio(now.gpu_ms, old.gpu_ms), now.wall_ms, old.wall_ms, ratio(now.wall_ms, old.wall_ms));
 }
 
 }  // namespace
@@ -180,9 +180,10 @@ int main() {
     std::printf("the former blur's shader did not compile\n");
     return 1;
   }
-  std::printf("Renderer::Render, %ux%u frame, %ux%u crop, medians of %d rounds, new/former "
-              "and the ratio:\n",
-              kFrameWidth, kFrameHeight, kCropWidth, kCropHeight, kRounds);
+  std::printf(
+      "Renderer::Render, %ux%u frame, %ux%u crop, medians of %d rounds, new/former "
+      "and the ratio:\n",
+      kFrameWidth, kFrameHeight, kCropWidth, kCropHeight, kRounds);
   for (const bool copy : {false, true}) {
     for (const int blur : {0, 50, 100}) {
       const auto [now, old] = bench.Measure(copy, static_cast<float>(blur) / 100.0f);
@@ -196,7 +197,6 @@ int main() {
     bench.DisplayOf(GetDesktopWindow());
     asked.push_back(Ms(start, Clock::now()));
   }
-  std::printf("Renderer::DisplayOf, the DXGI factory kept: median %.2f ms of 5\n",
-              Median(asked));
+  std::printf("Renderer::DisplayOf, the DXGI factory kept: median %.2f ms of 5\n", Median(asked));
   return 0;
 }

@@ -110,9 +110,9 @@ bool DrawerControl::Refuses(HWND foreground, std::wstring_view executable) {
   return false;
 }
 
-// Asked at each opening, although it walks every adapter and output: meanwhile the player may
-// have switched the display to HDR or back, changed its SDR brightness, or moved the game to a
-// monitor that another adapter drives, where the graphics are then made anew.
+// Asked at each opening: meanwhile the player may have switched the display to HDR or back,
+// changed its SDR brightness, or moved the game to a monitor that another adapter drives,
+// where the graphics are then made anew.
 DisplayFacts DrawerControl::DisplayFor(HWND target) {
   const DisplayFacts display = renderer_->DisplayOf(target);
   if (DeviceOnOtherAdapter(renderer_->Adapter(), display.adapter)) {
@@ -354,7 +354,8 @@ bool DrawerControl::RebuildGraphics() {
   drawer_window_.DropDevice();
   renderer_->Release();
   const ScreenRect& drawer = geometry_.drawer;
-  if (!renderer_->Init(display_.adapter) || !drawer_window_.Create(instance_, renderer_.get(), surface_.get()) ||
+  if (!renderer_->Init(display_.adapter) ||
+      !drawer_window_.Create(instance_, renderer_.get(), surface_.get()) ||
       !drawer_window_.EnsureSize(static_cast<uint32_t>(drawer.Width()),
                                  static_cast<uint32_t>(drawer.Height()))) {
     return false;

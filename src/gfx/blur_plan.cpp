@@ -119,7 +119,8 @@ BlurPlan PlanPasses(PixelSize frame, const PixelRect& crop, PixelSize target,
   const auto level0 = ChainSizes({static_cast<uint32_t>(crop.right - crop.left),
                                   static_cast<uint32_t>(crop.bottom - crop.top)})[0];
   // One sample per pixel: straight from the level, or from the crop of the frame.
-  const BlurCB sample = reach.levels > 0 ? SampleConstants(level0, 1) : FrameConstants(frame, crop, 1);
+  const BlurCB sample =
+      reach.levels > 0 ? SampleConstants(level0, 1) : FrameConstants(frame, crop, 1);
   return PlanChain(frame, crop, target, reach,
                    {BlurShader::kComposite, 0, 0, {}, WithLook(sample, params, encode)});
 }

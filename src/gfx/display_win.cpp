@@ -26,8 +26,8 @@ std::vector<AdapterOutputs> ListAdapters(IDXGIFactory1* factory,
   for (UINT a = 0; SUCCEEDED(factory->EnumAdapters1(a, adapter.put())); ++a) {
     DXGI_ADAPTER_DESC1 desc;
     if (FAILED(adapter->GetDesc1(&desc))) desc = {};
-    AdapterOutputs entry = {LuidNumber(desc.AdapterLuid),
-                            (desc.Flags & DXGI_ADAPTER_FLAG_SOFTWARE) != 0, {}};
+    AdapterOutputs entry = {
+        LuidNumber(desc.AdapterLuid), (desc.Flags & DXGI_ADAPTER_FLAG_SOFTWARE) != 0, {}};
     ComPtr<IDXGIOutput> output;
     for (UINT o = 0; SUCCEEDED(adapter->EnumOutputs(o, output.put())); ++o) {
       DXGI_OUTPUT_DESC out;

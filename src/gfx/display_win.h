@@ -1,8 +1,8 @@
 #pragma once
 // The graphics adapters as DXGI lists them, for making the device on the one that shows the
 // game, and what the renderer needs to know of a monitor.
-#include <dxgi.h>
 #include <d3d11.h>
+#include <dxgi.h>
 
 #include <cstdint>
 

@@ -86,8 +86,7 @@ class Renderer {
     PixelSize size;
     PixelRect crop;  // in `view`
   };
-  FrameView ViewOf(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DESC& desc,
-                   const PixelRect& crop);
+  FrameView ViewOf(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DESC& desc, const PixelRect& crop);
   bool EnsureSourceCopy(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DESC& desc,
                         const PixelRect& crop);
   void RunPass(const BlurPass& pass, ID3D11ShaderResourceView* frame_view,

@@ -216,7 +216,7 @@ bool Renderer::EnsureSourceCopy(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DE
     copy_height_ = shape.height;
     copy_format_ = shape.format;
   }
-  const D3D11_BOX box = {static_cast<UINT>(crop.left),  static_cast<UINT>(crop.top),   0,
+  const D3D11_BOX box = {static_cast<UINT>(crop.left),  static_cast<UINT>(crop.top),    0,
                          static_cast<UINT>(crop.right), static_cast<UINT>(crop.bottom), 1};
   context_->CopySubresourceRegion(source_copy_.get(), 0, 0, 0, 0, frame, 0, &box);
   return true;
@@ -231,10 +231,9 @@ Renderer::FrameView Renderer::ViewOf(ID3D11Texture2D* frame, const D3D11_TEXTURE
       SUCCEEDED(device_->CreateShaderResourceView(frame, nullptr, in_place.view.put()))) {
     return in_place;
   }
-  const PixelRect copied =
-      old_blur_
-          ? PixelRect{0, 0, static_cast<int32_t>(desc.Width), static_cast<int32_t>(desc.Height)}
-          : crop;
+  const PixelRect copied = old_blur_ ? PixelRect{0, 0, static_cast<int32_t>(desc.Width),
+                                                 static_cast<int32_t>(desc.Height)}
+                                     : crop;
   if (!EnsureSourceCopy(frame, desc, copied)) return {};
   return {source_copy_view_,
           {copy_width_, copy_height_},

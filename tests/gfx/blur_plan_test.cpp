@@ -49,24 +49,27 @@ TEST(BlurPlan, PassesFollowTheRadiusAndReadOnlyTheCrop) {
   const std::tuple<float, bool, Passes> cases[] = {
       {1.0f, false, full},
       {3.0f, false, full},
-      {0.75f, false,
+      {0.75f,
+       false,
        {"down -1>0 801x300 /1333x1200", "down 0>1 401x150 /1068x400", "down 1>2 201x75 /535x200",
         "up 2>1 401x150 /268x100", "up 1>0 801x300 /535x200", "composite 0>-2 1602x600 /801x300"}},
-      {0.5f, false,
+      {0.5f,
+       false,
        {"down -1>0 801x300 /1000x900", "down 0>1 401x150 /801x300", "up 1>0 801x300 /401x150",
         "composite 0>-2 1602x600 /801x300"}},
       {0.125f, false, {"down -1>0 801x300 /2000x1800", "composite 0>-2 1602x600 /801x300"}},
       {0.0f, false, none},
       {-0.5f, false, none},
       {nan, false, none},
-      {0.5f, true, {full[0], full[1], full[2], full[3], full[4], "cross-fade 0>-2 1602x600 /1000x900"}},
+      {0.5f,
+       true,
+       {full[0], full[1], full[2], full[3], full[4], "cross-fade 0>-2 1602x600 /1000x900"}},
   };
   for (const auto& [blur, old, expected] : cases) {
     BlurParams params;
     params.blur = blur;
-    const auto plan = (old ? PlanCrossFadePasses : PlanPasses)({1000, 900}, {100, 600, 901, 900},
-                                                               {1602, 600}, params,
-                                                               CompositeEncode::kAsIs);
+    const auto plan = (old ? PlanCrossFadePasses : PlanPasses)(
+        {1000, 900}, {100, 600, 901, 900}, {1602, 600}, params, CompositeEncode::kAsIs);
     Passes described;
     for (const BlurPass& pass : plan) described.push_back(Describe(pass));
     EXPECT_EQ(described, expected) << blur;
@@ -83,14 +86,13 @@ TEST(BlurPlan, PassesFollowTheRadiusAndReadOnlyTheCrop) {
   }
 }
 
-
 // SDR white arrives at the display's SDR level only in the frames of an HDR display.
 TEST(BlurPlan, SdrWhiteInFrame) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const std::tuple<uint8_t, uint32_t, float, float> cases[] = {
-      {1, kFormatRgba16Float, 80, 1},   {1, kFormatRgba16Float, 240, 3},
-      {1, kFormatRgba16Float, 0, 1},    {1, kFormatRgba16Float, nan, 1},  // the level is unknown
-      {0, kFormatRgba16Float, 240, 1},  {1, 87, 240, 1},  // an SDR display, an 8-bit frame
+      {1, kFormatRgba16Float, 80, 1},  {1, kFormatRgba16Float, 240, 3},
+      {1, kFormatRgba16Float, 0, 1},   {1, kFormatRgba16Float, nan, 1},  // the level is unknown
+      {0, kFormatRgba16Float, 240, 1}, {1, 87, 240, 1},  // an SDR display, an 8-bit frame
   };
   for (const auto& [hdr, format, nits, white] : cases) {
     BlurParams params;

@@ -170,7 +170,7 @@ TEST_F(RendererTest, ScRgbIsEncodedForTheDisplayAndToneMappedOnlyOnHdr) {
   const std::tuple<DXGI_FORMAT, uint64_t, uint8_t, float, int> cases[] = {
       {DXGI_FORMAT_R16G16B16A16_FLOAT, 0x32D932D932D932D9u, 0, 80, 128},
       {DXGI_FORMAT_R16G16B16A16_FLOAT, 0x4800480048004800u, 0, 80, 255},
-      {DXGI_FORMAT_R16G16B16A16_FLOAT, 0x4800480048004800u, 1, 80, 242},  // Reinhard 8 / 9, sRGB
+      {DXGI_FORMAT_R16G16B16A16_FLOAT, 0x4800480048004800u, 1, 80, 242},   // Reinhard 8 / 9, sRGB
       {DXGI_FORMAT_R16G16B16A16_FLOAT, 0x4200420042004200u, 1, 240, 188},  // 1 / 2, not 3 / 4
       {DXGI_FORMAT_B8G8R8A8_UNORM, 0xFF808080u, 1, 240, 128},  // already sRGB, never tone-mapped
   };
@@ -234,13 +234,17 @@ Picture EdgeScene() {
 // The green of a row across the step.
 std::vector<int> EdgeProfile(const Picture& p) {
   std::vector<int> row;
-  for (uint32_t x = 64; x < 192; ++x) row.push_back(int(p.pixels[24 * p.width + x] >> kGreen & 255));
+  for (uint32_t x = 64; x < 192; ++x) {
+    row.push_back(int(p.pixels[24 * p.width + x] >> kGreen & 255));
+  }
   return row;
 }
 
 int LargestStep(const std::vector<int>& row) {
   int largest = 0;
-  for (size_t i = 1; i < row.size(); ++i) largest = std::max(largest, std::abs(row[i] - row[i - 1]));
+  for (size_t i = 1; i < row.size(); ++i) {
+    largest = std::max(largest, std::abs(row[i] - row[i - 1]));
+  }
   return largest;
 }
 
