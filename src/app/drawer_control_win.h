@@ -86,7 +86,7 @@ class DrawerControl {
 
  private:
   bool Refuses(HWND foreground, std::wstring_view executable);
-  bool HdrFor(HWND target);
+  DisplayFacts DisplayFor(HWND target);
   bool MakeGraphics();
   bool ReadyView();
   void StartFrames();
@@ -125,8 +125,7 @@ class DrawerControl {
   TargetGeometry geometry_;
   bool d3d_fullscreen_ = false;  // the shell's word at the opening, too slow to ask each tick
   uint64_t rebuilt_at_ = 0;      // when a lost device was last replaced during this opening
-  HMONITOR hdr_monitor_ = nullptr;  // the monitor `hdr_` was asked for
-  bool hdr_ = false;
+  DisplayFacts display_;  // of the game's monitor, at the opening
   bool open_ = false;
   bool closing_ = false;
   bool capturing_ = false;

@@ -52,22 +52,6 @@ ControlClass ClassOf(ControlKind kind) {
   return {L"STATIC", 0, 0};
 }
 
-// The system's message font at the window's DPI; Segoe UI at 12 pixels where the system
-// will not say.
-UniqueHfont MessageFont(UINT dpi, LONG weight) {
-  NONCLIENTMETRICSW metrics = {};
-  metrics.cbSize = sizeof(metrics);
-  LOGFONTW font = {};
-  if (SystemParametersForDpi(SPI_GETNONCLIENTMETRICS, sizeof(metrics), &metrics, dpi)) {
-    font = metrics.lfMessageFont;
-  } else {
-    font.lfHeight = -Scaled(12, dpi);
-    wcscpy_s(font.lfFaceName, L"Segoe UI");
-  }
-  if (weight != 0) font.lfWeight = weight;
-  return UniqueHfont(CreateFontIndirectW(&font));
-}
-
 // Each slider, the label that names it and the setting it edits.
 struct SliderField {
   int slider;

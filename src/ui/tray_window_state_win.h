@@ -10,6 +10,7 @@
 
 #include "core/handles.h"
 #include "core/settings.h"
+#include "ui/message_font_win.h"
 #include "ui/tray_window_text.h"
 
 namespace qn {
@@ -40,11 +41,6 @@ struct TrayWindowState {
     return reinterpret_cast<TrayWindowState*>(GetWindowLongPtrW(window, GWLP_USERDATA));
   }
 };
-
-// A length of the layout, which is in pixels at 96 DPI, at the window's DPI.
-inline int Scaled(int length, UINT dpi) {
-  return MulDiv(length, static_cast<int>(dpi), USER_DEFAULT_SCREEN_DPI);
-}
 
 // The controls: made once, then laid out and given fonts again at each DPI.
 bool CreateTrayWindowControls(TrayWindowState& state, HINSTANCE instance);
