@@ -68,9 +68,9 @@ class TrayRequests {
   // Waits for the running request's thread, which has only its result to post once Busy is
   // false.
   void Wait();
-  // For the window's closing and the program's end: the running request skips the progress
-  // read it would do next, and is waited for. Its exchange under way is bounded by its
-  // time-outs only: a blocking WinHTTP request cannot be cut short from another thread.
+  // For the program's end: the running request skips the progress read it would do next, and
+  // is waited for. Its exchange under way ends at once when the client has been cancelled, as
+  // the application's end does first; otherwise its time-outs bound the wait.
   void Finish();
 
  private:

@@ -38,7 +38,7 @@ class TrayWindow {
   // For IsDialogMessageW; null while closed.
   HWND get() const { return window_.load(); }
   // Destroys the window and waits for a request it started, as the program's end must: the
-  // request uses the session.
+  // request uses the session. Cancel the session's client first, or this waits on the network.
   void Close();
   // Reads the recorded progress again once the window gets to it; nothing while closed.
   void RefreshProgress() const {
