@@ -22,6 +22,6 @@ constexpr UINT kMsgEndForSetup = WM_APP + 7;
 constexpr PostedMessage<ServiceFailure> kMsgSessionRestored{WM_APP + 8};
 constexpr PostedMessage<UpdateChecked> kMsgUpdateChecked{WM_APP + 9};
 constexpr PostedMessage<UpdateProgress> kMsgUpdateProgress{WM_APP + 10};
-constexpr PostedMessage<UpdateApplied> kMsgUpdateApplied{WM_APP + 13};
+constexpr PostedMessage<UpdateApplied> kMsgUpdateApplied{WM_APP + 14};
 
 }  // namespace qn
