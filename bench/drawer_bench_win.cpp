@@ -21,6 +21,7 @@
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -426,7 +427,9 @@ void TickParts::RunFrame(bool timed) {
       drawer_.Frame(latest.get(), crop_, 1.0f, kLook, draw, work);
     });
   };
+  renderer_.UseOldBlurForBench(true);
   tick(before_, {true, true, true}, true);
+  renderer_.UseOldBlurForBench(false);
   tick(compose_, {false, false, true});
   tick(new_frame_, {true, false, true});
   tick(token_, {false, true, true});
@@ -483,12 +486,19 @@ void BenchTick(const qn::test::TestGame& game) {
   parts.TimeReopening();
 }
 
+// The renderer with the blur of before, which cross-faded the whole chain with the sharp frame.
+class OldBlurRenderer : public qn::Renderer {
+ protected:
+  bool CreateStates() override { return Renderer::CreateStates() && UseOldBlurForBench(true); }
+};
+
 qn::StartChecks WineChecks(bool as_before) {
   qn::StartChecks checks{[] { return 19045u; }, [] { return true; }, {}, {}};
   checks.drawer.surface = [] { return qn::test::MakeHwndSurface(&g_presented); };
   checks.drawer.frames = [] { return qn::test::MakeGdiFrameSource({g_game_hz, {}}); };
   checks.drawer.idle_release_ms = kNoIdleRelease;
   checks.drawer.redraw_every_tick = as_before;
+  if (as_before) checks.drawer.renderer = [] { return std::make_unique<OldBlurRenderer>(); };
   return checks;
 }
 
@@ -500,6 +510,7 @@ struct AppFigures {
 AppFigures BenchApp(const qn::test::TestGame& game, bool as_before) {
   std::printf("\n==== %s ====\n", as_before ? "as before: every tick redraws everything"
                                             : "now: a tick redraws what changed");
+  if (as_before) std::printf("(with the blur of before too)\n");
   AppFigures figures;
   qn::App app(GetModuleHandleW(nullptr), WineChecks(as_before));
   if (!app.Init()) return figures;

@@ -15,9 +15,10 @@
 #include "app/message_window_win.h"
 #include "app/tray_icon_win.h"
 #include "app/tray_menu.h"
+#include "app/update_flow_win.h"
+#include "core/background_job_win.h"
 #include "core/handles.h"
 #include "net/session.h"
-#include "setup/updater.h"
 #include "ui/tray_window_win.h"
 
 namespace qn {
@@ -47,10 +48,6 @@ class App {
   void Shutdown();
   // The account and settings window saved new settings into the session.
   void OnSettingsApplied();
-  // Asks the service for a new build and offers it; true when one was put in place and this
-  // process must leave for it. Called with true when the player asked.
-  // `owner`: the window the player asked from, whose boxes these are.
-  bool CheckForUpdates(bool report_up_to_date, HWND owner = nullptr);
   // The new build to start once this process has let go of everything; set by an update.
   const std::optional<std::wstring>& HandOverTo() const { return hand_over_to_; }
 
@@ -58,6 +55,9 @@ class App {
   Conversation& Chat() { return conversation_; }
   DrawerControl& Drawer() { return drawer_; }
   Session& ServiceSession() { return session_; }
+  UpdateFlow& Updates() { return update_flow_; }
+  // The stored session has been tried with the service, and no update check is under way.
+  bool StartupSettled() const { return session_settled_ && !update_flow_.Busy(); }
 
  private:
   uint32_t OsBuild() const;
@@ -73,10 +73,9 @@ class App {
   DrawerControl::Callbacks DrawerCallbacks();
   TrayWindowCallbacks TrayWindowActions();
   void OpenTrayWindow();
-  void CheckForUpdatesOnRequest(HWND owner);
-  bool AskAndApplyUpdate(bool report_up_to_date, HWND owner);
-  // False when the start-up must end because an update takes over.
-  bool CheckForUpdatesAtStart();
+  void StartSessionRestore();
+  void OnSessionRestored(ServiceFailure failure);
+  UpdateFlow::Hooks UpdateHooks();
 
   HINSTANCE instance_ = nullptr;
   StartChecks checks_;
@@ -89,9 +88,9 @@ class App {
   DrawerControl drawer_;
   std::optional<TrayIcon> tray_;
   TrayWindow tray_window_;  // the account and settings window, when open
-  Updater updater_;
-  bool update_deferred_ = false;
-  bool update_prompt_open_ = false;  // found at start with a game in front; asked at the desktop
+  UpdateFlow update_flow_;
+  BackgroundJob session_restore_;
+  bool session_settled_ = false;
   std::optional<std::wstring> hand_over_to_;
   bool shut_down_ = false;
 };

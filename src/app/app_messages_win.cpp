@@ -47,7 +47,7 @@ void App::ConnectTray() {
   window_.OnCommand(kCmdAccount, [this] { OpenTrayWindow(); });
   window_.OnCommand(kCmdCheckForUpdates, [this] {
     drawer_.CloseNow();
-    CheckForUpdatesOnRequest(nullptr);
+    update_flow_.Check(UpdateAsk::kOnRequest);
   });
 }
 
@@ -58,15 +58,15 @@ void App::ConnectWorkers() {
   window_.OnPosted<GameLookupResult>(kMsgProgressSnapshot, [this](auto snapshot, LPARAM) {
     conversation_.OnProgressSnapshot(std::move(snapshot));
   });
+  window_.OnPosted<ServiceFailure>(kMsgSessionRestored, [this](auto failure, LPARAM) {
+    OnSessionRestored(failure ? *failure : ServiceFailure::kUnreachable);
+  });
+  update_flow_.Connect(window_);
 }
 
 void App::OpenTrayWindow() {
   drawer_.CloseNow();
   tray_window_.Open(session_, drawer_.Facts().game_key);
-}
-
-void App::CheckForUpdatesOnRequest(HWND owner) {
-  if (CheckForUpdates(true, owner)) PostQuitMessage(0);
 }
 
 void App::OnCapturedKey(const KeyEventRecord& record) {

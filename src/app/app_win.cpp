@@ -27,6 +27,11 @@ constexpr wchar_t kNoCaptureText[] =
 
 uint32_t RunningOsBuild() { return GetOsVersion().build; }
 
+// Tab, Enter and Esc in the program's own windows, as in a dialog.
+bool IsDialogMessageOf(HWND window, MSG& message) {
+  return window && IsDialogMessageW(window, &message);
+}
+
 }  // namespace
 
 App::App(HINSTANCE instance, StartChecks checks)
@@ -38,7 +43,7 @@ App::App(HINSTANCE instance, StartChecks checks)
       drawer_(instance, conversation_.Model(), conversation_.View(), std::move(checks.drawer),
               DrawerCallbacks()),
       tray_window_(instance, TrayWindowActions()),
-      updater_(checks_.updater) {}
+      update_flow_(instance, checks_.updater, session_.Client(), UpdateHooks()) {}
 
 DrawerControl::Callbacks App::DrawerCallbacks() {
   DrawerControl::Callbacks callbacks;
@@ -48,14 +53,19 @@ DrawerControl::Callbacks App::DrawerCallbacks() {
   };
   callbacks.opened = [this] { conversation_.OnDrawerOpened(); };
   callbacks.closed = [this] { return conversation_.OnDrawerClosed(); };
-  callbacks.take_deferred_update = [this] { return std::exchange(update_deferred_, false); };
-  callbacks.prompt_update = [this] { return CheckForUpdates(false); };
+  callbacks.take_deferred_update = [this] { return update_flow_.TakeDeferred(); };
+  // The answer comes later, through the update's own messages; a hand-over ends the program
+  // from there.
+  callbacks.prompt_update = [this] {
+    update_flow_.Check(UpdateAsk::kAtDesktop);
+    return false;
+  };
   return callbacks;
 }
 
 TrayWindowCallbacks App::TrayWindowActions() {
   return {[this] { OnSettingsApplied(); },
-          [this] { CheckForUpdatesOnRequest(tray_window_.get()); }};
+          [this] { update_flow_.Check(UpdateAsk::kOnRequest, tray_window_.get()); }};
 }
 
 App::~App() { Shutdown(); }
@@ -73,19 +83,35 @@ bool App::Init() {
   RegisterHotkey();
   foreground_.Start([this](HWND foreground) { drawer_.OnForeground(foreground); });
   Log(kLogInfo, L"initialised (build %lu); waiting for hotkey", OsBuild());
-  const bool established = session_.Start();
+  if (session_.Load()) StartSessionRestore();
   const Settings settings = session_.CurrentSettings();
   // Registered before the settings were read; a player's own hotkey replaces the default.
   if (settings.hotkey_mods != kDefaultHotkeyMods || settings.hotkey_vk != kDefaultHotkeyVk) {
     RegisterHotkey();
   }
   ApplyDrawerAndSound(settings);
-  if (!CheckForUpdatesAtStart()) return false;
-  if (!established) {
-    Log(kLogWarn, L"session not established: %hs", ServiceFailureText(session_.LastFailure()));
-  }
+  update_flow_.Check(UpdateAsk::kAtStart);
   ShowStartBalloon();
   return true;
+}
+
+// The service may be slow or away; the program is ready meanwhile, and a question asked
+// before the session is back finds the stored token and refreshes it itself.
+void App::StartSessionRestore() {
+  const bool started = session_restore_.Start(window_.get(), kMsgSessionRestored, [this] {
+    const bool restored = session_.RestoreSession();
+    return std::make_unique<ServiceFailure>(restored ? ServiceFailure::kNone
+                                                     : session_.LastFailure());
+  });
+  if (!started) OnSessionRestored(ServiceFailure::kUnreachable);
+}
+
+void App::OnSessionRestored(ServiceFailure failure) {
+  session_settled_ = true;
+  if (failure != ServiceFailure::kNone) {
+    Log(kLogWarn, L"session not established: %hs", ServiceFailureText(failure));
+  }
+  tray_window_.RefreshProgress();
 }
 
 uint32_t App::OsBuild() const { return (checks_.os_build ? checks_.os_build : &RunningOsBuild)(); }
@@ -142,8 +168,8 @@ int App::Run() {
   MSG message = {};
   BOOL got = FALSE;
   while ((got = GetMessageW(&message, nullptr, 0, 0)) > 0) {
-    if (const HWND tray_window = tray_window_.get();
-        tray_window && IsDialogMessageW(tray_window, &message)) {
+    if (IsDialogMessageOf(tray_window_.get(), message) ||
+        IsDialogMessageOf(update_flow_.ProgressWindow(), message)) {
       continue;
     }
     TranslateMessage(&message);
@@ -155,6 +181,9 @@ int App::Run() {
 
 void App::Shutdown() {
   if (std::exchange(shut_down_, true)) return;
+  // Whatever a worker is waiting for from the service, nobody is left to read it.
+  session_.Client().CancelAll();
+  update_flow_.Shutdown();
   tray_window_.Close();
   drawer_.CloseNow();
   foreground_.Stop();
@@ -162,6 +191,7 @@ void App::Shutdown() {
   StopKeyboardHooks();
   FreeChime();
   session_.Shutdown();
+  session_restore_.Wait();
   if (tray_) tray_->RemoveTrayIcon();
   drawer_.ReleaseGraphics();
   window_.Destroy();

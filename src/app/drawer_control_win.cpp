@@ -66,12 +66,12 @@ void DrawerControl::Open(HWND over) {
   const std::wstring executable = ExecutablePathOf(foreground);
   if (Refuses(foreground, executable)) return;
   KillTimer(window_, kIdleReleaseTimer);
+  display_ = DisplayFor(foreground);
   // Whatever a failed attempt made is released a while later, as after a closing.
   if (!MakeGraphics()) return ArmIdleRelease();
   target_ = foreground;
   last_game_ = foreground;
   game_key_ = GameIdentity(executable);
-  hdr_ = HdrFor(foreground);
   rebuilt_at_ = 0;
   StartFrames();
   if (!Show()) return ArmIdleRelease();
@@ -109,20 +109,20 @@ bool DrawerControl::Refuses(HWND foreground, std::wstring_view executable) {
   return false;
 }
 
-// Asking walks every adapter and output, about 150 ms under Wine on each opening; the answer
-// is kept with the graphics for its monitor, so a switch of the display's mode shows from the
-// first opening after an idle release.
-bool DrawerControl::HdrFor(HWND target) {
-  const HMONITOR monitor = MonitorFromWindow(target, MONITOR_DEFAULTTONEAREST);
-  if (monitor != hdr_monitor_) {
-    hdr_monitor_ = monitor;
-    hdr_ = Renderer::DisplayIsHdr(target);
+// Asked at each opening: meanwhile the player may have switched the display to HDR or back,
+// changed its SDR brightness, or moved the game to a monitor that another adapter drives,
+// where the graphics are then made anew.
+DisplayFacts DrawerControl::DisplayFor(HWND target) {
+  const DisplayFacts display = renderer_->DisplayOf(target);
+  if (DeviceOnOtherAdapter(renderer_->Adapter(), display.adapter)) {
+    Log(kLogInfo, L"the game is on another graphics adapter; making the graphics there");
+    ReleaseGraphics();
   }
-  return hdr_;
+  return display;
 }
 
 bool DrawerControl::MakeGraphics() {
-  if (!renderer_->Init()) {
+  if (!renderer_->Init(display_.adapter)) {
     Log(kLogError, L"renderer init failed; cannot open");
     return false;
   }
@@ -402,7 +402,6 @@ void DrawerControl::ReleaseGraphics() {
   drawer_window_.Destroy();
   surface_.reset();
   renderer_->Release();
-  hdr_monitor_ = nullptr;
 }
 
 }  // namespace qn

@@ -89,7 +89,7 @@ class DrawerControl {
 
  private:
   bool Refuses(HWND foreground, std::wstring_view executable);
-  bool HdrFor(HWND target);
+  DisplayFacts DisplayFor(HWND target);
   bool MakeGraphics();
   bool ReadyView();
   void StartFrames();
@@ -130,10 +130,9 @@ class DrawerControl {
   HWND seen_foreground_ = nullptr;
   WindowPlace measured_;  // the target as last measured
   TargetGeometry geometry_;
-  bool d3d_fullscreen_ = false;     // the shell's word at the opening, too slow to ask each tick
-  uint64_t rebuilt_at_ = 0;         // when a lost device was last replaced during this opening
-  HMONITOR hdr_monitor_ = nullptr;  // the monitor `hdr_` was asked for
-  bool hdr_ = false;
+  bool d3d_fullscreen_ = false;  // the shell's word at the opening, too slow to ask each tick
+  uint64_t rebuilt_at_ = 0;      // when a lost device was last replaced during this opening
+  DisplayFacts display_;         // of the game's monitor, at the opening
   bool open_ = false;
   bool closing_ = false;
   bool capturing_ = false;
@@ -150,6 +149,7 @@ class DrawerControl {
     float slide = -1.0f;
     float blur = 0.0f;
     bool hdr = false;
+    float sdr_white_nits = 0.0f;
     ScreenRect drawer;
     uint32_t dpi = 0;
     uint64_t at_ms = 0;

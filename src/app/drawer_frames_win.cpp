@@ -51,7 +51,8 @@ bool DrawerControl::RebuildGraphics() {
   drawer_window_.DropDevice();
   renderer_->Release();
   const ScreenRect& drawer = geometry_.drawer;
-  if (!renderer_->Init() || !drawer_window_.Create(instance_, renderer_.get(), surface_.get()) ||
+  if (!renderer_->Init(display_.adapter) ||
+      !drawer_window_.Create(instance_, renderer_.get(), surface_.get()) ||
       !drawer_window_.EnsureSize(static_cast<uint32_t>(drawer.Width()),
                                  static_cast<uint32_t>(drawer.Height()))) {
     return false;
@@ -70,7 +71,8 @@ HRESULT DrawerControl::PresentFrame(float slide, bool moved) {
   BlurParams params;
   std::copy(std::begin(kTint), std::end(kTint), params.tint);
   params.opacity = slide;
-  params.hdr = hdr_ ? 1 : 0;
+  params.hdr = display_.hdr ? 1 : 0;
+  params.sdr_white_nits = display_.sdr_white_nits;
   params.blur = blur_;
   const RECT crop = frame_ ? CropFor(frame_.get()) : RECT{};
   view_.SetCaretShown(now.caret);
@@ -99,7 +101,8 @@ DrawerControl::Shown DrawerControl::Current(float slide, uint64_t now) {
   current.caret = CaretShown(now - input_changed_at_);
   current.slide = slide;
   current.blur = blur_;
-  current.hdr = hdr_;
+  current.hdr = display_.hdr;
+  current.sdr_white_nits = display_.sdr_white_nits;
   current.drawer = geometry_.drawer;
   current.dpi = geometry_.dpi;
   current.at_ms = now;
@@ -110,6 +113,7 @@ FrameChanges DrawerControl::ChangesSince(const Shown& now, bool moved) const {
   FrameChanges changes;
   changes.first = !shown_.presented || seams_.redraw_every_tick;
   changes.look = now.blur != shown_.blur || now.hdr != shown_.hdr ||
+                 now.sdr_white_nits != shown_.sdr_white_nits ||
                  now.drawer.Width() != shown_.drawer.Width() ||
                  now.drawer.Height() != shown_.drawer.Height() || now.dpi != shown_.dpi;
   changes.new_frame = now.frame_number != shown_.frame_number;

@@ -59,6 +59,14 @@ bool IsShellExecutable(std::wstring_view path) {
   return EqualsIgnoringCase(FileNameOf(path), L"explorer.exe");
 }
 
+bool IsFrameHostExecutable(std::wstring_view path) {
+  return EqualsIgnoringCase(FileNameOf(path), L"ApplicationFrameHost.exe");
+}
+
+std::wstring_view ProgramExecutable(std::wstring_view top_level, std::wstring_view content) {
+  return IsFrameHostExecutable(top_level) && !content.empty() ? content : top_level;
+}
+
 std::string GameIdentity(std::wstring_view executable_path) {
   std::wstring_view name = FileNameOf(executable_path);
   constexpr std::wstring_view kExe = L".exe";

@@ -50,6 +50,12 @@ FollowSteps PlanFollow(const TargetGeometry& shown, const TargetGeometry& now, b
 // The last component of a path, whichever separator it uses.
 std::wstring_view FileNameOf(std::wstring_view path);
 bool IsShellExecutable(std::wstring_view path);
+// A Store app's top-level window belongs to the system's frame host, which draws its title
+// bar for every such app; the app's own process owns the content window inside it.
+bool IsFrameHostExecutable(std::wstring_view path);
+// The executable that names the program behind a top-level window: the content's, when the
+// top-level is the frame host's and its content window's process could be read.
+std::wstring_view ProgramExecutable(std::wstring_view top_level, std::wstring_view content);
 
 // The catalogue key of a game, from its executable: the file name without its ".exe" ending,
 // lower-cased, so that "EldenRing.EXE" and "eldenring.exe" are one game; "unknown" when

@@ -36,9 +36,7 @@ int RunHintwick(HINSTANCE instance, StartChecks checks) {
   updater.RepairInterruptedSwap();
   App app(instance, std::move(checks));
   const bool running = app.Init();
-  // A start cut short by a newer update is no failure either: the build waiting in its
-  // hand-over must not put itself back over the one that is taking over.
-  if (running || app.HandOverTo()) Updater::ConfirmStarted();
+  if (running) Updater::ConfirmStarted();
   std::jthread tidy;
   if (running) {
     // Only now may the previous build go: until this build has started once, it is the
@@ -47,8 +45,7 @@ int RunHintwick(HINSTANCE instance, StartChecks checks) {
       updater.RemoveLeftover(kLeftoverPatience, stop);
     });
   }
-  // A start cut short by an update is no failure.
-  const int exit_code = running ? app.Run() : (app.HandOverTo() ? 0 : 1);
+  const int exit_code = running ? app.Run() : 1;
   tidy = {};
   app.Shutdown();
   if (app.HandOverTo()) {

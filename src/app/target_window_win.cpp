@@ -18,6 +18,29 @@ DWORD ProcessOf(HWND window) {
   return process;
 }
 
+// Empty when the process cannot be opened or is gone.
+std::wstring ImagePathOf(DWORD process_id) {
+  if (process_id == 0) return {};
+  const UniqueKernelHandle process(
+      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process_id));
+  if (!process) return {};
+  wchar_t path[MAX_PATH * 2] = {};
+  DWORD size = MAX_PATH * 2;
+  if (!QueryFullProcessImageNameW(process.get(), 0, path, &size)) return {};
+  return std::wstring(path, size);
+}
+
+// The frame host's window holds the app's content as a direct child of this class, made by
+// the app's own process. A suspended or minimised app's content is taken out of the frame,
+// which then names no other process: 0.
+DWORD ContentProcessOf(HWND frame, DWORD frame_process) {
+  for (HWND child = FindWindowExW(frame, nullptr, L"Windows.UI.Core.CoreWindow", nullptr); child;
+       child = FindWindowExW(frame, child, L"Windows.UI.Core.CoreWindow", nullptr)) {
+    if (const DWORD process = ProcessOf(child); process != frame_process) return process;
+  }
+  return 0;
+}
+
 // Shell scaling lives in a library that is not among those the loader pins to System32, so
 // it is loaded from there by name, and looked up at run time. It stays loaded for the life of
 // the process.
@@ -75,13 +98,10 @@ TargetIntegrity IntegrityOf(DWORD process_id) {
 }  // namespace
 
 std::wstring ExecutablePathOf(HWND window) {
-  const UniqueKernelHandle process(
-      OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, ProcessOf(window)));
-  if (!process) return {};
-  wchar_t path[MAX_PATH * 2] = {};
-  DWORD size = MAX_PATH * 2;
-  if (!QueryFullProcessImageNameW(process.get(), 0, path, &size)) return {};
-  return std::wstring(path, size);
+  const DWORD process = ProcessOf(window);
+  std::wstring top_level = ImagePathOf(process);
+  if (!IsFrameHostExecutable(top_level)) return top_level;
+  return std::wstring(ProgramExecutable(top_level, ImagePathOf(ContentProcessOf(window, process))));
 }
 
 std::wstring WindowTitle(HWND window) {

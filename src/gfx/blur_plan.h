@@ -1,13 +1,17 @@
 #pragma once
 // The backdrop renderer's decisions, kept free of Direct3D so that they can be checked
 // natively: which part of the frame is blurred, the sizes of the blur chain, what each
-// pass reads, writes and finds in its constant buffer, and when cached objects go stale.
+// pass reads, writes and finds in its constant buffer, when cached objects go stale, and
+// which graphics adapter the device belongs on.
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace qn {
 
+// The chain at full blur; a smaller blur uses fewer of its levels.
 constexpr uint32_t kBlurLevelCount = 3;
 // DXGI_FORMAT_R16G16B16A16_FLOAT: the format of scRGB frames and of the chain.
 constexpr uint32_t kFormatRgba16Float = 10;
@@ -17,8 +21,10 @@ struct BlurParams {
   float tint[4] = {0, 0, 0, 0};  // red, green, blue, tint weight
   float opacity = 1.0f;
   uint8_t hdr = 0;  // the display under the game runs in HDR
-  // How much of the blur shows, 0..1: at 0 the game is only dimmed by the tint.
+  // The blur's radius as a share of the largest, 0..1: at 0 the game is only dimmed by the tint.
   float blur = 1.0f;
+  // How bright an HDR display shows SDR content: where the game's white sits in its frames.
+  float sdr_white_nits = 80.0f;
 };
 
 // What the composite pass does to the blurred colour before the tint. Captured frames are
@@ -32,15 +38,18 @@ enum class CompositeEncode : uint8_t {
 
 // The pixel shaders' constant buffer, byte for byte.
 struct BlurCB {
-  float texel_size[2] = {0, 0};
-  // The first downsample and the composite's unblurred sample read only the crop of the frame.
+  // How far apart a pass's taps lie, in the source's uv units: a texel at the widest spread.
+  float tap_step[2] = {0, 0};
+  // Whatever reads the frame itself reads only the crop of it.
   float uv_scale[2] = {1, 1};
   float uv_offset[2] = {0, 0};
   float encode = 0;  // CompositeEncode as a number
   float opacity = 1;
   float tint_color[4] = {0, 0, 0, 0};
-  float blur = 1;         // the composite's share of the blurred level against the frame
-  float padding[3] = {};  // constant buffers come in 16-byte rows
+  // SDR white in the frame's units (scRGB 1.0 is 80 nits), brought to 1.0 before a tone map.
+  float sdr_white = 1;
+  float cross_fade = 1;   // the cross-fading composite's share of the blurred level
+  float padding[2] = {};  // constant buffers come in 16-byte rows
 };
 static_assert(sizeof(BlurCB) == 64);
 
@@ -67,7 +76,22 @@ std::array<PixelSize, kBlurLevelCount> ChainSizes(PixelSize crop);
 // Only an scRGB frame is linear, and only on an HDR display can it hold more than SDR white.
 CompositeEncode CompositeEncodeFor(const BlurParams& params, uint32_t frame_format);
 
-enum class BlurShader : uint8_t { kDown, kUp, kComposite };
+// An HDR display shows SDR content at a white level of the player's choosing, so an SDR game
+// arrives with its white well above 1.0; left so, the tone map would lift its mid-tones.
+float SdrWhiteInFrame(const BlurParams& params, CompositeEncode encode);
+
+// How a blur radius is made: each level of the chain doubles the reach of the one before,
+// and the spread of the taps (0..1) covers the radii in between. No levels: no blur at all.
+struct BlurReach {
+  uint32_t levels = 0;
+  float spread = 0;
+  bool operator==(const BlurReach&) const = default;
+};
+BlurReach ReachFor(float blur);
+
+// kCrossFade is the former composite, which mixed the whole chain's blur with the sharp
+// frame by the setting; benches still measure against it.
+enum class BlurShader : uint8_t { kDown, kUp, kComposite, kCrossFade };
 
 // Where a pass reads or writes: a level of the chain, the frame, or the caller's target.
 constexpr int kFrameSlot = -1;
@@ -81,12 +105,23 @@ struct BlurPass {
   BlurCB constants;
 };
 
-// Down into every level, up again to level 0, and the composite into the target. The
-// composite also reads the frame itself, for the unblurred share of a partial blur.
-constexpr uint32_t kBlurPassCount = 2 * kBlurLevelCount;
-std::array<BlurPass, kBlurPassCount> PlanPasses(PixelSize frame, const PixelRect& crop,
-                                                PixelSize target, const BlurParams& params,
-                                                CompositeEncode encode);
+constexpr uint32_t kMaxBlurPasses = 2 * kBlurLevelCount;
+
+struct BlurPlan {
+  std::array<BlurPass, kMaxBlurPasses> passes;
+  uint32_t pass_count = 0;
+  uint32_t levels = 0;  // of the chain the passes use
+  const BlurPass* begin() const { return passes.data(); }
+  const BlurPass* end() const { return passes.data() + pass_count; }
+};
+
+// Down into as many levels as the radius needs, up again to level 0, and the composite into
+// the target; without blur, the composite alone, straight from the crop of the frame.
+BlurPlan PlanPasses(PixelSize frame, const PixelRect& crop, PixelSize target,
+                    const BlurParams& params, CompositeEncode encode);
+// The former way, for comparison: the whole chain at every setting, cross-faded with the frame.
+BlurPlan PlanCrossFadePasses(PixelSize frame, const PixelRect& crop, PixelSize target,
+                             const BlurParams& params, CompositeEncode encode);
 
 // What a cached object was made for.
 struct TextureShape {
@@ -98,5 +133,26 @@ struct TextureShape {
 
 bool ChainIsStale(bool built, PixelSize built_for, PixelSize crop);
 bool SourceCopyIsStale(bool built, const TextureShape& built_for, const TextureShape& frame);
+
+// A graphics adapter as DXGI lists it, with the monitors of its outputs.
+struct AdapterOutputs {
+  uint64_t luid = 0;
+  bool software = false;
+  std::vector<uintptr_t> monitors;
+};
+struct OutputIndex {
+  size_t adapter = 0;
+  size_t output = 0;
+  bool operator==(const OutputIndex&) const = default;
+};
+
+// The output that shows `monitor`, on the first hardware adapter that lists it: the device
+// belongs on that adapter, or every frame of the backdrop would cross between two of them.
+// Nothing when no adapter lists it; the default adapter serves then.
+std::optional<OutputIndex> OutputShowing(const std::vector<AdapterOutputs>& adapters,
+                                         uintptr_t monitor);
+// A device on one adapter while the game's monitor hangs on another: rebuilt where it belongs.
+// An unknown adapter (0) on either side gives no reason to rebuild.
+bool DeviceOnOtherAdapter(uint64_t device_adapter, uint64_t monitor_adapter);
 
 }  // namespace qn

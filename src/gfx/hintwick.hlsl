@@ -1,19 +1,20 @@
-// Drawer backdrop: a Kawase down/up chain over the part of the game under the drawer,
-// mixed with the unblurred crop by the blur strength, then the encode for an sRGB swap chain
+// Drawer backdrop: a Kawase down/up chain over the part of the game under the drawer, as
+// deep and as widely spread as the blur's radius asks, then the encode for an sRGB swap chain
 // (with a tone map on HDR displays), tint and opacity.
 
 cbuffer BlurCB : register(b0) {
-  float2 texelSize;  // one texel of the source texture, in uv units
-  float2 uvScale;    // the first downsample and the composite's frame read only the crop...
+  float2 tapStep;    // how far apart the taps lie, in uv units: a texel at full spread
+  float2 uvScale;    // whatever reads the frame itself reads only the crop of it...
   float2 uvOffset;   // ...so cropping costs no extra pass
   float encode;      // 0: frame already sRGB; 1: linear scRGB; 2: scRGB on an HDR display
   float opacity;     // the drawer's slide animation
   float4 tintColor;  // rgb, and the weight of the tint in a
-  float blur;        // composite: 1 shows the blur alone, 0 the unblurred frame
+  float sdrWhite;    // where SDR white sits in the frame: the display's SDR level / 80 nits
+  float crossFade;   // the former composite: 1 shows the blur alone, 0 the unblurred frame
 };
 
 Texture2D srcTex : register(t0);
-Texture2D frameTex : register(t1);  // composite only: the captured frame itself
+Texture2D frameTex : register(t1);  // the former composite only: the captured frame itself
 SamplerState srcSmp : register(s0);
 
 struct VSOut {
@@ -36,7 +37,7 @@ VSOut VSMain(uint id : SV_VertexID) {
 // Kawase downsample: the centre weighted four times against the four diagonal corners.
 float4 PSDown(VSOut i) : SV_Target {
   float2 uv = i.uv * uvScale + uvOffset;
-  float2 t = texelSize;
+  float2 t = tapStep;
   float4 sum = 4 * S(uv);
   sum += S(uv + t * float2(-1, -1));
   sum += S(uv + t * float2(1, -1));
@@ -48,7 +49,7 @@ float4 PSDown(VSOut i) : SV_Target {
 // Kawase upsample: a tent of four edge and four diagonal taps.
 float4 PSUp(VSOut i) : SV_Target {
   float2 uv = i.uv;
-  float2 t = texelSize;
+  float2 t = tapStep;
   float4 sum = S(uv + t * float2(-2, 0));
   sum += 2 * S(uv + t * float2(-1, 1));
   sum += S(uv + t * float2(0, 2));
@@ -61,15 +62,21 @@ float4 PSUp(VSOut i) : SV_Target {
 }
 
 // Captured frames are FP16 scRGB: linear light, while the swap chain is shown as sRGB, so
-// they are encoded here or mid-tones come out about half as bright. SDR white sits at 1.0;
-// on an HDR display anything above it is genuine HDR content that must be brought into
-// range or the backdrop blows out. The output is premultiplied, as DirectComposition expects.
-// The blur strength mixes before the encode, where both sides are still in the frame's space.
+// they are encoded here or mid-tones come out about half as bright. On an HDR display the
+// game's SDR white arrives at the display's SDR level, so it is brought back to 1.0 first;
+// anything above it is genuine HDR content that must be brought into range or the backdrop
+// blows out. The output is premultiplied, as DirectComposition expects.
 float4 PSComposite(VSOut i) : SV_Target {
+#ifdef CROSS_FADE
+  // The former composite, built for benches only: the whole chain's blur over the sharp crop.
   float3 sharp = frameTex.Sample(srcSmp, i.uv * uvScale + uvOffset).rgb;
-  float3 c = lerp(sharp, S(i.uv).rgb, blur);
+  float3 c = lerp(sharp, S(i.uv).rgb, crossFade);
+#else
+  // The chain's first level, or, without blur, the crop of the frame itself.
+  float3 c = S(i.uv * uvScale + uvOffset).rgb;
+#endif
   if (encode > 1.5) {
-    c = max(c, 0);
+    c = max(c / sdrWhite, 0);
     c = c / (1 + c);
   }
   if (encode > 0.5) {

@@ -12,6 +12,7 @@
 #include "core/log.h"
 #include "core/module_proc.h"
 #include "core/os.h"
+#include "gfx/display_win.h"
 #include "gfx/hintwick_hlsl.h"
 #include "gfx/renderer.h"
 
@@ -27,7 +28,8 @@ constexpr D3D_FEATURE_LEVEL kFeatureLevels[] = {D3D_FEATURE_LEVEL_11_1, D3D_FEAT
 constexpr char kVertexProfile[] = "vs_4_1";
 constexpr char kPixelProfile[] = "ps_4_1";
 
-ComPtr<ID3DBlob> Compile(const char* entry, const char* profile) {
+ComPtr<ID3DBlob> Compile(const char* entry, const char* profile,
+                         const D3D_SHADER_MACRO* defines = nullptr) {
   ComPtr<ID3DBlob> code;
   ComPtr<ID3DBlob> errors;
   const std::string_view source = kHintwickHlsl;
@@ -36,7 +38,7 @@ ComPtr<ID3DBlob> Compile(const char* entry, const char* profile) {
     LogLastError(L"d3dcompiler_47.dll", kLogError);
     return code;
   }
-  const HRESULT hr = compile.get()(source.data(), source.size(), "hintwick.hlsl", nullptr, nullptr,
+  const HRESULT hr = compile.get()(source.data(), source.size(), "hintwick.hlsl", defines, nullptr,
                                    entry, profile, kCompileFlags, 0, code.put(), errors.put());
   if (SUCCEEDED(hr)) return code;
   if (errors) {
@@ -51,8 +53,9 @@ ComPtr<ID3DBlob> Compile(const char* entry, const char* profile) {
   return code;
 }
 
-bool CreatePixelShader(ID3D11Device* device, const char* entry, ID3D11PixelShader** shader) {
-  const ComPtr<ID3DBlob> code = Compile(entry, kPixelProfile);
+bool CreatePixelShader(ID3D11Device* device, const char* entry, ID3D11PixelShader** shader,
+                       const D3D_SHADER_MACRO* defines = nullptr) {
+  const ComPtr<ID3DBlob> code = Compile(entry, kPixelProfile, defines);
   return code && SUCCEEDED(device->CreatePixelShader(code->GetBufferPointer(),
                                                      code->GetBufferSize(), nullptr, shader));
 }
@@ -64,11 +67,11 @@ D3D11_TEXTURE2D_DESC LevelDesc(uint32_t width, uint32_t height) {
 
 }  // namespace
 
-bool Renderer::Init() {
+bool Renderer::Init(uint64_t adapter) {
   if (device_) return true;
   // A device kept from a failed attempt would make the next Init succeed at once, and
   // Render would then use the objects that were never made.
-  if (CreateDevice() && CreateShaders() && CreateStates()) {
+  if (MakeDevice(adapter) && CreateShaders() && CreateStates()) {
     Log(kLogInfo, L"renderer ready");
     return true;
   }
@@ -76,18 +79,30 @@ bool Renderer::Init() {
   return false;
 }
 
-bool Renderer::CreateDevice() {
+HRESULT Renderer::CreateDevice(IDXGIAdapter* adapter, const D3D_FEATURE_LEVEL* levels,
+                               UINT level_count) {
   static const SystemFunction<PFN_D3D11_CREATE_DEVICE> create(L"d3d11.dll", "D3D11CreateDevice");
-  const HRESULT hr = create
-                         ? create.get()(nullptr, D3D_DRIVER_TYPE_HARDWARE, nullptr,
-                                        D3D11_CREATE_DEVICE_BGRA_SUPPORT, kFeatureLevels,
-                                        static_cast<UINT>(std::size(kFeatureLevels)),
-                                        D3D11_SDK_VERSION, device_.put(), nullptr, context_.put())
-                         : HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
+  if (!create) return HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
+  // A named adapter fixes the driver, so the driver type must then be left unknown.
+  return create.get()(adapter, adapter ? D3D_DRIVER_TYPE_UNKNOWN : D3D_DRIVER_TYPE_HARDWARE,
+                      nullptr, D3D11_CREATE_DEVICE_BGRA_SUPPORT, levels, level_count,
+                      D3D11_SDK_VERSION, device_.put(), nullptr, context_.put());
+}
+
+bool Renderer::MakeDevice(uint64_t adapter) {
+  const ComPtr<IDXGIAdapter1> wanted = AdapterWithLuid(Factory(), adapter);
+  constexpr UINT kLevelCount = static_cast<UINT>(std::size(kFeatureLevels));
+  HRESULT hr = CreateDevice(wanted.get(), kFeatureLevels, kLevelCount);
+  if (FAILED(hr) && wanted) {
+    Log(kLogWarn, L"D3D11CreateDevice on the game's adapter failed: %ls; trying the default one",
+        ErrorText(hr).c_str());
+    hr = CreateDevice(nullptr, kFeatureLevels, kLevelCount);
+  }
   if (FAILED(hr)) {
     Log(kLogError, L"D3D11CreateDevice (hardware) failed: %ls", ErrorText(hr).c_str());
     return false;
   }
+  adapter_ = AdapterOf(device_.get());
   // The capture's free-threaded frame pool copies frames on this device from a system
   // thread while the interface thread draws; the device's own lock keeps the two from
   // using the immediate context at the same moment.
@@ -131,32 +146,23 @@ bool Renderer::CreateStates() {
          SUCCEEDED(device_->CreateBuffer(&buffer, nullptr, constants_.put()));
 }
 
-bool Renderer::DisplayIsHdr(HWND window) {
-  const HMONITOR monitor = MonitorFromWindow(window, MONITOR_DEFAULTTONEAREST);
-  static const SystemFunction<decltype(&::CreateDXGIFactory1)> create_factory(L"dxgi.dll",
-                                                                              "CreateDXGIFactory1");
-  ComPtr<IDXGIFactory1> factory;
-  if (!monitor || !create_factory || FAILED(create_factory.get()(IID_PPV_ARGS(factory.put())))) {
-    return false;
+// DXGI keeps what it found when the factory was made; a change of adapters, or of an output's
+// colour space, shows as a factory that is no longer current.
+IDXGIFactory1* Renderer::Factory() {
+  if (!factory_ || !factory_->IsCurrent()) factory_ = DxgiFactory();
+  return factory_.get();
+}
+
+DisplayFacts Renderer::DisplayOf(HWND window) { return DisplayShowing(Factory(), window); }
+
+bool Renderer::UseOldBlurForBench(bool old) {
+  static const D3D_SHADER_MACRO kCrossFade[] = {{"CROSS_FADE", "1"}, {nullptr, nullptr}};
+  if (old && !cross_fade_shader_ && device_ &&
+      !CreatePixelShader(device_.get(), "PSComposite", cross_fade_shader_.put(), kCrossFade)) {
+    cross_fade_shader_.reset();
   }
-  ComPtr<IDXGIOutput> found;
-  ComPtr<IDXGIAdapter1> adapter;
-  // Any enumeration failure ends the walk like the end of the list does.
-  for (UINT a = 0; !found && SUCCEEDED(factory->EnumAdapters1(a, adapter.put())); ++a) {
-    ComPtr<IDXGIOutput> output;
-    for (UINT o = 0; !found && SUCCEEDED(adapter->EnumOutputs(o, output.put())); ++o) {
-      DXGI_OUTPUT_DESC desc;
-      if (SUCCEEDED(output->GetDesc(&desc)) && desc.Monitor == monitor) found = output;
-    }
-  }
-  const auto output6 = found.As<IDXGIOutput6>();
-  DXGI_OUTPUT_DESC1 desc;
-  if (!output6 || FAILED(output6->GetDesc1(&desc))) return false;
-  const bool hdr = desc.ColorSpace == DXGI_COLOR_SPACE_RGB_FULL_G2084_NONE_P2020;
-  Log(kLogInfo, L"display %ls: %ls (colorspace=%d, %.0f nits, %u bpc)", desc.DeviceName,
-      hdr ? L"HDR" : L"SDR", static_cast<int>(desc.ColorSpace),
-      static_cast<double>(desc.MaxLuminance), desc.BitsPerColor);
-  return hdr;
+  old_blur_ = old && cross_fade_shader_;
+  return old_blur_ == old;
 }
 
 bool Renderer::EnsureChain(unsigned width, unsigned height) {
@@ -188,15 +194,16 @@ bool Renderer::EnsureChain(unsigned width, unsigned height) {
   return true;
 }
 
-bool Renderer::EnsureSourceCopy(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DESC& desc) {
-  const TextureShape shape = {desc.Width, desc.Height, static_cast<uint32_t>(desc.Format)};
+// Only the part of the frame under the drawer is copied: the frame may be four times its size.
+bool Renderer::EnsureSourceCopy(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DESC& desc,
+                                const PixelRect& crop) {
+  const TextureShape shape = {static_cast<uint32_t>(crop.right - crop.left),
+                              static_cast<uint32_t>(crop.bottom - crop.top),
+                              static_cast<uint32_t>(desc.Format)};
   if (SourceCopyIsStale(static_cast<bool>(source_copy_view_),
                         {copy_width_, copy_height_, copy_format_}, shape)) {
-    D3D11_TEXTURE2D_DESC copy = desc;
-    copy.Usage = D3D11_USAGE_DEFAULT;
-    copy.BindFlags = D3D11_BIND_SHADER_RESOURCE;
-    copy.CPUAccessFlags = 0;
-    copy.MiscFlags = 0;
+    const CD3D11_TEXTURE2D_DESC copy(desc.Format, shape.width, shape.height, 1, 1,
+                                     D3D11_BIND_SHADER_RESOURCE);
     source_copy_view_.reset();
     if (FAILED(device_->CreateTexture2D(&copy, nullptr, source_copy_.put())) ||
         FAILED(device_->CreateShaderResourceView(source_copy_.get(), nullptr,
@@ -209,21 +216,29 @@ bool Renderer::EnsureSourceCopy(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DE
     copy_height_ = shape.height;
     copy_format_ = shape.format;
   }
-  context_->CopyResource(source_copy_.get(), frame);
+  const D3D11_BOX box = {static_cast<UINT>(crop.left),  static_cast<UINT>(crop.top),    0,
+                         static_cast<UINT>(crop.right), static_cast<UINT>(crop.bottom), 1};
+  context_->CopySubresourceRegion(source_copy_.get(), 0, 0, 0, 0, frame, 0, &box);
   return true;
 }
 
-// Capture textures are normally sampled in place; the copy is for frames that cannot be.
-ComPtr<ID3D11ShaderResourceView> Renderer::SourceView(ID3D11Texture2D* frame,
-                                                      const D3D11_TEXTURE2D_DESC& desc) {
-  ComPtr<ID3D11ShaderResourceView> view;
+// Capture textures are normally sampled in place; the copy is for frames that cannot be. The
+// former blur copied the whole frame.
+Renderer::FrameView Renderer::ViewOf(ID3D11Texture2D* frame, const D3D11_TEXTURE2D_DESC& desc,
+                                     const PixelRect& crop) {
+  FrameView in_place = {{}, {desc.Width, desc.Height}, crop};
   if ((desc.BindFlags & D3D11_BIND_SHADER_RESOURCE) &&
-      SUCCEEDED(device_->CreateShaderResourceView(frame, nullptr, view.put()))) {
-    return view;
+      SUCCEEDED(device_->CreateShaderResourceView(frame, nullptr, in_place.view.put()))) {
+    return in_place;
   }
-  view.reset();
-  if (EnsureSourceCopy(frame, desc)) view = source_copy_view_;
-  return view;
+  const PixelRect copied = old_blur_ ? PixelRect{0, 0, static_cast<int32_t>(desc.Width),
+                                                 static_cast<int32_t>(desc.Height)}
+                                     : crop;
+  if (!EnsureSourceCopy(frame, desc, copied)) return {};
+  return {source_copy_view_,
+          {copy_width_, copy_height_},
+          {crop.left - copied.left, crop.top - copied.top, crop.right - copied.left,
+           crop.bottom - copied.top}};
 }
 
 bool Renderer::Render(ID3D11Texture2D* frame, const RECT& crop, ID3D11RenderTargetView* target,
@@ -232,34 +247,36 @@ bool Renderer::Render(ID3D11Texture2D* frame, const RECT& crop, ID3D11RenderTarg
   D3D11_TEXTURE2D_DESC desc;
   frame->GetDesc(&desc);
   if (desc.Width == 0 || desc.Height == 0) return false;
-  const PixelSize frame_size = {desc.Width, desc.Height};
-  const auto area = ClampCrop({crop.left, crop.top, crop.right, crop.bottom}, frame_size);
-  const ComPtr<ID3D11ShaderResourceView> source = SourceView(frame, desc);
-  if (!source || !area) return false;
-  if (!EnsureChain(static_cast<unsigned>(area->right - area->left),
-                   static_cast<unsigned>(area->bottom - area->top)) ||
-      levels_.size() != kBlurLevelCount) {
+  const auto area =
+      ClampCrop({crop.left, crop.top, crop.right, crop.bottom}, {desc.Width, desc.Height});
+  if (!area) return false;
+  const FrameView source = ViewOf(frame, desc, *area);
+  if (!source.view) return false;
+  const CompositeEncode encode = CompositeEncodeFor(params, static_cast<uint32_t>(desc.Format));
+  const PixelSize into = {target_width, target_height};
+  const BlurPlan plan = old_blur_
+                            ? PlanCrossFadePasses(source.size, source.crop, into, params, encode)
+                            : PlanPasses(source.size, source.crop, into, params, encode);
+  if (plan.levels > 0 && (!EnsureChain(static_cast<unsigned>(area->right - area->left),
+                                       static_cast<unsigned>(area->bottom - area->top)) ||
+                          levels_.size() != kBlurLevelCount)) {
     return false;
   }
-  const CompositeEncode encode = CompositeEncodeFor(params, static_cast<uint32_t>(desc.Format));
-  for (const BlurPass& pass :
-       PlanPasses(frame_size, *area, {target_width, target_height}, params, encode)) {
-    RunPass(pass, source.get(), target);
-  }
+  for (const BlurPass& pass : plan) RunPass(pass, source.view.get(), target);
   return true;
 }
 
 void Renderer::RunPass(const BlurPass& pass, ID3D11ShaderResourceView* frame_view,
                        ID3D11RenderTargetView* target) {
   ID3D11PixelShader* const shaders[] = {down_shader_.get(), up_shader_.get(),
-                                        composite_shader_.get()};
+                                        composite_shader_.get(), cross_fade_shader_.get()};
   ID3D11ShaderResourceView* source =
       pass.source == kFrameSlot ? frame_view : levels_[static_cast<size_t>(pass.source)].view.get();
   ID3D11RenderTargetView* into =
       pass.target == kTargetSlot ? target : levels_[static_cast<size_t>(pass.target)].target.get();
-  // The composite mixes in the unblurred frame; the other passes read one source only.
+  // The cross-fade mixes in the unblurred frame; the other passes read one source only.
   ID3D11ShaderResourceView* const sources[2] = {
-      source, pass.shader == BlurShader::kComposite ? frame_view : nullptr};
+      source, pass.shader == BlurShader::kCrossFade ? frame_view : nullptr};
   DrawPass(shaders[static_cast<size_t>(pass.shader)], sources, into, pass.viewport, pass.constants);
 }
 
@@ -308,12 +325,16 @@ void Renderer::Release() {
   rasterizer_state_.reset();
   blend_state_.reset();
   sampler_.reset();
+  cross_fade_shader_.reset();
+  old_blur_ = false;
   composite_shader_.reset();
   up_shader_.reset();
   down_shader_.reset();
   vertex_shader_.reset();
   context_.reset();
   device_.reset();
+  factory_.reset();
+  adapter_ = 0;
 }
 
 }  // namespace qn

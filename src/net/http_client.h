@@ -1,5 +1,7 @@
 #pragma once
-// The one connection point to the service: blocking JSON exchanges over WinHTTP.
+// The one connection point to the service: JSON exchanges over WinHTTP, each stepped from its
+// caller's thread as if it were blocking. Underneath they are asynchronous, so that the exit
+// can end every one of them at once rather than wait out its time-outs.
 #include <windows.h>
 #include <winhttp.h>
 
@@ -8,6 +10,7 @@
 #include <string>
 
 #include "core/handles.h"
+#include "net/async_request_win.h"
 
 namespace qn {
 
@@ -30,13 +33,16 @@ struct HttpRequestHandles {
 class HttpClient {
  public:
   bool Init(const std::wstring& base_url);
+  // From any thread: every exchange under way fails at its current step, and every later one
+  // at once. For the exit, which must not wait on the network.
+  void CancelAll() { cancel_.Cancel(); }
 
   HttpResponse Get(const std::string& path, const std::string& token, DWORD timeout_ms = 0);
   HttpResponse Post(const std::string& path, const std::string& body, const std::string& token);
   HttpResponse Patch(const std::string& path, const std::string& body, const std::string& token);
 
-  // Shared with the event stream: connects and prepares a request with our headers; a
-  // streaming one is opened on the asynchronous session (async_request_win.h).
+  // Shared with the event stream: connects and prepares a request with our headers, on the
+  // asynchronous session (async_request_win.h).
   bool OpenRequest(const wchar_t* verb, const std::string& path, const std::string& token,
                    bool streaming, DWORD timeout_ms, HttpRequestHandles& handles) const;
 
@@ -45,19 +51,13 @@ class HttpClient {
                         const std::string& token, DWORD timeout_ms) const;
 
   UniqueHinternet session_;
-  UniqueHinternet stream_session_;  // asynchronous, so that a stalled stream can be ended at once
+  RequestCancel cancel_;
   std::wstring host_;
   INTERNET_PORT port_ = 0;
   bool secure_ = false;
 };
 
-// Steps of a blocking exchange, shared with the update's download (the event stream runs its
-// own, asynchronous ones). On failure GetLastError tells why.
-bool SendRequestBody(HINTERNET request, const std::string& body);
 // The status code of a received response; 0 (logged) when it cannot be read.
 int32_t QueryStatusCode(HINTERNET request);
-// Reads what has arrived, at most `capacity` bytes, blocking only until something has;
-// `got` is 0 at the end of the body.
-bool ReadAvailable(HINTERNET request, char* buffer, DWORD capacity, DWORD& got);
 
 }  // namespace qn

@@ -7,6 +7,7 @@
 #include "core/handles.h"
 #include "core/log.h"
 #include "core/utf.h"
+#include "net/async_request_win.h"
 #include "net/http_client.h"
 
 namespace qn {
@@ -59,10 +60,10 @@ void SetRequestTimeouts(HINTERNET request, DWORD timeout_ms, bool streaming) {
 }
 
 // The body is read to its end, or to the cap, in which case nothing of it is kept.
-bool ReadBody(HINTERNET request, std::string& body) {
+bool ReadBody(AsyncRequest& request, std::string& body) {
   char buffer[kBodyChunkBytes];
   DWORD got = 0;
-  while (ReadAvailable(request, buffer, kBodyChunkBytes, got) && got != 0) {
+  while (request.Read(buffer, kBodyChunkBytes, got) && got != 0) {
     if (body.size() + got > kMaxResponseBytes) {
       body.clear();
       body.shrink_to_fit();
@@ -98,14 +99,6 @@ UniqueHinternet OpenSession(DWORD flags) {
 
 }  // namespace
 
-bool SendRequestBody(HINTERNET request, const std::string& body) {
-  const auto length = static_cast<DWORD>(body.size());
-  // WinHTTP only reads the optional data; the parameter is not const for historical reasons.
-  void* data = body.empty() ? WINHTTP_NO_REQUEST_DATA : const_cast<char*>(body.data());
-  return WinHttp().SendRequest(request, WINHTTP_NO_ADDITIONAL_HEADERS, 0, data, length, length,
-                               0) != FALSE;
-}
-
 int32_t QueryStatusCode(HINTERNET request) {
   DWORD status = 0;
   DWORD size = sizeof(status);
@@ -116,16 +109,6 @@ int32_t QueryStatusCode(HINTERNET request) {
     return 0;
   }
   return static_cast<int32_t>(status);
-}
-
-// Asking what is available first matters: a bare WinHttpReadData may wait for its whole
-// buffer (Wine's does), which would hold a streamed event back until more text follows it.
-bool ReadAvailable(HINTERNET request, char* buffer, DWORD capacity, DWORD& got) {
-  got = 0;
-  DWORD available = 0;
-  if (!WinHttp().QueryDataAvailable(request, &available)) return false;
-  if (available == 0) return true;
-  return WinHttp().ReadData(request, buffer, std::min(available, capacity), &got) != FALSE;
 }
 
 bool HttpClient::Init(const std::wstring& base_url) {
@@ -144,9 +127,8 @@ bool HttpClient::Init(const std::wstring& base_url) {
   host_.assign(host, parts.dwHostNameLength);
   port_ = parts.nPort;
   secure_ = parts.nScheme == INTERNET_SCHEME_HTTPS;
-  session_ = OpenSession(0);
-  stream_session_ = OpenSession(WINHTTP_FLAG_ASYNC);
-  if (!session_ || !stream_session_) return false;
+  session_ = OpenSession(WINHTTP_FLAG_ASYNC);
+  if (!session_) return false;
   Log(kLogInfo, L"net client ready: %ls://%ls:%u", secure_ ? L"https" : L"http", host_.c_str(),
       unsigned{port_});
   return true;
@@ -154,9 +136,8 @@ bool HttpClient::Init(const std::wstring& base_url) {
 
 bool HttpClient::OpenRequest(const wchar_t* verb, const std::string& path, const std::string& token,
                              bool streaming, DWORD timeout_ms, HttpRequestHandles& handles) const {
-  const UniqueHinternet& session = streaming ? stream_session_ : session_;
-  if (!session) return false;
-  handles.connection.reset(WinHttp().Connect(session.get(), host_.c_str(), port_, 0));
+  if (!session_) return false;
+  handles.connection.reset(WinHttp().Connect(session_.get(), host_.c_str(), port_, 0));
   if (!handles.connection) {
     LogLastError(L"WinHttpConnect", kLogWarn);
     return false;
@@ -198,18 +179,25 @@ HttpResponse HttpClient::Exchange(const wchar_t* verb, const std::string& path,
                                   DWORD timeout_ms) const {
   HttpResponse response;
   HttpRequestHandles handles;
-  if (!OpenRequest(verb, path, token, false, timeout_ms, handles)) return response;
-  if (!SendRequestBody(handles.request.get(), body)) {
-    LogExchangeFailure(verb, path, L"send", GetLastError());
+  if (cancel_.cancelled() || !OpenRequest(verb, path, token, false, timeout_ms, handles)) {
     return response;
   }
-  if (!WinHttp().ReceiveResponse(handles.request.get(), nullptr)) {
-    LogExchangeFailure(verb, path, L"receive", GetLastError());
+  // Declared after the handles: the request closes before its connection.
+  AsyncRequest request(std::move(handles.request), cancel_);
+  // At the exit, an exchange cut short is expected, and not worth a line.
+  if (!request.Send(body)) {
+    if (!cancel_.cancelled()) LogExchangeFailure(verb, path, L"send", GetLastError());
+    return response;
+  }
+  if (!request.ReceiveHead()) {
+    if (!cancel_.cancelled()) LogExchangeFailure(verb, path, L"receive", GetLastError());
     return response;
   }
   response.ok = true;
-  response.status = QueryStatusCode(handles.request.get());
-  if (!ReadBody(handles.request.get(), response.body)) {
+  response.status = QueryStatusCode(request.get());
+  const bool whole = ReadBody(request, response.body);
+  if (cancel_.cancelled()) return HttpResponse{};
+  if (!whole) {
     Log(kLogWarn, L"%ls %hs reply over %lu MiB; dropped", verb, path.c_str(),
         static_cast<unsigned long>(kMaxResponseBytes >> 20));
     return HttpResponse{};

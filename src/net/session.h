@@ -49,7 +49,11 @@ class Session {
   Session& operator=(const Session&) = delete;
 
   // Once, on the UI thread: loads config.json, readies the client, restores the session.
-  bool Start();
+  bool Start() { return Load() && RestoreSession(); }
+  // Start's part that stays on this computer: config.json and the client. False when the
+  // service's address cannot be used.
+  bool Load();
+  // Start's part that asks the service; may run on a worker.
   bool RestoreSession();
   // False also when a sign-in or sign-out replaced the refresh token while the request was out.
   bool RefreshAccessToken();

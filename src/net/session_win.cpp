@@ -20,7 +20,7 @@ void Session::Shutdown() {
   if (lookup_thread_.joinable()) lookup_thread_.join();
 }
 
-bool Session::Start() {
+bool Session::Load() {
   Settings loaded = LoadSettings();
   const std::wstring base_url = loaded.base_url;
   const bool migrate = loaded.password_migration_pending;
@@ -31,7 +31,7 @@ bool Session::Start() {
   Wipe(loaded.legacy_password);  // a short password stays behind in the moved-from string
   if (!client_.Init(base_url)) return false;
   if (migrate) RemovePlaintextPassword();
-  return RestoreSession();
+  return true;
 }
 
 void Session::RemovePlaintextPassword() {

@@ -4,6 +4,7 @@
 // restarting) belongs to the application; its texts are in updater_rules.h.
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <stop_token>
@@ -16,6 +17,15 @@
 namespace qn {
 
 class HttpClient;
+class RequestCancel;
+
+// What the player sees of a download as it arrives, and how they stop it.
+struct DownloadWatch {
+  // Bytes so far and the whole size (0 while the reply has not said); from the download's
+  // thread.
+  std::function<void(uint64_t got, uint64_t total)> progress = nullptr;
+  const RequestCancel* cancel = nullptr;  // null: runs to its end
+};
 
 // The renames of an update, in order, as the test hook sees them.
 enum class SwapStep { kWriteNew, kClearOld, kMoveAside, kPutInPlace };
@@ -40,12 +50,13 @@ class Updater {
     return qn::CompareVersions(a, b);
   }
   // The whole body of a 200 reply, over a connection of its own.
-  std::optional<std::string> Download(const std::string& url) const;
+  std::optional<std::string> Download(const std::string& url, const DownloadWatch& watch = {}) const;
   // Lower-case hex SHA-256; empty when the system's provider fails.
   static std::string Sha256Hex(std::string_view bytes);
   // Downloads, checks and swaps in the update; on failure `error` is the player's text and
-  // the running executable is still in place under its own name.
-  bool Apply(const UpdateInfo& info, std::wstring& error) const;
+  // the running executable is still in place under its own name. A cancelled download fails
+  // with kDownloadCancelledError.
+  bool Apply(const UpdateInfo& info, std::wstring& error, const DownloadWatch& watch = {}) const;
   // At start-up, before anything else of the program: a swap that was cut short between
   // its renames is undone, and a download that never took the program's name goes.
   void RepairInterruptedSwap() const;

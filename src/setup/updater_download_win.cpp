@@ -1,11 +1,14 @@
 #include <windows.h>
 
+#include <cstdint>
 #include <string>
+#include <utility>
 
 #include "core/failure_log.h"
 #include "core/handles.h"
 #include "core/log.h"
 #include "core/utf.h"
+#include "net/async_request_win.h"
 #include "net/http_client.h"
 #include "setup/updater.h"
 
@@ -47,16 +50,19 @@ bool CrackUrl(const std::wstring& url, UrlParts& parts) {
   return true;
 }
 
-// Declared so that they close in reverse order of opening.
+// Declared so that they close in reverse order of opening; the request itself is the
+// stepping request's, which closes first.
 struct DownloadHandles {
   UniqueHinternet session;
   UniqueHinternet connection;
   UniqueHinternet request;
 };
 
+// Asynchronous, so that Cancel ends the download at once rather than at a time-out.
 bool OpenDownload(const UrlParts& url, DownloadHandles& handles) {
   handles.session.reset(WinHttp().Open(kUserAgent, WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
-                                       WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0));
+                                       WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS,
+                                       WINHTTP_FLAG_ASYNC));
   if (!handles.session) return LogLastError(L"WinHttpOpen", kLogWarn);
   if (!WinHttp().SetTimeouts(handles.session.get(), kResolveTimeoutMs, kConnectTimeoutMs,
                              kSendTimeoutMs, kReceiveTimeoutMs)) {
@@ -78,28 +84,47 @@ bool OpenDownload(const UrlParts& url, DownloadHandles& handles) {
   return true;
 }
 
-// Reads what has arrived rather than a fixed 16 KB: Wine's blocking WinHttpReadData waits
-// for its whole buffer, which would stall the last short piece until the time-out.
-bool ReadWholeBody(HINTERNET request, size_t cap, std::string& body) {
+// 0 when the reply does not say (a chunked one).
+uint64_t ContentLength(HINTERNET request) {
+  wchar_t digits[32] = {};
+  DWORD size = sizeof(digits);
+  if (!WinHttp().QueryHeaders(request, WINHTTP_QUERY_CONTENT_LENGTH, WINHTTP_HEADER_NAME_BY_INDEX,
+                              digits, &size, WINHTTP_NO_HEADER_INDEX)) {
+    return 0;
+  }
+  uint64_t length = 0;
+  for (const wchar_t* digit = digits; *digit >= L'0' && *digit <= L'9'; ++digit) {
+    if (length > (UINT64_MAX - 9) / 10) return UINT64_MAX;  // over any cap
+    length = length * 10 + static_cast<uint64_t>(*digit - L'0');
+  }
+  return length;
+}
+
+enum class BodyRead { kWhole, kTooBig, kFailed };
+
+BodyRead ReadWholeBody(AsyncRequest& request, size_t cap, const DownloadWatch& watch,
+                       std::string& body) {
+  const uint64_t total = ContentLength(request.get());
+  const auto too_big = [&] {
+    Log(kLogWarn, L"update download over %llu bytes; dropped", static_cast<unsigned long long>(cap));
+    body = std::string();
+    return BodyRead::kTooBig;
+  };
+  if (total > cap) return too_big();
   std::string chunk(kReadChunkBytes, '\0');
   for (DWORD got = 0;;) {
-    if (!ReadAvailable(request, chunk.data(), kReadChunkBytes, got)) {
-      return LogLastError(L"WinHttpReadData", kLogWarn);
-    }
-    if (got == 0) return true;
-    if (body.size() + got > cap) {
-      Log(kLogWarn, L"update download over %llu bytes; dropped",
-          static_cast<unsigned long long>(cap));
-      body = std::string();
-      return false;
-    }
+    if (!request.Read(chunk.data(), kReadChunkBytes, got)) return BodyRead::kFailed;
+    if (got == 0) return BodyRead::kWhole;
+    if (body.size() + got > cap) return too_big();
     body.append(chunk.data(), got);
+    if (watch.progress) watch.progress(body.size(), total);
   }
 }
 
 }  // namespace
 
-std::optional<std::string> Updater::Download(const std::string& url) const {
+std::optional<std::string> Updater::Download(const std::string& url,
+                                            const DownloadWatch& watch) const {
   UrlParts parts;
   if (!CrackUrl(Utf8ToWide(url), parts)) {
     Log(kLogWarn, L"update url could not be parsed");
@@ -107,22 +132,35 @@ std::optional<std::string> Updater::Download(const std::string& url) const {
   }
   DownloadHandles handles;
   if (!OpenDownload(parts, handles)) return std::nullopt;
-  if (!SendRequestBody(handles.request.get(), std::string())) {
-    LogLastError(L"WinHttpSendRequest", kLogWarn);
+  const RequestCancel never;
+  const RequestCancel& cancel = watch.cancel ? *watch.cancel : never;
+  const std::string no_body;  // read by WinHTTP until the request closes
+  AsyncRequest request(std::move(handles.request), cancel);
+  const auto failed = [&](const wchar_t* call) {
+    if (cancel.cancelled()) {
+      Log(kLogInfo, L"update download cancelled");
+    } else {
+      LogLastError(call, kLogWarn);
+    }
     return std::nullopt;
-  }
-  if (!WinHttp().ReceiveResponse(handles.request.get(), nullptr)) {
-    LogLastError(L"WinHttpReceiveResponse", kLogWarn);
-    return std::nullopt;
-  }
-  const int32_t status = QueryStatusCode(handles.request.get());
+  };
+  if (!request.Send(no_body)) return failed(L"WinHttpSendRequest");
+  if (!request.ReceiveHead()) return failed(L"WinHttpReceiveResponse");
+  const int32_t status = QueryStatusCode(request.get());
   if (status != 200) {
     Log(kLogWarn, L"update download returned %lu", static_cast<unsigned long>(status));
     return std::nullopt;
   }
   std::string body;
-  if (!ReadWholeBody(handles.request.get(), options_.max_download_bytes, body)) return std::nullopt;
-  return body;
+  switch (ReadWholeBody(request, options_.max_download_bytes, watch, body)) {
+    case BodyRead::kWhole:
+      return body;
+    case BodyRead::kTooBig:
+      return std::nullopt;
+    case BodyRead::kFailed:
+      break;
+  }
+  return failed(L"WinHttpReadData");
 }
 
 }  // namespace qn

@@ -119,6 +119,22 @@ std::wstring UpdateQuestionText(const UpdateInfo& info) {
 
 namespace {
 
+// Megabytes as the system's file dialogs count them, to one decimal.
+std::wstring Megabytes(uint64_t bytes) {
+  const uint64_t tenths = (bytes * 10 + (uint64_t{1} << 19)) >> 20;
+  return std::to_wstring(tenths / 10) + L"." + std::to_wstring(tenths % 10) + L" MB";
+}
+
+}  // namespace
+
+std::wstring DownloadProgressText(std::string_view version, uint64_t got, uint64_t total) {
+  std::wstring text = L"Downloading version " + Utf8ToWide(version) + L": ";
+  text += Megabytes(got);
+  return total == 0 ? text : text + L" of " + Megabytes(total);
+}
+
+namespace {
+
 // Little-endian, as the file format is; nullopt past the end.
 std::optional<uint32_t> ReadLe(std::string_view bytes, size_t at, size_t size) {
   if (at > bytes.size() || bytes.size() - at < size) return std::nullopt;

@@ -50,8 +50,12 @@ inline constexpr wchar_t kUpdateCheckFailedText[] =
     L"again later.";
 std::wstring UpdateQuestionText(const UpdateInfo& info);
 inline constexpr wchar_t kUpdateCaption[] = L"Hintwick";
+inline constexpr wchar_t kCheckingForUpdatesText[] = L"Checking for updates...";
+// Beside the download's progress bar; `total` 0 while the size is not known.
+std::wstring DownloadProgressText(std::string_view version, uint64_t got, uint64_t total);
 inline constexpr wchar_t kNoUpdateError[] = L"No update to apply.";
 inline constexpr wchar_t kDownloadError[] = L"Could not download the update.";
+inline constexpr wchar_t kDownloadCancelledError[] = L"The download was cancelled.";
 inline constexpr wchar_t kHashError[] = L"Could not hash the download.";
 inline constexpr wchar_t kChecksumError[] =
     L"The downloaded update did not match its published checksum, so it was discarded.";

@@ -7,6 +7,7 @@
 #include "core/handles.h"
 #include "core/log.h"
 #include "core/os.h"
+#include "net/async_request_win.h"
 #include "net/http_client.h"
 #include "setup/updater.h"
 
@@ -77,14 +78,15 @@ std::wstring Updater::ExePath() const {
   return path;
 }
 
-bool Updater::Apply(const UpdateInfo& info, std::wstring& error) const {
+bool Updater::Apply(const UpdateInfo& info, std::wstring& error,
+                    const DownloadWatch& watch) const {
   if (!info.available) {
     error = kNoUpdateError;
     return false;
   }
-  const std::optional<std::string> bytes = Download(info.url);
+  const std::optional<std::string> bytes = Download(info.url, watch);
   if (!bytes) {
-    error = kDownloadError;
+    error = watch.cancel && watch.cancel->cancelled() ? kDownloadCancelledError : kDownloadError;
     return false;
   }
   const std::string digest = Sha256Digest(*bytes);

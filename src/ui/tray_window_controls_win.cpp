@@ -3,10 +3,12 @@
 #include <windows.h>
 
 #include <commctrl.h>
+#include <oleacc.h>
 
 #include <cwchar>
 #include <optional>
 
+#include "core/handles.h"
 #include "core/log.h"
 #include "core/os.h"
 #include "core/settings.h"
@@ -48,22 +50,6 @@ ControlClass ClassOf(ControlKind kind) {
       return {L"COMBOBOX", CBS_DROPDOWNLIST | WS_VSCROLL | WS_TABSTOP, 0};
   }
   return {L"STATIC", 0, 0};
-}
-
-// The system's message font at the window's DPI; Segoe UI at 12 pixels where the system
-// will not say.
-UniqueHfont MessageFont(UINT dpi, LONG weight) {
-  NONCLIENTMETRICSW metrics = {};
-  metrics.cbSize = sizeof(metrics);
-  LOGFONTW font = {};
-  if (SystemParametersForDpi(SPI_GETNONCLIENTMETRICS, sizeof(metrics), &metrics, dpi)) {
-    font = metrics.lfMessageFont;
-  } else {
-    font.lfHeight = -Scaled(12, dpi);
-    wcscpy_s(font.lfFaceName, L"Segoe UI");
-  }
-  if (weight != 0) font.lfWeight = weight;
-  return UniqueHfont(CreateFontIndirectW(&font));
 }
 
 // Each slider, the label that names it and the setting it edits.
@@ -134,6 +120,31 @@ void ShowSliderLabel(const TrayWindowState& state, const SliderField& field) {
 
 }  // namespace
 
+// A screen reader announces the status lines when they change, as it would a web page's live
+// region: "Saved." or why a sign-in failed, wherever the player's focus is.
+constexpr CLSID kAccPropServices = {
+    0xb5f8350b, 0x0548, 0x48b1, {0xa6, 0xee, 0x88, 0xbd, 0x00, 0xb4, 0xa5, 0xe7}};
+constexpr IID kIAccPropServices = {
+    0x6e26e776, 0x04f0, 0x495d, {0x80, 0xe4, 0x33, 0x30, 0x35, 0x2e, 0x31, 0x69}};
+constexpr GUID kLiveSettingProperty = {
+    0xc12bcd8e, 0x2a8e, 0x4950, {0x8a, 0xe7, 0x36, 0x25, 0x11, 0x1d, 0x58, 0xeb}};
+constexpr LONG kLivePolite = 1;
+
+void MarkLiveRegion(HWND control) {
+  ComPtr<IAccPropServices> services;
+  HRESULT hr = CoCreateInstance(kAccPropServices, nullptr, CLSCTX_INPROC_SERVER, kIAccPropServices,
+                                reinterpret_cast<void**>(services.put()));
+  if (SUCCEEDED(hr)) {
+    VARIANT polite{};
+    polite.vt = VT_I4;
+    polite.lVal = kLivePolite;
+    hr = services->SetHwndProp(control, static_cast<DWORD>(OBJID_CLIENT), CHILDID_SELF,
+                               kLiveSettingProperty, polite);
+  }
+  if (FAILED(hr))
+    Log(kLogWarn, L"the status line is not announced to screen readers (0x%08lx)", hr);
+}
+
 bool CreateTrayWindowControls(TrayWindowState& state, HINSTANCE instance) {
   for (const ControlPlan& plan : TrayWindowControls()) {
     ControlClass type = ClassOf(plan.kind);
@@ -198,28 +209,28 @@ void TakeSliderPosition(TrayWindowState& state, HWND slider) {
 
 void ShowAccountStatus(const TrayWindowState& state, const std::wstring& last_error) {
   const bool signed_in = state.session->IsSignedIn();
-  for (const int id : {kIdEmail, kIdPassword, kIdSignIn, kIdCreateAccount}) {
-    EnableControl(state.window, id, !signed_in);
-  }
-  EnableControl(state.window, kIdSignOut, signed_in);
+  ShowRequestControls(state);
   if (!signed_in) SetText(state.window, kIdPassword, L"");
   const std::wstring email = Utf8ToWide(state.session->CurrentSettings().email);
   if (signed_in) SetText(state.window, kIdEmail, email);
-  SetText(state.window, kIdAccountStatus, AccountStatusText(signed_in, email, last_error));
+  SetStatus(state, kIdAccountStatus, AccountStatusText(signed_in, email, last_error).c_str());
+}
+
+void ShowRequestControls(const TrayWindowState& state) {
+  const auto controls =
+      RequestControls(state.session->IsSignedIn(), state.awaiting, state.reset_allowed);
+  for (const ControlEnabled& control : controls) {
+    EnableControl(state.window, control.id, control.enabled);
+  }
   ShowDefaultButton(state);
 }
 
-void ShowProgress(const TrayWindowState& state) {
-  const bool signed_in = state.session->IsSignedIn();
-  std::optional<ProgressRead> read;
-  if (signed_in && !state.game_key.empty()) {
-    ShowStatus(Control(state, kIdProgress), L"Checking...");
-    const MemoryRecord record = state.session->GetMemory(state.game_key, 0);
-    read = ProgressRead{record.loaded, Utf8ToWide(record.stage), record.stage_ordinal};
-  }
-  const ProgressText shown = DescribeProgress(Utf8ToWide(state.game_key), signed_in, read);
+void ShowProgressText(TrayWindowState& state, const std::optional<ProgressRead>& read) {
+  const ProgressText shown =
+      DescribeProgress(Utf8ToWide(state.game_key), state.session->IsSignedIn(), read);
   SetText(state.window, kIdProgress, shown.text);
-  EnableControl(state.window, kIdResetProgress, shown.reset_enabled);
+  state.reset_allowed = shown.reset_enabled;
+  ShowRequestControls(state);
 }
 
 int DefaultButtonId(const TrayWindowState& state) {
@@ -235,9 +246,10 @@ void ShowDefaultButton(const TrayWindowState& state) {
   }
 }
 
-void ShowStatus(HWND control, const wchar_t* text) {
-  SetWindowTextW(control, text);
-  RedrawWindow(GetParent(control), nullptr, nullptr, RDW_UPDATENOW | RDW_ALLCHILDREN);
+void SetStatus(const TrayWindowState& state, int control, const wchar_t* text) {
+  SetText(state.window, control, text);
+  NotifyWinEvent(EVENT_OBJECT_LIVEREGIONCHANGED, Control(state, control), OBJID_CLIENT,
+                 CHILDID_SELF);
 }
 
 std::wstring ControlText(HWND window, int id) {
@@ -252,6 +264,35 @@ bool IsChecked(HWND window, int id) { return IsDlgButtonChecked(window, id) == B
 
 void EnableControl(HWND window, int id, bool enabled) {
   EnableWindow(GetDlgItem(window, id), enabled ? TRUE : FALSE);
+}
+
+void OnHotkeyKey(TrayWindowState& state, uint32_t key) {
+  const bool ctrl = GetKeyState(VK_CONTROL) < 0;
+  const bool shift = GetKeyState(VK_SHIFT) < 0;
+  const bool alt = GetKeyState(VK_MENU) < 0;
+  switch (CaptureHotkeyKey(state.working, key, ctrl, shift, alt)) {
+    case HotkeyKeyUse::kIgnore:
+      return;
+    case HotkeyKeyUse::kRefuse:
+      SetStatus(state, kIdActionStatus, kHotkeyNeedsModifierText);
+      return;
+    case HotkeyKeyUse::kRefuseBreaksTyping:
+      SetStatus(state, kIdActionStatus, kHotkeyBreaksTypingText);
+      return;
+    case HotkeyKeyUse::kAccept:
+      SetStatus(state, kIdActionStatus, kHotkeySetText);
+      break;
+    case HotkeyKeyUse::kCancel:
+      break;
+  }
+  state.capturing_hotkey = false;
+  ShowHotkey(state);
+}
+
+void StartHotkeyCapture(TrayWindowState& state) {
+  state.capturing_hotkey = true;
+  ShowHotkey(state);
+  SetFocus(state.window);
 }
 
 }  // namespace qn

@@ -17,6 +17,7 @@ constexpr int kIndent = 20;
 constexpr int kRight = kMargin + kContentWidth;
 constexpr int kTextHeight = 20;
 constexpr int kLineHeight = 16;  // the message font's line at 96 DPI, with room to spare
+constexpr int kBottomRow = 680;
 
 constexpr LayoutRect Row(int x, int y, int width, int height = kTextHeight) {
   return {x, y, width, height};
@@ -75,11 +76,13 @@ constexpr std::array kControls = {
                 Row(kMargin, 592, 300, 28)},
     ControlPlan{kIdStaticText, K::kSeparator, L"", Row(kMargin, 630, kContentWidth, 2)},
 
-    ControlPlan{kIdVersion, K::kLabel, L"", Beside(kMargin, 642, 104, 30)},
+    ControlPlan{kIdActionStatus, K::kLabel, L"",
+                Row(kMargin, 638, kContentWidth, 2 * kLineHeight + 4), 2},
+    ControlPlan{kIdVersion, K::kLabel, L"", Beside(kMargin, kBottomRow, 104, 30)},
     ControlPlan{kIdCheckUpdates, K::kButton, L"&Check for updates",
-                Row(kMargin + 110, 643, 130, 28)},
-    ControlPlan{kIdSave, K::kButton, L"&Save", Row(kRight - 188, 642, 90, 30)},
-    ControlPlan{kIdClose, K::kButton, L"C&lose", Row(kRight - 90, 642, 90, 30)},
+                Row(kMargin + 110, kBottomRow + 1, 130, 28)},
+    ControlPlan{kIdSave, K::kButton, L"&Save", Row(kRight - 188, kBottomRow, 90, 30)},
+    ControlPlan{kIdClose, K::kButton, L"C&lose", Row(kRight - 90, kBottomRow, 90, 30)},
 };
 
 }  // namespace
@@ -97,7 +100,9 @@ wchar_t AccessKeyOf(std::wstring_view text) {
   return 0;
 }
 
-LayoutRect TrayWindowClient() { return {0, 0, kContentWidth + 2 * kMargin, 642 + 30 + kMargin}; }
+LayoutRect TrayWindowClient() {
+  return {0, 0, kContentWidth + 2 * kMargin, kBottomRow + 30 + kMargin};
+}
 
 int ClampScroll(int top, int view_height, int content_height) {
   return std::clamp(top, 0, std::max(0, content_height - view_height));

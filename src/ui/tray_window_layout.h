@@ -32,6 +32,8 @@ inline constexpr int kIdSave = 1203;
 inline constexpr int kIdClose = 1204;
 inline constexpr int kIdCheckUpdates = 1205;
 inline constexpr int kIdVersion = 1206;
+// The outcome of Save, of a reset and of the hotkey capture, beside the buttons that start them.
+inline constexpr int kIdActionStatus = 1207;
 
 enum class ControlKind : uint8_t {
   kHeading,  // a label in the bold font

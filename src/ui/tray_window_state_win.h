@@ -10,6 +10,8 @@
 
 #include "core/handles.h"
 #include "core/settings.h"
+#include "ui/message_font_win.h"
+#include "ui/tray_window_text.h"
 
 namespace qn {
 
@@ -28,17 +30,17 @@ struct TrayWindowState {
   bool capturing_hotkey = false;
   int scroll = 0;  // how far the content is scrolled up, in pixels
   HWND focus = nullptr;  // given back when the window is activated again
+  bool awaiting = false;  // a request runs, and its result comes here
+  uint64_t awaited = 0;   // that request's number
+  HWND parked_focus = nullptr;  // the control that had the focus when a request disabled it
+  bool progress_wanted = false;  // asked for while a request ran
+  bool reset_allowed = false;    // a progress record was read
   std::vector<HWND> controls;  // in the order of the layout
 
   static TrayWindowState* Of(HWND window) {
     return reinterpret_cast<TrayWindowState*>(GetWindowLongPtrW(window, GWLP_USERDATA));
   }
 };
-
-// A length of the layout, which is in pixels at 96 DPI, at the window's DPI.
-inline int Scaled(int length, UINT dpi) {
-  return MulDiv(length, static_cast<int>(dpi), USER_DEFAULT_SCREEN_DPI);
-}
 
 // The controls: made once, then laid out and given fonts again at each DPI.
 bool CreateTrayWindowControls(TrayWindowState& state, HINSTANCE instance);
@@ -58,16 +60,24 @@ inline constexpr UINT kMsgControlFocused = WM_APP + 12;
 // The controls as the working copy says.
 void ShowWorkingSettings(const TrayWindowState& state);
 void ShowHotkey(const TrayWindowState& state);
+void StartHotkeyCapture(TrayWindowState& state);
+// A key pressed while capturing: taken, refused with a reason, or ending the capture.
+void OnHotkeyKey(TrayWindowState& state, uint32_t key);
 // A slider moved: its value into the working copy, and its label redrawn.
 void TakeSliderPosition(TrayWindowState& state, HWND slider);
 void ShowAccountStatus(const TrayWindowState& state, const std::wstring& last_error);
-void ShowProgress(const TrayWindowState& state);
+// Which of the controls that start a request take input now.
+void ShowRequestControls(const TrayWindowState& state);
+// The progress text for what is known without asking the service, or `read` from it.
+void ShowProgressText(TrayWindowState& state, const std::optional<ProgressRead>& read);
 // Enter signs in while the window offers that, and saves otherwise; that button gets the
 // default button's frame.
 int DefaultButtonId(const TrayWindowState& state);
 void ShowDefaultButton(const TrayWindowState& state);
-// A control's new text, painted at once: the call that follows blocks the window.
-void ShowStatus(HWND control, const wchar_t* text);
+// A status line is announced to a screen reader when it changes, as a live region.
+void MarkLiveRegion(HWND control);
+// A status line's new text, announced to a screen reader as a live region's change.
+void SetStatus(const TrayWindowState& state, int control, const wchar_t* text);
 
 std::wstring ControlText(HWND window, int id);
 bool IsChecked(HWND window, int id);

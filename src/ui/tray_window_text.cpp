@@ -113,4 +113,33 @@ int DefaultCommand(bool signed_in, bool sign_in_enabled) {
   return !signed_in && sign_in_enabled ? kIdSignIn : kIdSave;
 }
 
+RequestStatus StatusOf(TrayRequestKind kind) {
+  switch (kind) {
+    case TrayRequestKind::kSignIn:
+      return {kIdAccountStatus, L"Signing in..."};
+    case TrayRequestKind::kRegister:
+      return {kIdAccountStatus, L"Creating account..."};
+    case TrayRequestKind::kSignOut:
+      return {kIdAccountStatus, L"Signing out..."};
+    case TrayRequestKind::kSave:
+      return {kIdActionStatus, L"Saving..."};
+    case TrayRequestKind::kReset:
+      return {kIdActionStatus, L"Resetting..."};
+    case TrayRequestKind::kReadProgress:
+      break;
+  }
+  return {kIdProgress, L"Checking..."};
+}
+
+std::array<ControlEnabled, 7> RequestControls(bool signed_in, bool busy, bool reset_allowed) {
+  const bool signing_in = !signed_in && !busy;
+  return {{{kIdEmail, signing_in},
+           {kIdPassword, signing_in},
+           {kIdSignIn, signing_in},
+           {kIdCreateAccount, signing_in},
+           {kIdSignOut, signed_in && !busy},
+           {kIdSave, !busy},
+           {kIdResetProgress, reset_allowed && !busy}}};
+}
+
 }  // namespace qn

@@ -2,6 +2,7 @@
 // What the account and settings window says and decides, apart from its controls: the
 // labels, the account and progress texts, the hotkey capture's use of a key and the dialog's
 // default action. No Windows headers, so that the rules are checked natively.
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -22,6 +23,8 @@ inline constexpr wchar_t kHotkeyBreaksTypingText[] =
     L"That combination types, copies, pastes or closes in every program, and the hotkey works "
     L"everywhere. Choose another, such as Shift+Alt+X.";
 inline constexpr wchar_t kSavedText[] = L"Saved.";
+inline constexpr wchar_t kResetDoneText[] = L"Progress reset.";
+inline constexpr wchar_t kResetFailedText[] = L"Could not reach the service to reset progress.";
 inline constexpr wchar_t kSaveFailedText[] = L"Could not save settings to disk.";
 inline constexpr wchar_t kStyleUnconfirmedText[] =
     L"Settings saved, but the service did not confirm the answer-style change. It will retry on "
@@ -75,5 +78,25 @@ std::wstring WithoutControlCharacters(std::wstring_view text);
 
 // Enter signs in while that is what the window offers, and saves otherwise.
 int DefaultCommand(bool signed_in, bool sign_in_enabled);
+
+// What the window asks of the service, one at a time.
+enum class TrayRequestKind : uint8_t { kSignIn, kRegister, kSignOut, kSave, kReset, kReadProgress };
+
+// Where a request says what it waits for and then how it went: the line beside the buttons
+// that start it, which the player is looking at (the progress text for a read).
+struct RequestStatus {
+  int control;
+  const wchar_t* waiting;
+};
+RequestStatus StatusOf(TrayRequestKind kind);
+
+// The controls that start a request or feed one, and whether each takes input: the account's
+// while signed out, sign-out while signed in, reset once a record was read, and none of them
+// while a request runs.
+struct ControlEnabled {
+  int id;
+  bool enabled;
+};
+std::array<ControlEnabled, 7> RequestControls(bool signed_in, bool busy, bool reset_allowed);
 
 }  // namespace qn

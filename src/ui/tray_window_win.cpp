@@ -1,12 +1,12 @@
 #include "ui/tray_window_win.h"
 
 #include <commctrl.h>
-#include <oleacc.h>
 
 #include <algorithm>
 #include <exception>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "core/handles.h"
 #include "core/log.h"
@@ -25,6 +25,7 @@ namespace qn {
 struct TrayWindowAccess {
   static void Forget(TrayWindow& owner) { owner.window_ = nullptr; }
   static const TrayWindowCallbacks& Callbacks(const TrayWindow& owner) { return owner.callbacks_; }
+  static TrayRequests& Requests(TrayWindow& owner) { return owner.requests_; }
 };
 
 namespace {
@@ -34,39 +35,6 @@ constexpr wchar_t kWindowTitle[] = L"Hintwick - account and settings";
 constexpr wchar_t kResetQuestion[] =
     L"Reset recorded progress for this game?\n\nYour preferences are kept. Answers go back to "
     L"being gated at the very beginning, so a fresh save is not spoiled by your last one.";
-
-HWND StatusControl(const TrayWindowState& state) {
-  return GetDlgItem(state.window, kIdAccountStatus);
-}
-// A screen reader announces the status line when it changes, as it would a web page's live
-// region: "Saved." or why a sign-in failed, wherever the player's focus is.
-constexpr CLSID kAccPropServices = {
-    0xb5f8350b, 0x0548, 0x48b1, {0xa6, 0xee, 0x88, 0xbd, 0x00, 0xb4, 0xa5, 0xe7}};
-constexpr IID kIAccPropServices = {
-    0x6e26e776, 0x04f0, 0x495d, {0x80, 0xe4, 0x33, 0x30, 0x35, 0x2e, 0x31, 0x69}};
-constexpr GUID kLiveSettingProperty = {
-    0xc12bcd8e, 0x2a8e, 0x4950, {0x8a, 0xe7, 0x36, 0x25, 0x11, 0x1d, 0x58, 0xeb}};
-constexpr LONG kLivePolite = 1;
-
-void MarkLiveRegion(HWND control) {
-  ComPtr<IAccPropServices> services;
-  HRESULT hr = CoCreateInstance(kAccPropServices, nullptr, CLSCTX_INPROC_SERVER, kIAccPropServices,
-                                reinterpret_cast<void**>(services.put()));
-  if (SUCCEEDED(hr)) {
-    VARIANT polite{};
-    polite.vt = VT_I4;
-    polite.lVal = kLivePolite;
-    hr = services->SetHwndProp(control, static_cast<DWORD>(OBJID_CLIENT), CHILDID_SELF,
-                               kLiveSettingProperty, polite);
-  }
-  if (FAILED(hr))
-    Log(kLogWarn, L"the status line is not announced to screen readers (0x%08lx)", hr);
-}
-
-void SetStatus(const TrayWindowState& state, const wchar_t* text) {
-  SetWindowTextW(StatusControl(state), text);
-  NotifyWinEvent(EVENT_OBJECT_LIVEREGIONCHANGED, StatusControl(state), OBJID_CLIENT, CHILDID_SELF);
-}
 
 // "Not signed in" is what the status says already; only a reason adds anything.
 std::wstring FailureText(ServiceFailure failure) {
@@ -78,89 +46,148 @@ void FocusFirstControl(HWND window) {
   if (const HWND first = GetNextDlgTabItem(window, nullptr, FALSE)) SetFocus(first);
 }
 
-void SignInOrRegister(TrayWindowState& state, bool create) {
-  const std::string email = WideToUtf8(ControlText(state.window, kIdEmail));
-  ShowStatus(StatusControl(state), create ? L"Creating account..." : L"Signing in...");
-  ServiceFailure failure = ServiceFailure::kNone;
-  TakePassword(GetDlgItem(state.window, kIdPassword), [&](const std::string& password) {
-    failure =
-        create ? state.session->Register(email, password) : state.session->SignIn(email, password);
-  });
-  ShowAccountStatus(state, FailureText(failure));
-  if (failure != ServiceFailure::kNone) {
+void ShowProgress(TrayWindowState& state);
+
+TrayRequests& Requests(const TrayWindowState& state) {
+  return TrayWindowAccess::Requests(*state.owner);
+}
+
+// A disabled control keeps the focus but takes no keys, so the focus waits on the window,
+// where Tab and Escape still work, and goes back when the controls do.
+void ShowBusy(TrayWindowState& state, TrayRequestKind kind) {
+  state.awaiting = true;
+  const RequestStatus status = StatusOf(kind);
+  SetStatus(state, status.control, status.waiting);
+  const HWND focus = GetFocus();
+  ShowRequestControls(state);
+  if (focus && IsChild(state.window, focus) && !IsWindowEnabled(focus)) {
+    state.parked_focus = focus;
+    SetFocus(state.window);
+  }
+}
+
+void EndBusy(TrayWindowState& state) {
+  state.awaiting = false;
+  ShowRequestControls(state);
+  const HWND parked = std::exchange(state.parked_focus, nullptr);
+  if (GetFocus() != state.window) return;
+  if (parked && IsWindowEnabled(parked)) {
+    SetFocus(parked);
+  } else {
+    FocusFirstControl(state.window);
+  }
+}
+
+void ShowProgressRead(TrayWindowState& state, const TrayRequestResult& result) {
+  std::optional<ProgressRead> read;
+  if (result.progress_read) {
+    read = ProgressRead{result.progress.loaded, Utf8ToWide(result.progress.stage),
+                        result.progress.stage_ordinal};
+  }
+  ShowProgressText(state, read);
+}
+
+void OnAccountDone(TrayWindowState& state, const TrayRequestResult& result) {
+  ShowAccountStatus(state, FailureText(result.failure));
+  if (result.failure != ServiceFailure::kNone) {
     SetFocus(GetDlgItem(state.window, kIdPassword));
     return;
   }
-  state.working.email = email;
+  if (result.kind != TrayRequestKind::kSignOut) state.working.email = result.email;
   FocusFirstControl(state.window);
-  ShowProgress(state);
+  ShowProgressRead(state, result);
 }
 
-void SignOut(TrayWindowState& state) {
-  ShowStatus(StatusControl(state), L"Signing out...");
-  state.session->SignOut();
-  ShowAccountStatus(state, {});
-  FocusFirstControl(state.window);
-  ShowProgress(state);
-}
-
-void OnHotkeyKey(TrayWindowState& state, uint32_t key) {
-  const bool ctrl = GetKeyState(VK_CONTROL) < 0;
-  const bool shift = GetKeyState(VK_SHIFT) < 0;
-  const bool alt = GetKeyState(VK_MENU) < 0;
-  switch (CaptureHotkeyKey(state.working, key, ctrl, shift, alt)) {
-    case HotkeyKeyUse::kIgnore:
-      return;
-    case HotkeyKeyUse::kRefuse:
-      SetStatus(state, kHotkeyNeedsModifierText);
-      return;
-    case HotkeyKeyUse::kRefuseBreaksTyping:
-      SetStatus(state, kHotkeyBreaksTypingText);
-      return;
-    case HotkeyKeyUse::kAccept:
-      SetStatus(state, kHotkeySetText);
+void OnRequestDone(TrayWindowState& state, const TrayRequestResult& result) {
+  EndBusy(state);
+  switch (result.kind) {
+    case TrayRequestKind::kSignIn:
+    case TrayRequestKind::kRegister:
+    case TrayRequestKind::kSignOut:
+      OnAccountDone(state, result);
       break;
-    case HotkeyKeyUse::kCancel:
+    case TrayRequestKind::kSave:
+      SetStatus(state, kIdActionStatus, result.confirmed ? kSavedText : kStyleUnconfirmedText);
+      break;
+    case TrayRequestKind::kReset:
+      SetStatus(state, kIdActionStatus, result.confirmed ? kResetDoneText : kResetFailedText);
+      ShowProgressRead(state, result);
+      break;
+    case TrayRequestKind::kReadProgress:
+      ShowProgressRead(state, result);
       break;
   }
-  state.capturing_hotkey = false;
-  ShowHotkey(state);
+  if (std::exchange(state.progress_wanted, false)) ShowProgress(state);
 }
 
-void StartHotkeyCapture(TrayWindowState& state) {
-  state.capturing_hotkey = true;
-  ShowHotkey(state);
-  SetFocus(state.window);
+// A result for a window that was opened after its request ended is old news: the window read
+// the session afresh. The request's thread has only the posting left when its result arrives.
+void OnRequestPosted(TrayWindowState& state, std::unique_ptr<TrayRequestResult> result,
+                     LPARAM serial) {
+  if (!result || !state.awaiting || static_cast<uint64_t>(serial) != state.awaited) return;
+  Requests(state).Wait();
+  OnRequestDone(state, *result);
+}
+
+// A thread that cannot be had fails the request as the service's silence would.
+void StartRequest(TrayWindowState& state, std::unique_ptr<TrayRequest> request) {
+  const TrayRequestResult failed = FailedResult(*request);
+  ShowBusy(state, request->kind);
+  state.awaited = Requests(state).Start(*state.session, std::move(request));
+  if (state.awaited == 0) OnRequestDone(state, failed);
+}
+
+std::unique_ptr<TrayRequest> NewRequest(const TrayWindowState& state, TrayRequestKind kind) {
+  auto request = std::make_unique<TrayRequest>();
+  request->kind = kind;
+  request->game_key = state.game_key;
+  return request;
+}
+
+// Signed out or without a game, there is nothing to ask the service.
+void ShowProgress(TrayWindowState& state) {
+  if (!state.session->IsSignedIn() || state.game_key.empty()) return ShowProgressText(state, {});
+  if (state.awaiting) {
+    state.progress_wanted = true;
+    return;
+  }
+  StartRequest(state, NewRequest(state, TrayRequestKind::kReadProgress));
+}
+
+void SignInOrRegister(TrayWindowState& state, bool create) {
+  auto request = NewRequest(state, create ? TrayRequestKind::kRegister : TrayRequestKind::kSignIn);
+  request->email = WideToUtf8(ControlText(state.window, kIdEmail));
+  TakePassword(GetDlgItem(state.window, kIdPassword),
+               [&](const std::string& password) { request->password = password; });
+  StartRequest(state, std::move(request));
 }
 
 // The file first: the service is told of the answer style only once the settings are safe.
+// The application takes them at once; the service's answer changes nothing it uses.
 void Save(TrayWindowState& state, const TrayWindowCallbacks& callbacks) {
   state.working.email = WideToUtf8(ControlText(state.window, kIdEmail));
   state.session->ApplySettings(state.working);
   if (!SaveSettings(state.session->CurrentSettings())) {
-    SetStatus(state, kSaveFailedText);
+    SetStatus(state, kIdActionStatus, kSaveFailedText);
     return;
   }
-  const wchar_t* outcome = kSavedText;
-  if (state.session->IsSignedIn() && !state.game_key.empty()) {
-    ShowStatus(StatusControl(state), L"Saving...");
-    MemoryPatch style;
-    style.directness = DirectnessName(state.working.directness);
-    style.spoilers_ok = state.working.spoilers_ok;
-    if (!state.session->PatchMemory(state.game_key, style)) outcome = kStyleUnconfirmedText;
-  }
-  SetStatus(state, outcome);
   if (callbacks.settings_applied) callbacks.settings_applied();
+  if (!state.session->IsSignedIn() || state.game_key.empty()) {
+    SetStatus(state, kIdActionStatus, kSavedText);
+    return;
+  }
+  auto request = NewRequest(state, TrayRequestKind::kSave);
+  request->style.directness = DirectnessName(state.working.directness);
+  request->style.spoilers_ok = state.working.spoilers_ok;
+  StartRequest(state, std::move(request));
 }
 
 void ResetProgress(TrayWindowState& state) {
   if (MessageBoxW(state.window, kResetQuestion, L"Hintwick", MB_YESNO | MB_ICONQUESTION) != IDYES) {
     return;
   }
-  ShowStatus(StatusControl(state), L"Resetting...");
-  const bool reset = state.session->NewPlaythrough(state.game_key);
-  SetStatus(state, reset ? L"Progress reset." : L"Could not reach the service to reset progress.");
-  ShowProgress(state);
+  // The question was modal: a request may have begun under it, from a refresh.
+  if (!state.awaiting) StartRequest(state, NewRequest(state, TrayRequestKind::kReset));
 }
 
 void OnSettingChanged(TrayWindowState& state, int id) {
@@ -188,7 +215,12 @@ void OnCommand(TrayWindowState& state, int id, int code) {
     return;
   }
   if (code != BN_CLICKED) return;
-  switch (id == IDOK ? DefaultButtonId(state) : id) {
+  const int command = id == IDOK ? DefaultButtonId(state) : id;
+  // Enter names the default button even while a request has disabled it.
+  if (const HWND button = GetDlgItem(state.window, command); button && !IsWindowEnabled(button)) {
+    return;
+  }
+  switch (command) {
     case kIdSignIn:
       SignInOrRegister(state, false);
       break;
@@ -196,7 +228,7 @@ void OnCommand(TrayWindowState& state, int id, int code) {
       SignInOrRegister(state, true);
       break;
     case kIdSignOut:
-      SignOut(state);
+      StartRequest(state, NewRequest(state, TrayRequestKind::kSignOut));
       break;
     case kIdHotkey:
       StartHotkeyCapture(state);
@@ -292,6 +324,9 @@ std::optional<LRESULT> Handle(TrayWindowState& state, UINT message, WPARAM wpara
     case kMsgRefreshProgress:
       ShowProgress(state);
       return 0;
+    case kMsgTrayRequestDone.id:
+      OnRequestPosted(state, AdoptPosted(kMsgTrayRequestDone, wparam), lparam);
+      return 0;
     case WM_VSCROLL:
       OnTrayWindowScroll(state, LOWORD(wparam));
       return 0;
@@ -384,7 +419,8 @@ TrayWindow::TrayWindow(HINSTANCE instance, TrayWindowCallbacks callbacks)
 TrayWindow::~TrayWindow() { Close(); }
 
 void TrayWindow::Close() {
-  if (window_) DestroyWindow(window_);
+  if (const HWND window = get()) DestroyWindow(window);
+  requests_.Finish();
 }
 
 // Made hidden on the cursor's monitor, so that it has that monitor's DPI before its layout.
@@ -414,12 +450,18 @@ bool TrayWindow::Open(Session& session, const std::string& game_key) {
     return false;
   }
   LayOutForDpi(adopted, GetWindowDpi(window));
-  MarkLiveRegion(StatusControl(adopted));
+  for (const int status : {kIdAccountStatus, kIdActionStatus}) {
+    MarkLiveRegion(GetDlgItem(window, status));
+  }
   FillControls(adopted);
   PlaceTrayWindow(adopted, area, std::nullopt);
   ShowWindow(window, SW_SHOW);
   SetForegroundWindow(window);
   FocusFirstControl(window);
+  if (requests_.Busy()) {  // started by a window closed since; its result comes here
+    ShowBusy(adopted, requests_.RunningKind());
+    adopted.awaited = requests_.RunningSerial();
+  }
   ShowProgress(adopted);
   return true;
 }

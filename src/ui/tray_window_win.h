@@ -1,11 +1,15 @@
 #pragma once
 // The account and settings window: the program's one ordinary desktop window, opened from
-// the tray. Sign-in, the settings, the recorded progress and the update check; everything on
-// the interface thread, the service calls included (the window says what it is waiting for).
+// the tray. Sign-in, the settings, the recorded progress and the update check. Its service
+// requests run one at a time on a worker; meanwhile the window says what it waits for and
+// keeps answering.
 #include <windows.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
+
+#include "ui/tray_window_requests_win.h"
 
 namespace qn {
 
@@ -30,13 +34,15 @@ class TrayWindow {
   // Shows the window for the session and the game last seen under the drawer (may be empty);
   // when it is already open, brings it to the front instead. False when it could not be made.
   bool Open(Session& session, const std::string& game_key);
-  bool IsOpen() const { return window_ != nullptr; }
+  bool IsOpen() const { return get() != nullptr; }
   // For IsDialogMessageW; null while closed.
-  HWND get() const { return window_; }
+  HWND get() const { return window_.load(); }
+  // Destroys the window and waits for a request it started, as the program's end must: the
+  // request uses the session. Cancel the session's client first, or this waits on the network.
   void Close();
   // Reads the recorded progress again once the window gets to it; nothing while closed.
   void RefreshProgress() const {
-    if (window_) PostMessageW(window_, kMsgRefreshProgress, 0, 0);
+    if (const HWND window = get()) PostMessageW(window, kMsgRefreshProgress, 0, 0);
   }
 
  private:
@@ -44,8 +50,11 @@ class TrayWindow {
 
   HINSTANCE instance_;
   TrayWindowCallbacks callbacks_;
-  // The window owns its state and destroys itself on Close or Cancel; this only names it.
-  HWND window_ = nullptr;
+  // The window owns its state and destroys itself on Close or Cancel; this only names it,
+  // for the interface thread and for the worker that posts a result to it.
+  std::atomic<HWND> window_{nullptr};
+  // Outlives the window, so that one closed during a request cannot start a second beside it.
+  TrayRequests requests_{window_};
 };
 
 }  // namespace qn

@@ -86,6 +86,10 @@ class AppTest : public SessionFixture {
     WriteConfig(config_members);
     app_ = std::make_unique<App>(GetModuleHandleW(nullptr), checks);
     const bool started = app_->Init();
+    // The session and the update check are the workers'; their lines belong to the start.
+    if (started) {
+      EXPECT_TRUE(PumpUntil([&] { return app_->StartupSettled(); }));
+    }
     startup_log_ = test::ReadFileBytes(StatePath(L"hintwick.log")).value_or("");
     log_.Clear();
     return started;
@@ -233,6 +237,8 @@ TEST_F(AppTest, TheSettingsWindowHoldsTheDrawerBackAndChangesTheHotkey) {
   HWND window = nullptr;
   ASSERT_TRUE(PumpUntil([&] { return (window = FindWindowW(kTrayWindowClass, nullptr)); }));
   EXPECT_FALSE(app_->Drawer().IsOpen());
+  // The window reads the record on a worker.
+  EXPECT_TRUE(PumpUntil([&] { return IsWindowEnabled(GetDlgItem(window, kIdSave)); }));
   EXPECT_EQ(ShownText(window, kIdProgress).rfind(L"hintwick_test_game: ", 0), 0u);
   Post(WM_HOTKEY, 1);
   ASSERT_TRUE(
@@ -255,16 +261,22 @@ TEST_F(AppTest, TheSettingsWindowHoldsTheDrawerBackAndChangesTheHotkey) {
 }
 
 // An update found at start with a game in front waits for the desktop: the prompt, never
-// nested, then answered no changes nothing; the player's own check answered yes makes the program leave,
-// to hand over to the new build once it has let go of everything.
+// nested, then answered no changes nothing. The player's own check answered yes downloads on
+// a worker behind a progress window whose Cancel ends it at once and leaves the running build
+// alone; the next try makes the program leave, to hand over to the new build once it has let
+// go of everything.
 TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
   const test::TempDir dir;
   const std::wstring exe = dir.File(L"Hintwick.exe");
   test::WriteFileBytes(exe, "the running build");
-  const std::string next = test::ProgramImage("the new build");
+  const std::string next = test::ProgramImage("the new build") + std::string(300000, 'x');
   fake_->Script("GET", "/v1/version",
                 Reply(200, R"({"version":"0.1.8","url":")" + WideToUtf8(fake_->BaseUrl()) +
                                R"(/next.exe","sha256":")" + Updater::Sha256Hex(next) + R"("})"));
+  test::ScriptedReply held = Reply(200);
+  held.chunks = {{next.substr(0, 290000), nullptr, nullptr},
+                 {next.substr(290000), std::make_shared<test::Gate>(), nullptr}};
+  fake_->Script("GET", "/next.exe", held);
   fake_->Script("GET", "/next.exe", Reply(200, next));
   test::TestGame game(kGameRect);
   ASSERT_TRUE(game.BringToFront());
@@ -277,19 +289,36 @@ TEST_F(AppTest, AnUpdateWaitsForTheDesktopThenHandsOverToTheNewBuild) {
   EXPECT_TRUE(boxes_.texts.empty());
 
   // Wine reports no foreground changes: the drawer is told as the system's event would. The
-  // player's own check, queued first, reaches the prompt's message loop and is not nested.
+  // player's own check, queued first, is under way and is not doubled.
+  boxes_.answer = IDNO;
   Post(WM_COMMAND, kCmdCheckForUpdates);
+  ASSERT_TRUE(PumpUntil([&] { return app_->Updates().Busy(); }));
   app_->Drawer().OnForeground(GetDesktopWindow());
   EXPECT_TRUE(log_.Has("INFO  foreground returned to the shell; asking about the deferred update"));
-  EXPECT_TRUE(log_.Has("INFO  an update prompt is open already; not asking again"));
+  EXPECT_TRUE(log_.Has("INFO  an update check or prompt is under way already; not asking again"));
+  ASSERT_TRUE(PumpUntil([&] { return !app_->Updates().Busy(); }));
   ASSERT_EQ(boxes_.texts.size(), 1u);
   EXPECT_NE(boxes_.texts[0].find(L"You have 0.1.7, the latest is 0.1.8."), std::wstring::npos);
+
+  boxes_.answer = IDYES;
+  Post(WM_COMMAND, kCmdCheckForUpdates);
+  wchar_t shown[128] = {};
+  ASSERT_TRUE(PumpUntil([&] {
+    const HWND progress = app_->Updates().ProgressWindow();
+    return progress && GetWindowTextW(GetWindow(progress, GW_CHILD), shown, 128) &&
+           std::wstring(shown) == L"Downloading version 0.1.8: 0.3 MB";
+  })) << shown;
+  PostMessageW(GetDlgItem(app_->Updates().ProgressWindow(), IDCANCEL), BM_CLICK, 0, 0);
+  ASSERT_TRUE(PumpUntil([&] { return !app_->Updates().Busy(); }));
+  EXPECT_TRUE(log_.Has("INFO  update download cancelled"));
+  EXPECT_EQ(app_->Updates().ProgressWindow(), nullptr);
+  EXPECT_EQ(boxes_.texts.size(), 2u) << "a cancel is not reported as a failure";
   EXPECT_EQ(test::ReadFileBytes(exe), "the running build");
 
-  boxes_.answer = IDYES;  // the update itself and the hand-over: the end-to-end test's part
   Post(WM_COMMAND, kCmdCheckForUpdates);
   EXPECT_EQ(app_->Run(), 0);
   EXPECT_EQ(app_->HandOverTo(), exe);
+  EXPECT_EQ(test::ReadFileBytes(exe), next);
 }
 
 // The start balloon says how to open the drawer with the player's own hotkey, or that the tray

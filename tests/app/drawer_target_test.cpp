@@ -74,14 +74,17 @@ TEST(DrawerTarget, TheDrawerFollowsTheGame) {
   }
 }
 
+// A Store game is named by its content window's process, not by the frame host around it.
 TEST(DrawerTarget, NamesTheGameAndKnowsTheShell) {
+  constexpr wchar_t kFrameHost[] = L"C:\\Windows\\System32\\ApplicationFrameHost.exe";
   const struct {
     const wchar_t* path;
     const char* identity;
     bool shell;
+    const wchar_t* content = L"";  // the executable of the content window's process
   } cases[] = {
       {L"C:\\Games\\Elden Ring\\EldenRing.EXE", "eldenring", false},
-      {L"D:/steam/hades.exe", "hades", false},
+      {L"D:/steam/hades.exe", "hades", false, L"C:\\x\\other.exe"},
       {L"C:\\Windows\\EXPLORER.EXE", "explorer", true},
       {L"explorer.exe", "explorer", true},
       {L"C:\\x\\notexplorer.exe", "notexplorer", false},
@@ -89,10 +92,14 @@ TEST(DrawerTarget, NamesTheGameAndKnowsTheShell) {
       {L"C:\\Games\\Kéké.exe", "k\xC3\xA9k\xC3\xA9", false},
       {L"C:\\Games\\.exe", "unknown", false},
       {L"C:\\Games\\", "unknown", false},
+      {kFrameHost, "puzzle", false, L"C:\\Program Files\\WindowsApps\\P_1.0_x64__8w\\Puzzle.exe"},
+      {L"c:\\windows\\system32\\APPLICATIONFRAMEHOST.EXE", "game", false, L"D:\\Apps\\Game.exe"},
+      {kFrameHost, "applicationframehost", false},  // its content window is gone or unreadable
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(GameIdentity(c.path), c.identity) << c.identity;
-    EXPECT_EQ(IsShellExecutable(c.path), c.shell) << c.identity;
+    const std::wstring_view program = ProgramExecutable(c.path, c.content);
+    EXPECT_EQ(GameIdentity(program), c.identity) << c.identity;
+    EXPECT_EQ(IsShellExecutable(program), c.shell) << c.identity;
   }
 }
 

@@ -106,8 +106,10 @@ class ServiceChatTest : public ::testing::Test {
       settings = FindWindowW(kTrayWindowClass, nullptr);
       return settings != nullptr;
     }));
+    // The record is read, and the reset made, by the window's worker.
+    ASSERT_TRUE(test::PumpUntil([&] { return IsWindowEnabled(GetDlgItem(settings, kIdResetProgress)); }));
     SendDlgItemMessageW(settings, kIdResetProgress, BM_CLICK, 0, 0);
-    EXPECT_EQ(ShownText(settings, kIdAccountStatus), L"Progress reset.");
+    EXPECT_TRUE(test::PumpUntil([&] { return ShownText(settings, kIdActionStatus) == L"Progress reset."; }));
     SendMessageW(settings, WM_CLOSE, 0, 0);
   }
 

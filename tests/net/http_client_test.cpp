@@ -80,6 +80,19 @@ TEST_F(NetTest, AnExchangeThatGetsNoUsableReplyIsNotOk) {
     EXPECT_FALSE(response.ok || response.status != 0 || !response.body.empty());
     ExpectOneWarning(c.warning);
   }
+  // The exit cancels an exchange the service holds: it ends at once, before any time-out
+  // could have said so, and so does every later one.
+  service_.Script("GET", "/v1/x", silent);
+  Bind(true);
+  std::thread exit([&] {
+    while (service_.Requests().size() < 4) Sleep(5);
+    client_.CancelAll();
+  });
+  EXPECT_FALSE(client_.Get("/v1/x", "t", 600000).ok);
+  exit.join();
+  EXPECT_FALSE(client_.Get("/v1/x", "t").ok);
+  EXPECT_EQ(service_.Requests().size(), 4u);
+  EXPECT_EQ(log_.Count(" WARN  "), 0u) << log_.Text();
 }
 
 // A token holding a line break would smuggle headers of its own into the request.

@@ -55,6 +55,9 @@ TEST(UpdaterRulesTest, ThePromptNamesBothVersionsAndTheNotes) {
   EXPECT_EQ(UpdateQuestionText({true, "0.1.5", "", "", "", true, ""}),
             L"The published version of Hintwick is older than yours.\n\nYou have 0.1.7, the "
             L"published build is 0.1.5.\n\nDownload and install it now? Hintwick will restart.");
+  EXPECT_EQ(DownloadProgressText("0.2.0", 3'355'443, 13'107'200),
+            L"Downloading version 0.2.0: 3.2 MB of 12.5 MB");
+  EXPECT_EQ(DownloadProgressText("0.2.0", 52'429, 0), L"Downloading version 0.2.0: 0.1 MB");
 }
 
 // Signed with openssl: r has its top bit set, so DER gives it 33 bytes with a leading zero.

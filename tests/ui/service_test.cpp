@@ -20,6 +20,11 @@ namespace {
 
 constexpr char kGame[] = "hintwick_test_game";
 
+// The window's requests run on a worker; Save is held back until the outcome is shown.
+void Settle(HWND window) {
+  EXPECT_TRUE(test::PumpUntil([&] { return IsWindowEnabled(GetDlgItem(window, kIdSave)); }));
+}
+
 GameLookupResult LookUp(Session& session) {
   ReceiverWindow receiver;
   session.LookupGameAsync(kGame, receiver.get(), kMsgProgressSnapshot);
@@ -44,6 +49,7 @@ TEST(ServiceTest, AFirstDayAgainstTheRealService) {
     SetDlgItemTextW(window.get(), kIdEmail, email.c_str());
     SetDlgItemTextW(window.get(), kIdPassword, L"correct-horse-battery");
     SendDlgItemMessageW(window.get(), kIdCreateAccount, BM_CLICK, 0, 0);
+    Settle(window.get());
     EXPECT_EQ(ShownText(window.get(), kIdAccountStatus),
               L"Signed in as " + email + L". Press the hotkey over a game to start.");
 
@@ -56,7 +62,8 @@ TEST(ServiceTest, AFirstDayAgainstTheRealService) {
               std::tuple(true, std::string("The Lantern of Greyhollow"), std::string("The Lighthouse"), 5));
 
     SendDlgItemMessageW(window.get(), kIdResetProgress, BM_CLICK, 0, 0);
-    EXPECT_EQ(ShownText(window.get(), kIdAccountStatus), L"Progress reset.");
+    Settle(window.get());
+    EXPECT_EQ(ShownText(window.get(), kIdActionStatus), L"Progress reset.");
     EXPECT_EQ(ShownText(window.get(), kIdProgress)
                   .rfind(L"hintwick_test_game: nothing recorded yet", 0),
               0u)

@@ -7,6 +7,9 @@
 #include <commctrl.h>
 
 #include <algorithm>
+#include <chrono>
+#include <future>
+#include <memory>
 #include <set>
 #include <string>
 #include <tuple>
@@ -57,6 +60,20 @@ Ids EnabledOf(HWND window, const Ids& ids) {
   return enabled;
 }
 void Click(HWND window, int id) { SendDlgItemMessageW(window, id, BM_CLICK, 0, 0); }
+// A request's outcome has arrived once Save, which every request holds back, is enabled again.
+void Settle(HWND window) {
+  EXPECT_TRUE(test::PumpUntil([&] { return Enabled(window, kIdSave); }, 15000));
+}
+// Whether the window answers another thread's message at once while this one pumps, as the
+// program's loop does.
+bool AnswersAnotherThread(HWND window) {
+  std::future<bool> answered = std::async(std::launch::async, [window] {
+    DWORD_PTR result = 0;
+    return SendMessageTimeoutW(window, WM_NULL, 0, 0, SMTO_NORMAL, 1000, &result) != 0;
+  });
+  test::PumpUntil([&] { return answered.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }, 3000);
+  return answered.get();
+}
 void Slide(HWND window, int id, int position) {
   SendDlgItemMessageW(window, id, TBM_SETPOS, TRUE, position);
   SendMessageW(window, WM_HSCROLL, TB_THUMBPOSITION,
@@ -180,12 +197,17 @@ class TrayWindowTest : public SessionFixture {
                      {[this] { ++applied_; }, [this] { ++update_checks_; }}};
 };
 
-// Signed out, Enter signs in: a refusal and then a success, with the password gone from the
-// box and from memory both times; signed in, Enter saves; Tab visits every enabled control in
-// the order they are seen; sign-out and Escape end it.
+// Signed out, Enter signs in: a refusal and then a success that the service holds back, while
+// the window says what it waits for, takes no second request and keeps answering; the password
+// is gone from the box and from memory both times, and the focus goes where the next step is.
+// Signed in, Enter saves; Tab visits every enabled control in the order they are seen;
+// sign-out and Escape end it.
 TEST_F(TrayWindowTest, SignInWithEnterThenSaveTabAroundAndSignOut) {
+  const auto held = std::make_shared<test::Gate>();
+  test::ScriptedReply held_tokens = Reply(200);
+  held_tokens.chunks = {{kTokens, held, nullptr}};
   fake_->Script("POST", "/v1/auth/login", Reply(401));
-  fake_->Script("POST", "/v1/auth/login", Reply(200, kTokens));
+  fake_->Script("POST", "/v1/auth/login", held_tokens);
   fake_->Script("GET", kMemory, Reply(200, R"({"stage":"Act 2","stage_ordinal":3})"));
   fake_->Script("PATCH", kMemory, Reply(200, "{}"));
   const HWND window = Open(Start(false));
@@ -223,30 +245,47 @@ TEST_F(TrayWindowTest, SignInWithEnterThenSaveTabAroundAndSignOut) {
   EXPECT_EQ(ReadClipboardText(), L"pass\tword\r\n");
   EXPECT_EQ(ShownText(window, kIdPassword), L"password");
 
-  for (const wchar_t* expected :
-       {L"Not signed in - wrong email or password",
-        L"Signed in as p@x.org. Press the hotkey over a game to start."}) {
+  const struct {
+    const wchar_t* status;
+    int focus;
+  } sign_ins[] = {{L"Not signed in - wrong email or password", kIdPassword},
+                  {L"Signed in as p@x.org. Press the hotkey over a game to start.", kIdSignOut}};
+  for (const auto& sign_in : sign_ins) {
     SetDlgItemTextW(window, kIdEmail, L"p@x.org");
     SetDlgItemTextW(window, kIdPassword, kPassword);
     EXPECT_TRUE(PasswordInMemory()) << "the box holds it until Enter";
     SetFocus(GetDlgItem(window, kIdPassword));
     PressKey(window, VK_RETURN);
-    EXPECT_EQ(ShownText(window, kIdAccountStatus), expected);
     EXPECT_EQ(ShownText(window, kIdPassword), L"");
+    if (sign_in.focus == kIdSignOut) {
+      EXPECT_EQ(ShownText(window, kIdAccountStatus), L"Signing in...");
+      EXPECT_EQ(EnabledOf(window, {kIdEmail, kIdPassword, kIdSignIn, kIdCreateAccount, kIdSignOut,
+                                   kIdSave, kIdResetProgress}),
+                Ids{});
+      EXPECT_TRUE(AnswersAnotherThread(window));
+      PressKey(window, VK_RETURN);
+      held->Open();
+    }
+    Settle(window);
+    EXPECT_EQ(ShownText(window, kIdAccountStatus), sign_in.status);
+    EXPECT_EQ(GetDlgCtrlID(GetFocus()), sign_in.focus);
     EXPECT_FALSE(PasswordInMemory());
   }
+  EXPECT_EQ(RequestsTo("/v1/auth/login").size(), 2u) << "one request at a time";
   EXPECT_EQ(EnabledOf(window, account), Ids{kIdSignOut});
   EXPECT_EQ(ShownText(window, kIdProgress), L"hintwick_test_game: Act 2  (gate level 3)");
   EXPECT_TRUE(Enabled(window, kIdResetProgress));
   EXPECT_EQ(DefaultId(), kIdSave);
 
   PressKey(window, VK_RETURN);
-  EXPECT_EQ(ShownText(window, kIdAccountStatus), L"Saved.");
+  Settle(window);
+  EXPECT_EQ(ShownText(window, kIdActionStatus), L"Saved.");
   EXPECT_EQ(applied_, 1);
   Click(window, kIdCheckUpdates);
   EXPECT_EQ(update_checks_, 1);
 
   Click(window, kIdSignOut);
+  Settle(window);
   EXPECT_EQ(ShownText(window, kIdAccountStatus), L"Not signed in.");
   EXPECT_EQ(ShownText(window, kIdProgress), L"Sign in to see your recorded progress.");
   EXPECT_FALSE(Enabled(window, kIdResetProgress));
@@ -261,18 +300,19 @@ TEST_F(TrayWindowTest, ControlsEditTheSettingsAndSaveSaysHowFarItGot) {
   fake_->Script("PATCH", kMemory, Reply(200, "{}"));
   fake_->Script("PATCH", kMemory, Reply(500));
   const HWND window = Open(Start());
+  Settle(window);
   EXPECT_EQ(ShownText(window, kIdHotkey), L"Hotkey: Shift+Alt+X  (click to change)");
   Click(window, kIdHotkey);
   EXPECT_EQ(ShownText(window, kIdHotkey), L"Press the new key combination...");
   PressKey(window, 'A');
-  EXPECT_EQ(ShownText(window, kIdAccountStatus), kHotkeyNeedsModifierText);
+  EXPECT_EQ(ShownText(window, kIdActionStatus), kHotkeyNeedsModifierText);
   PressKey(window, VK_ESCAPE);
   EXPECT_EQ(ShownText(window, kIdHotkey), L"Hotkey: Shift+Alt+X  (click to change)");
   EXPECT_TRUE(window_.IsOpen()) << "Escape while capturing ends the capture, not the window";
   Click(window, kIdHotkey);
   PressKey(window, VK_F1, {VK_CONTROL, VK_MENU});
   EXPECT_EQ(ShownText(window, kIdHotkey), L"Hotkey: Ctrl+Alt+F1  (click to change)");
-  EXPECT_EQ(ShownText(window, kIdAccountStatus), kHotkeySetText);
+  EXPECT_EQ(ShownText(window, kIdActionStatus), kHotkeySetText);
 
   Slide(window, kIdBlurSlider, 0);
   Slide(window, kIdDrawerSlider, 45);
@@ -294,7 +334,8 @@ TEST_F(TrayWindowTest, ControlsEditTheSettingsAndSaveSaysHowFarItGot) {
   for (const auto& save : saves) {
     if (save.disk_fails) CreateDirectoryW(blocker.c_str(), nullptr);
     Click(window, kIdSave);
-    EXPECT_EQ(ShownText(window, kIdAccountStatus), save.status);
+    Settle(window);
+    EXPECT_EQ(ShownText(window, kIdActionStatus), save.status);
     EXPECT_EQ(applied_, save.applied);
   }
   RemoveDirectoryW(blocker.c_str());
@@ -318,6 +359,7 @@ TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
   Session& session = Start();
   SetCursorPos(1000, 700);
   const HWND window = Open(session);
+  Settle(window);
   RECT area = {}, placed = {};
   SystemParametersInfoW(SPI_GETWORKAREA, 0, &area, 0);
   GetWindowRect(window, &placed);
@@ -329,9 +371,9 @@ TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
   } answers[] = {{IDNO, 0, L""},
                  {IDYES, 1, L"Progress reset."},
                  {IDYES, 2, L"Could not reach the service to reset progress."}};
-  SetDlgItemTextW(window, kIdAccountStatus, L"");
+  SetDlgItemTextW(window, kIdActionStatus, L"");
   // Each outcome is announced to a screen reader, as a live region's change.
-  static HWND status = GetDlgItem(window, kIdAccountStatus);
+  static HWND status = GetDlgItem(window, kIdActionStatus);
   static int announced = 0;
   const auto count = [](HWINEVENTHOOK, DWORD, HWND hwnd, LONG, LONG, DWORD, DWORD) {
     announced += hwnd == status;
@@ -342,8 +384,9 @@ TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
   for (const auto& a : answers) {
     boxes_.answer = a.answer;
     Click(window, kIdResetProgress);
+    Settle(window);
     EXPECT_EQ(RequestsTo(reset).size(), a.requests);
-    EXPECT_EQ(ShownText(window, kIdAccountStatus), a.status);
+    EXPECT_EQ(ShownText(window, kIdActionStatus), a.status);
   }
   EXPECT_TRUE(test::PumpUntil([] { return announced >= 2; })) << announced;
   ASSERT_EQ(boxes_.texts.size(), 3u);
@@ -364,6 +407,7 @@ TEST_F(TrayWindowTest, ResetAsksFirstAndSaysWhatHappened) {
 TEST_F(TrayWindowTest, LaidOutAndReadableAtEachScale) {
   fake_->Script("GET", kMemory, Reply(200, "{}"));
   const HWND window = Open(Start());
+  Settle(window);
   LONG font_height_at_96 = 0;
   for (const UINT dpi : {96u, 144u, 192u}) {
     SCOPED_TRACE(dpi);
@@ -378,6 +422,7 @@ TEST_F(TrayWindowTest, LaidOutAndReadableAtEachScale) {
     const bool scrolls = client.bottom < content_height;
     EXPECT_EQ(scrolls, dpi > 96);
     SetDlgItemTextW(window, kIdAccountStatus, kStyleUnconfirmedText);
+    SetDlgItemTextW(window, kIdActionStatus, kHotkeyBreaksTypingText);
     SetDlgItemTextW(window, kIdHotkey, L"Hotkey: Ctrl+Shift+Alt+F12  (click to change)");
     HWND control = GetWindow(window, GW_CHILD);
     for (const ControlPlan& plan : TrayWindowControls()) {
