@@ -54,12 +54,7 @@ DrawerControl::Callbacks App::DrawerCallbacks() {
   callbacks.opened = [this] { conversation_.OnDrawerOpened(); };
   callbacks.closed = [this] { return conversation_.OnDrawerClosed(); };
   callbacks.take_deferred_update = [this] { return update_flow_.TakeDeferred(); };
-  // The answer comes later, through the update's own messages; a hand-over ends the program
-  // from there.
-  callbacks.prompt_update = [this] {
-    update_flow_.Check(UpdateAsk::kAtDesktop);
-    return false;
-  };
+  callbacks.prompt_update = [this] { update_flow_.Check(UpdateAsk::kAtDesktop); };
   return callbacks;
 }
 

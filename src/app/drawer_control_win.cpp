@@ -365,7 +365,7 @@ void DrawerControl::FollowGame(HWND foreground) {
   if (!IsShellOrSelf(foreground, ExecutablePathOf(foreground))) return;
   if (!callbacks_.take_deferred_update || !callbacks_.take_deferred_update()) return;
   Log(kLogInfo, L"foreground returned to the shell; asking about the deferred update");
-  if (callbacks_.prompt_update && callbacks_.prompt_update()) PostQuitMessage(0);
+  if (callbacks_.prompt_update) callbacks_.prompt_update();
 }
 
 DrawerFacts DrawerControl::Facts() const {

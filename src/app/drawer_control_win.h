@@ -52,9 +52,9 @@ class DrawerControl {
     // Returns whether an answer goes on streaming behind the closed drawer.
     std::function<bool()> closed;
     // The updater's: whether an update was put off at start (clearing that), and its prompt,
-    // which returns whether the program must quit for the update.
+    // whose answer comes later and takes its own way to the hand-over.
     std::function<bool()> take_deferred_update;
-    std::function<bool()> prompt_update;
+    std::function<void()> prompt_update;
   };
 
   DrawerControl(HINSTANCE instance, ChatModel& model, ChatView& view, DrawerSeams seams,
