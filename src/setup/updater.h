@@ -54,8 +54,8 @@ class Updater {
   // Lower-case hex SHA-256; empty when the system's provider fails.
   static std::string Sha256Hex(std::string_view bytes);
   // Downloads, checks and swaps in the update; on failure `error` is the player's text and
-  // the running executable is still in place under its own name. A cancelled download fails
-  // with kDownloadCancelledError.
+  // the running executable is still in place under its own name. Whether a failed download
+  // was cancelled is the cancel's own to tell.
   bool Apply(const UpdateInfo& info, std::wstring& error, const DownloadWatch& watch = {}) const;
   // At start-up, before anything else of the program: a swap that was cut short between
   // its renames is undone, and a download that never took the program's name goes.

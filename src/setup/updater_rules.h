@@ -55,7 +55,6 @@ inline constexpr wchar_t kCheckingForUpdatesText[] = L"Checking for updates...";
 std::wstring DownloadProgressText(std::string_view version, uint64_t got, uint64_t total);
 inline constexpr wchar_t kNoUpdateError[] = L"No update to apply.";
 inline constexpr wchar_t kDownloadError[] = L"Could not download the update.";
-inline constexpr wchar_t kDownloadCancelledError[] = L"The download was cancelled.";
 inline constexpr wchar_t kHashError[] = L"Could not hash the download.";
 inline constexpr wchar_t kChecksumError[] =
     L"The downloaded update did not match its published checksum, so it was discarded.";

@@ -7,7 +7,6 @@
 #include "core/handles.h"
 #include "core/log.h"
 #include "core/os.h"
-#include "net/async_request_win.h"
 #include "net/http_client.h"
 #include "setup/updater.h"
 
@@ -86,7 +85,7 @@ bool Updater::Apply(const UpdateInfo& info, std::wstring& error,
   }
   const std::optional<std::string> bytes = Download(info.url, watch);
   if (!bytes) {
-    error = watch.cancel && watch.cancel->cancelled() ? kDownloadCancelledError : kDownloadError;
+    error = kDownloadError;
     return false;
   }
   const std::string digest = Sha256Digest(*bytes);
