@@ -78,6 +78,9 @@ void DrawerControl::Open(HWND over) {
   TakeKeyboard();
   if (callbacks_.opened) callbacks_.opened();
   opened_at_ = Now();
+  // The caret blinks anew at each opening, as a control's does when it takes the focus.
+  caret_blink_ = SystemCaretBlink();
+  input_changed_at_ = opened_at_;
   seen_foreground_ = GetForegroundWindow();
   open_ = true;
   closing_ = false;

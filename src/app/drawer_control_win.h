@@ -156,6 +156,7 @@ class DrawerControl {
   } shown_;
   uint64_t input_revision_ = 0;
   uint64_t input_changed_at_ = 0;  // when the typing last moved, which restarts the blink
+  CaretBlink caret_blink_;         // the system's, at the opening
   uint64_t opened_at_ = 0;
   uint64_t close_started_ = 0;
   double height_fraction_ = 1.0 / 3.0;

@@ -98,7 +98,7 @@ DrawerControl::Shown DrawerControl::Current(float slide, uint64_t now) {
   current.presented = true;
   current.frame_number = capturing_ ? frames_->FrameNumber() : 0;
   current.chat_revision = model_.Revision();
-  current.caret = CaretShown(now - input_changed_at_);
+  current.caret = CaretShown(now - input_changed_at_, caret_blink_);
   current.slide = slide;
   current.blur = blur_;
   current.hdr = display_.hdr;

@@ -41,11 +41,20 @@ inline constexpr std::wstring_view kWaitingMark = L"\u2026";
 inline constexpr std::wstring_view kNoAnswerText =
     L"(no answer came back \u2014 the model may be busy or loading. Try again.)";
 
-// The caret stays on for a blink interval after each edit, so that it is never hidden while
-// the player types, then goes off and on in turn: a drawer that shows nothing else new has
-// to present only when this flips.
-constexpr uint64_t kCaretBlinkMs = 530;
-constexpr bool CaretShown(uint64_t since_edit_ms) { return since_edit_ms / kCaretBlinkMs % 2 == 0; }
+// The caret blinks as the player set it for every program: phases of `phase_ms` (0: it never
+// blinks), and lit for good once `rest_after_ms` pass without an edit, as the system's own
+// caret does. A drawer that shows nothing else new presents only when the caret flips, so
+// at rest over a still game it presents nothing at all.
+struct CaretBlink {
+  uint64_t phase_ms = 530;
+  uint64_t rest_after_ms = 5000;
+};
+
+// Lit for the first phase after each edit, so that it never hides while the player types.
+constexpr bool CaretShown(uint64_t since_edit_ms, CaretBlink blink) {
+  if (blink.phase_ms == 0 || since_edit_ms >= blink.rest_after_ms) return true;
+  return since_edit_ms / blink.phase_ms % 2 == 0;
+}
 
 struct StyleSpan {
   uint32_t start = 0;  // UTF-16 units into the display text

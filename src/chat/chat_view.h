@@ -21,6 +21,9 @@ namespace qn {
 // The clipboard's Unicode text for Ctrl+V, cut at the first null; empty when there is none.
 std::wstring ReadClipboardText();
 
+// The player's caret blink time and time-out; the defaults where the system has none.
+CaretBlink SystemCaretBlink();
+
 // `wanted` when it is installed, else the first installed family that fits (monospaced when
 // asked), else `fallback`.
 std::wstring InstalledFamily(IDWriteFactory* factory, const wchar_t* wanted, bool monospaced,

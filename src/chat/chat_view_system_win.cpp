@@ -1,4 +1,5 @@
-// What the chat view takes from the system beyond drawing: its fonts and the clipboard.
+// What the chat view takes from the system beyond drawing: its fonts, the clipboard and the
+// caret's blink.
 #include <dwrite_1.h>
 
 #include <cwchar>
@@ -63,6 +64,19 @@ std::wstring ReadClipboardText() {
   const GlobalLockScope<const wchar_t> units(data);
   if (!units) return {};
   return std::wstring(units.get(), wcsnlen(units.get(), GlobalSize(data) / sizeof(wchar_t)));
+}
+
+// Read at each opening, so that a change in the system's settings shows the next time.
+// Systems before the caret's time-out existed refuse the question and keep the default.
+CaretBlink SystemCaretBlink() {
+  constexpr UINT kGetCaretTimeout = 0x2022;  // SPI_GETCARETTIMEOUT, declared from 1709 headers
+  CaretBlink blink;
+  const UINT phase_ms = GetCaretBlinkTime();
+  if (phase_ms == INFINITE) blink.phase_ms = 0;
+  else if (phase_ms != 0) blink.phase_ms = phase_ms;
+  DWORD rest_ms = 0;
+  if (SystemParametersInfoW(kGetCaretTimeout, 0, &rest_ms, 0)) blink.rest_after_ms = rest_ms;
+  return blink;
 }
 
 }  // namespace qn

@@ -162,13 +162,18 @@ TEST_F(DrawerControlTest, EachRefusalAndFallbackOfAnOpeningIsLogged) {
 // game presenting 30 frames a second, once per frame at most, the blinks riding along. The
 // ticks run on the drawer's own clock over a known span of the game's frames.
 TEST_F(DrawerControlTest, PresentsOnlyWhenSomethingChanged) {
+  const CaretBlink blink = SystemCaretBlink();
+  ASSERT_GT(blink.phase_ms, 0u) << "the prefix's caret blinks";
+  const size_t flips = 2000 / blink.phase_ms;
   const struct {
     const char* name;
     int game_hz;
+    uint64_t from_ms;  // after the opening
     size_t least, most;
   } cases[] = {
-      {"still game, nothing typed", 0, 3, 4},  // 2000 ms hold 3 or 4 of the 530 ms phases
-      {"30 Hz game", 30, 55, 60},
+      {"still game, caret blinking", 0, kSlideOpenMs + 40, flips, flips + 1},
+      {"still game, caret at rest", 0, blink.rest_after_ms + 40, 0, 0},
+      {"30 Hz game", 30, kSlideOpenMs + 40, 55, 60},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -186,7 +191,7 @@ TEST_F(DrawerControlTest, PresentsOnlyWhenSomethingChanged) {
     const auto run_for = [&](uint64_t ms) {
       for (const uint64_t end = now_ms_ + ms; now_ms_ < end; drawer.Tick()) now_ms_ += kTickMs;
     };
-    run_for(kSlideOpenMs + 40);
+    run_for(c.from_ms);
     const size_t before = presented_.presents.size();
     run_for(2000);
     const size_t presents = presented_.presents.size() - before;

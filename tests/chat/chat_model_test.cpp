@@ -95,6 +95,24 @@ TEST(ChatModel, EditingKeysMoveDeleteAndSubmit) {
 // The drawer redraws only when the revision moves, so every change that shows must move it,
 // typing the input's too (the caret stays lit while the player types). What the drawing
 // reports back must not, or each drawing would ask for the next.
+TEST(ChatModel, TheCaretBlinksUntilItRests) {
+  const struct {
+    CaretBlink blink;
+    uint64_t since_edit_ms;
+    bool shown;
+  } cases[] = {
+      {{530, 5000}, 0, true},     {{530, 5000}, 529, true},  {{530, 5000}, 530, false},
+      {{530, 5000}, 1060, true},  {{530, 5000}, 4999, false}, {{530, 5000}, 5000, true},
+      {{500, 5000}, 4700, false}, {{500, 5000}, 9700, true}, {{0, 5000}, 700, true},
+      {{530, 0}, 700, true},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(CaretShown(c.since_edit_ms, c.blink), c.shown)
+        << c.blink.phase_ms << " ms phases, rest after " << c.blink.rest_after_ms << ", at "
+        << c.since_edit_ms;
+  }
+}
+
 TEST(ChatModel, RevisionsMoveWithWhatShows) {
   ChatModel model([] { return std::wstring(L"p"); });
   model.SetExtent(2000, 300);
