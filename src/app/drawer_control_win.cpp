@@ -108,6 +108,7 @@ bool DrawerControl::Refuses(HWND foreground, std::wstring_view executable) {
     return true;
   }
   measured_ = place;
+  measured_at_ = Now();
   geometry_ = geometry;
   return false;
 }
@@ -297,9 +298,11 @@ void DrawerControl::CheckForeground() {
   OnForeground(foreground);
 }
 
-// Measured on every tick, since the system tells another process's window moves only to
+// Watched on every tick, since the system tells another process's window moves only to
 // hooks; acted on when the game moved, was resized, went to another monitor or was scaled.
-// Returns whether the drawer window is to be placed anew.
+// The rectangle alone is read each tick: the whole measure costs several times as much, and
+// is taken when the rectangle moved or, for a change of scale or display in place, a quarter
+// second after the last. Returns whether the drawer window is to be placed anew.
 bool DrawerControl::FollowTarget() {
   if (IsAbove(target_, drawer_window_.Window())) {
     // A game that makes itself topmost rises above the drawer each time it does. Only the
@@ -307,7 +310,12 @@ bool DrawerControl::FollowTarget() {
     // would make both flicker.
     drawer_window_.Raise();
   }
+  const uint64_t now_ms = Now();
+  if (WindowRectOf(target_) == measured_.window && now_ms - measured_at_ < kRemeasureMs) {
+    return false;
+  }
   const WindowPlace place = MeasureWindow(target_);
+  measured_at_ = now_ms;
   if (closing_ || place == measured_) return false;
   measured_ = place;
   const TargetGeometry now = PlanTarget(place, d3d_fullscreen_, height_fraction_);

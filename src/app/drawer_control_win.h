@@ -26,6 +26,7 @@ namespace qn {
 inline constexpr UINT_PTR kTickTimer = 1;
 inline constexpr UINT_PTR kIdleReleaseTimer = 2;
 inline constexpr UINT kTickMs = 8;
+inline constexpr uint64_t kRemeasureMs = 250;  // the game's scale and display, in place
 
 // What the drawer is shown with and what it asks the system. The program leaves these
 // empty; tests give what Wine has (a swap chain on the window, frames copied with GDI) and
@@ -129,6 +130,7 @@ class DrawerControl {
   HWND last_game_ = nullptr;  // the last window the drawer opened over; it may be gone
   HWND seen_foreground_ = nullptr;
   WindowPlace measured_;  // the target as last measured
+  uint64_t measured_at_ = 0;
   TargetGeometry geometry_;
   bool d3d_fullscreen_ = false;  // the shell's word at the opening, too slow to ask each tick
   uint64_t rebuilt_at_ = 0;      // when a lost device was last replaced during this opening

@@ -113,11 +113,16 @@ std::wstring WindowTitle(HWND window) {
 bool BelongsToThisProcess(HWND window) { return ProcessOf(window) == GetCurrentProcessId(); }
 
 // Our process is per-monitor aware, so every rectangle here is in physical pixels.
-WindowPlace MeasureWindow(HWND window) {
-  WindowPlace place;
+ScreenRect WindowRectOf(HWND window) {
   RECT rect = {};
   GetWindowRect(window, &rect);
-  place.window = ToScreenRect(rect);
+  return ToScreenRect(rect);
+}
+
+WindowPlace MeasureWindow(HWND window) {
+  WindowPlace place;
+  place.window = WindowRectOf(window);
+  RECT rect = {};
   static const SystemFunction<decltype(&::DwmGetWindowAttribute)> attribute(
       L"dwmapi.dll", "DwmGetWindowAttribute");
   if (attribute &&

@@ -14,7 +14,9 @@ std::wstring ExecutablePathOf(HWND window);
 std::wstring WindowTitle(HWND window);
 bool BelongsToThisProcess(HWND window);
 
-// A handful of reads from the window manager, cheap enough for every tick.
+// The window's rectangle, the one read cheap enough for every tick.
+ScreenRect WindowRectOf(HWND window);
+// A handful of reads from the window manager: the rectangle, the frame, the monitor, scales.
 WindowPlace MeasureWindow(HWND window);
 // Whether `upper` lies above `lower` in the order windows are stacked.
 bool IsAbove(HWND upper, HWND lower);
