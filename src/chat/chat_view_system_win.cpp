@@ -2,7 +2,9 @@
 // caret's blink.
 #include <dwrite_1.h>
 
+#include <cstdint>
 #include <cwchar>
+#include <limits>
 #include <string>
 
 #include "chat/chat_view.h"
@@ -75,7 +77,11 @@ CaretBlink SystemCaretBlink() {
   if (phase_ms == INFINITE) blink.phase_ms = 0;
   else if (phase_ms != 0) blink.phase_ms = phase_ms;
   DWORD rest_ms = 0;
-  if (SystemParametersInfoW(kGetCaretTimeout, 0, &rest_ms, 0)) blink.rest_after_ms = rest_ms;
+  if (SystemParametersInfoW(kGetCaretTimeout, 0, &rest_ms, 0)) {
+    // Nothing documents 0; it is taken, like INFINITE, for a caret that never rests.
+    const bool never = rest_ms == 0 || rest_ms == INFINITE;
+    blink.rest_after_ms = never ? std::numeric_limits<uint64_t>::max() : rest_ms;
+  }
   return blink;
 }
 
