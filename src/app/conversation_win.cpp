@@ -63,6 +63,17 @@ void Conversation::SendPrompt(const std::wstring& prompt) {
     return;
   }
   ChatTurns::Ask(model_);
+  if (!turns_.Running() && !held_prompt_) return Stream(prompt);
+  // The session runs one stream at a time, and the last one is still open: closing after
+  // its last word, or still answering. It gives way, and this question goes out at its end,
+  // in place of any held before it.
+  held_prompt_ = prompt;
+  turns_.GiveWay();
+  session_.CancelStream();
+  Log(kLogInfo, L"question held until the previous answer's stream has ended");
+}
+
+void Conversation::Stream(const std::wstring& prompt) {
   const std::string game = callbacks_.drawer().game_key;
   const ChatTurnId turn =
       session_.StreamChatAsync(game, WideToUtf8(prompt), window_.get(), kMsgChatEvent);
@@ -74,7 +85,9 @@ void Conversation::SendSubmitted() {
   if (model_.TakeSubmitted(prompt)) SendPrompt(prompt);
 }
 
+// The session is free by the time a turn's end arrives.
 void Conversation::OnChatEvent(ChatTurnId turn, std::unique_ptr<std::string> event) {
+  if (!event && held_prompt_) return Stream(*std::exchange(held_prompt_, std::nullopt));
   const DrawerFacts drawer = callbacks_.drawer();
   CarryOut(turns_.Apply(turn, event.get(), Context(drawer), model_));
 }

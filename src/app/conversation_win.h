@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "chat/chat_model.h"
@@ -61,6 +62,7 @@ class Conversation {
   }
 
  private:
+  void Stream(const std::wstring& prompt);
   TurnContext Context(const DrawerFacts& drawer) const;
   void CarryOut(const TurnEffects& effects);
 
@@ -70,6 +72,8 @@ class Conversation {
   ChatModel model_{&ReadClipboardText};
   ChatView view_{model_};
   ChatTurns turns_;
+  // Asked before the previous turn's end came back; sent when it does.
+  std::optional<std::wstring> held_prompt_;
   bool chime_pending_ = false;
   bool sound_enabled_ = true;
 };

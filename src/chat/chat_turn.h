@@ -62,6 +62,8 @@ class ChatTurns {
                     ChatModel& model);
   // A turn was taken and its end has not arrived yet.
   bool Running() const { return current_ != ended_; }
+  // The running turn gives way to a newer question: whatever it still posts is dropped.
+  void GiveWay() { current_ = ended_ = 0; }
 
  private:
   TurnEffects End(const TurnContext& context, ChatModel& model);

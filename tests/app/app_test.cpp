@@ -357,13 +357,23 @@ TEST_F(AppTest, TheBalloonsSayHowToOpenTheDrawer) {
 
 // The opening names the game from the catalogue at hand, then from the service's answer; an
 // answer still streaming when the drawer closes lands, chimes, and only then lets the
-// graphics go.
+// graphics go; a question asked while the last answer's stream closes goes out after it.
 TEST_F(AppTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
   const std::string memory = R"({"type":"memory","stage":"act 2","changes":["found the key"]})";
   test::ScriptedReply answer = Reply(200, "data: " + Token("Go **north**") + "\n\ndata: " + memory +
                                               "\n\ndata: {\"type\":\"done\"}\n\n");
   answer.headers = {{"Content-Type", "text/event-stream"}};
   fake_->Script("POST", "/v1/chat", answer);
+  const auto closing = std::make_shared<test::Gate>();
+  test::ScriptedReply ends_late = answer;
+  ends_late.body.clear();
+  const std::string done = "\n\ndata: {\"type\":\"done\"}\n\n";
+  ends_late.chunks = {{"data: " + Token("Left at the well") + done, {}, {}},
+                      {": closing\n\n", closing, {}}};
+  test::ScriptedReply next = answer;
+  next.body = "data: " + Token("Then the bridge") + done;
+  fake_->Script("POST", "/v1/chat", ends_late);  // for the last two questions
+  fake_->Script("POST", "/v1/chat", next);
   fake_->Script("GET", "/v1/games",
                 Reply(200, R"([{"slug":"hintwick_test_game","display_name":"G \u00e9"}])"));
   ASSERT_TRUE(Start());
@@ -394,6 +404,19 @@ TEST_F(AppTest, AStreamedAnswerBehindAClosedDrawerLandsChimesAndCopies) {
   chat.OnProgressSnapshot(std::move(other));
   EXPECT_TRUE(Logged(
       "INFO  discarding a progress snapshot for 'h'; current game is 'hintwick_test_game'\r\n"));
+
+  // A question asked the moment an answer shows its end, while that stream is still closing,
+  // waits for it and goes out; it used to be dropped, and "no answer came back" stood.
+  app_->Drawer().Open();
+  ASSERT_TRUE(app_->Drawer().Facts().view_ready);
+  chat.SendPrompt(L"and then?");
+  ASSERT_TRUE(PumpUntil([&] { return !chat.Model().Waiting(); }));
+  chat.SendPrompt(L"and after that?");
+  EXPECT_TRUE(log_.Has("question held until the previous answer's stream has ended"));
+  closing->Open();
+  ASSERT_TRUE(PumpUntil([&] { return !chat.Model().Waiting(); }));
+  EXPECT_EQ(RequestsTo("/v1/chat").size(), 3u);
+  EXPECT_EQ(Said().back(), L"1:Then the bridge");
 }
 
 // What the screen shows in `area`, with the measures the drawer is judged by.
