@@ -282,7 +282,7 @@ void DrawerControl::Tick() {
     CompleteClose();
     return;
   }
-  const bool moved = FollowTarget();
+  const bool moved = FollowTarget(now);
   if (!DrawFrame(slide, moved)) return CompleteClose();
   // Moved after the frame at the new size is presented, as at the opening.
   if (moved && !drawer_window_.Place(Placement())) Log(kLogWarn, L"the drawer could not follow");
@@ -303,14 +303,13 @@ void DrawerControl::CheckForeground() {
 // The rectangle alone is read each tick: the whole measure costs several times as much, and
 // is taken when the rectangle moved or, for a change of scale or display in place, a quarter
 // second after the last. Returns whether the drawer window is to be placed anew.
-bool DrawerControl::FollowTarget() {
+bool DrawerControl::FollowTarget(uint64_t now_ms) {
   if (IsAbove(target_, drawer_window_.Window())) {
     // A game that makes itself topmost rises above the drawer each time it does. Only the
     // game is watched: taking turns with other topmost windows (overlays, the volume flyout)
     // would make both flicker.
     drawer_window_.Raise();
   }
-  const uint64_t now_ms = Now();
   if (WindowRectOf(target_) == measured_.window && now_ms - measured_at_ < kRemeasureMs) {
     return false;
   }

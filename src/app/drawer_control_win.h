@@ -101,7 +101,7 @@ class DrawerControl {
   void GiveFocusToDrawer();
   void CompleteClose();
   void CheckForeground();
-  bool FollowTarget();
+  bool FollowTarget(uint64_t now_ms);
   uint64_t Now() const;
   bool DrawFrame(float slide, bool moved = true);
   struct Shown;

@@ -137,7 +137,6 @@ class ChatView {
   float scale_ = 1.0f;
   bool caret_shown_ = true;
   LayerShows layer_;
-  std::optional<D2D1_RECT_F> redraw_;  // while a layer is drawn in part: the area redrawn
   uint64_t layouts_built_ = 0;
   RepeatedFailures failures_;  // drawing runs every frame, so a failing call is logged once
 };

@@ -77,6 +77,8 @@ struct ChatView::Frame {
   D2D1_RECT_F column = {};  // status line, messages and input share it
   D2D1_RECT_F list = {};
   D2D1_RECT_F input = {};
+  // While a layer is drawn in part: the area redrawn; what lies outside keeps its drawing.
+  std::optional<D2D1_RECT_F> redraw;
 };
 
 bool ChatView::Init(IDWriteFactory* factory) {
@@ -127,16 +129,14 @@ void ChatView::DrawParts(ID2D1DeviceContext* context, float opacity, bool layer,
   const HRESULT hr = context->CreateSolidColorBrush(kAnswerText, brush.put());
   if (!failures_.Check(hr, L"CreateSolidColorBrush")) return;
   brush->SetOpacity(std::clamp(opacity, 0.0f, 1.0f));
-  const Frame frame = MakeFrame(context, brush.get());
+  Frame frame = MakeFrame(context, brush.get());
   const float content = MeasureContent(frame.column.right - frame.column.left);
   model_.SetExtent(content, frame.list.bottom - frame.list.top);
   const LayerShows shows = Shows(content);
-  if (layer && !whole) redraw_ = Damage(frame, shows);
+  if (layer && !whole) frame.redraw = Damage(frame, shows);
   if (layer) layer_ = shows;
-  if (redraw_ && (redraw_->right <= redraw_->left || redraw_->bottom <= redraw_->top)) {
-    redraw_.reset();
-    return;
-  }
+  const std::optional<D2D1_RECT_F>& redraw = frame.redraw;
+  if (redraw && (redraw->right <= redraw->left || redraw->bottom <= redraw->top)) return;
 
   D2D1_MATRIX_3X2_F caller;
   context->GetTransform(&caller);
@@ -144,16 +144,15 @@ void ChatView::DrawParts(ID2D1DeviceContext* context, float opacity, bool layer,
   context->SetTransform(D2D1::Matrix3x2F::Scale(scale_, scale_) * caller);
   // The target carries alpha for composition, where ClearType cannot blend.
   context->SetTextAntialiasMode(D2D1_TEXT_ANTIALIAS_MODE_GRAYSCALE);
-  context->PushAxisAlignedClip(redraw_.value_or(Rect(0, 0, frame.width, frame.height)),
+  context->PushAxisAlignedClip(redraw.value_or(Rect(0, 0, frame.width, frame.height)),
                                D2D1_ANTIALIAS_MODE_ALIASED);
   if (layer) context->Clear(D2D1::ColorF(0, 0.0f));
-  if (!redraw_) DrawStatus(frame);
+  if (!redraw) DrawStatus(frame);
   DrawMessages(frame, content);
-  if (!redraw_ || Overlap(*redraw_, frame.input)) DrawInput(frame);
+  if (!redraw || Overlap(*redraw, frame.input)) DrawInput(frame);
   context->PopAxisAlignedClip();
   context->SetTextAntialiasMode(caller_antialias);
   context->SetTransform(caller);
-  redraw_.reset();
 }
 
 ChatView::LayerShows ChatView::Shows(float content) const {
@@ -364,22 +363,22 @@ float ChatView::GapBefore(size_t index) const {
 void ChatView::DrawMessages(const Frame& frame, float content) {
   const float viewport = frame.list.bottom - frame.list.top;
   // A layer drawn in part keeps the rest of its drawing, and where it lies.
-  if (!redraw_) drawn_.assign(layouts_.size(), D2D1_RECT_F{});
+  if (!frame.redraw) drawn_.assign(layouts_.size(), D2D1_RECT_F{});
   frame.context->PushAxisAlignedClip(frame.list, D2D1_ANTIALIAS_MODE_ALIASED);
   // From the newest upwards, as far as the top of the list: what lies above is not walked.
   float bottom = frame.list.bottom + model_.ScrollOffset() - kListPadding;
   for (size_t i = layouts_.size(); i-- > 0 && bottom > frame.list.top;) {
     const CachedLayout& cache = layouts_[i];
     const float top = bottom - (cache.layout ? cache.box.height : 0);
-    const bool redrawn =
-        !redraw_ || Overlap(*redraw_, Rect(frame.column.left, top, frame.column.right, bottom));
+    const bool redrawn = !frame.redraw || Overlap(*frame.redraw, Rect(frame.column.left, top,
+                                                                      frame.column.right, bottom));
     if (cache.layout && top < frame.list.bottom && redrawn) {
       drawn_[i] = Scaled(DrawMessage(frame, cache, model_.Messages()[i].role, top), scale_);
     }
     bottom = top - GapBefore(i);
   }
   frame.context->PopAxisAlignedClip();
-  if (!redraw_) DrawScrollbar(frame, content, viewport);
+  if (!frame.redraw) DrawScrollbar(frame, content, viewport);
 }
 
 // Questions sit in bubbles on the right, answers run as plain text after an accent dot,
