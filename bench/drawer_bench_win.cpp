@@ -35,12 +35,12 @@
 #include "chat/offscreen_target_win.h"
 #include "core/handles.h"
 #include "core/settings.h"
+#include "drawer_bench_win.h"
 #include "gfx/drawer_window.h"
 #include "gfx/renderer.h"
 #include "support/gdi_frames_win.h"
 #include "support/hwnd_surface_win.h"
 #include "support/test_game_win.h"
-#include "drawer_bench_win.h"
 
 namespace drawer_bench {
 
@@ -300,8 +300,8 @@ struct OpenCosts {
 bool BenchOpenIdle(qn::App& app, const qn::test::TestGame& game, int game_hz, OpenCosts& costs) {
   g_game_hz = game_hz;
   app.Drawer().ReleaseGraphics();  // the frames are made anew for this game
-  std::printf("open drawer over a %s:\n", game_hz ? "game presenting 30 frames a second"
-                                                   : "still game, nothing typed");
+  std::printf("open drawer over a %s:\n",
+              game_hz ? "game presenting 30 frames a second" : "still game, nothing typed");
   if (!TimeOpening(app)) {
     std::printf("  the drawer did not open\n");
     return false;

@@ -25,7 +25,6 @@
 namespace drawer_bench {
 namespace {
 
-
 // A render target of the drawer's size on the renderer's device, for the blur alone.
 struct BlurTarget {
   qn::ComPtr<ID3D11Texture2D> texture;

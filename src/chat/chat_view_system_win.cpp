@@ -74,8 +74,11 @@ CaretBlink SystemCaretBlink() {
   constexpr UINT kGetCaretTimeout = 0x2022;  // SPI_GETCARETTIMEOUT, declared from 1709 headers
   CaretBlink blink;
   const UINT phase_ms = GetCaretBlinkTime();
-  if (phase_ms == INFINITE) blink.phase_ms = 0;
-  else if (phase_ms != 0) blink.phase_ms = phase_ms;
+  if (phase_ms == INFINITE) {
+    blink.phase_ms = 0;
+  } else if (phase_ms != 0) {
+    blink.phase_ms = phase_ms;
+  }
   DWORD rest_ms = 0;
   if (SystemParametersInfoW(kGetCaretTimeout, 0, &rest_ms, 0)) {
     // Nothing documents 0; it is taken, like INFINITE, for a caret that never rests.

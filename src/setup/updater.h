@@ -50,7 +50,8 @@ class Updater {
     return qn::CompareVersions(a, b);
   }
   // The whole body of a 200 reply, over a connection of its own.
-  std::optional<std::string> Download(const std::string& url, const DownloadWatch& watch = {}) const;
+  std::optional<std::string> Download(const std::string& url,
+                                      const DownloadWatch& watch = {}) const;
   // Lower-case hex SHA-256; empty when the system's provider fails.
   static std::string Sha256Hex(std::string_view bytes);
   // Downloads, checks and swaps in the update; on failure `error` is the player's text and

@@ -77,8 +77,7 @@ std::wstring Updater::ExePath() const {
   return path;
 }
 
-bool Updater::Apply(const UpdateInfo& info, std::wstring& error,
-                    const DownloadWatch& watch) const {
+bool Updater::Apply(const UpdateInfo& info, std::wstring& error, const DownloadWatch& watch) const {
   if (!info.available) {
     error = kNoUpdateError;
     return false;

@@ -51,8 +51,8 @@ uint64_t TrayRequests::Start(Session& session, std::unique_ptr<TrayRequest> requ
   running_kind_ = request->kind;
   running_ = true;
   try {
-    thread_ = std::thread(&TrayRequests::Run, this, std::ref(session), std::move(request),
-                          serial_ + 1);
+    thread_ =
+        std::thread(&TrayRequests::Run, this, std::ref(session), std::move(request), serial_ + 1);
   } catch (const std::system_error& e) {
     running_ = false;
     Log(kLogWarn, L"tray window request thread failed: %hs", e.what());
@@ -100,7 +100,6 @@ void TrayRequests::Perform(Session& session, TrayRequest& request,
     result.progress = session.GetMemory(request.game_key, kProgressReadTimeoutMs);
   }
 }
-
 
 // Busy ends before the result is posted, so that the window it reaches can start the next.
 void TrayRequests::Run(Session& session, std::unique_ptr<TrayRequest> request,

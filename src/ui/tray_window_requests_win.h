@@ -1,7 +1,8 @@
 #pragma once
 // The account and settings window's service requests: run one at a time on a thread of their
-// own, so that the window's thread never waits on the network. The result goes to whichever settings window is open when it is
-// ready; with none open it is dropped, the session having taken what it changes already.
+// own, so that the window's thread never waits on the network. The result goes to whichever
+// settings window is open when it is ready; with none open it is dropped, the session having
+// taken what it changes already.
 #include <windows.h>
 
 #include <atomic>

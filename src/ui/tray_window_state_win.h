@@ -28,14 +28,14 @@ struct TrayWindowState {
   UniqueHfont font;
   UniqueHfont bold_font;
   bool capturing_hotkey = false;
-  int scroll = 0;  // how far the content is scrolled up, in pixels
-  HWND focus = nullptr;  // given back when the window is activated again
-  bool awaiting = false;  // a request runs, and its result comes here
-  uint64_t awaited = 0;   // that request's number
-  HWND parked_focus = nullptr;  // the control that had the focus when a request disabled it
+  int scroll = 0;                // how far the content is scrolled up, in pixels
+  HWND focus = nullptr;          // given back when the window is activated again
+  bool awaiting = false;         // a request runs, and its result comes here
+  uint64_t awaited = 0;          // that request's number
+  HWND parked_focus = nullptr;   // the control that had the focus when a request disabled it
   bool progress_wanted = false;  // asked for while a request ran
   bool reset_allowed = false;    // a progress record was read
-  std::vector<HWND> controls;  // in the order of the layout
+  std::vector<HWND> controls;    // in the order of the layout
 
   static TrayWindowState* Of(HWND window) {
     return reinterpret_cast<TrayWindowState*>(GetWindowLongPtrW(window, GWLP_USERDATA));
@@ -47,8 +47,7 @@ bool CreateTrayWindowControls(TrayWindowState& state, HINSTANCE instance);
 void LayOutForDpi(TrayWindowState& state, UINT dpi);
 // Sizes the window for its DPI, no taller than `work_area`, with its top left at `top_left`
 // or, without one, centred; a window cut short scrolls its content.
-void PlaceTrayWindow(TrayWindowState& state, const RECT& work_area,
-                     std::optional<POINT> top_left);
+void PlaceTrayWindow(TrayWindowState& state, const RECT& work_area, std::optional<POINT> top_left);
 void ScrollTrayWindow(TrayWindowState& state, int top);
 void OnTrayWindowScroll(TrayWindowState& state, WORD action);
 void OnTrayWindowWheel(TrayWindowState& state, short delta);
